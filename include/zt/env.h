@@ -1,0 +1,132 @@
+// The environment the library runs in: clock, sleep, registry store, application log, files,
+// the library's folder and the thread id. Everything the library does to the world outside
+// its databases goes through an Env, so that tests (and hosts) can replace any piece of it:
+// a test injects a sleep that only records, an application-log sink that keeps every piece, or
+// a registry store held in memory.
+//
+// Each thread uses Env::Current(), which is the process default unless the thread installed its
+// own with ScopedEnv. The library never deletes an Env it did not create.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace zt {
+
+// A small key/value store standing in for the Windows registry. Keys are paths such as
+// "HKEY_LOCAL_MACHINE\SOFTWARE\Quillmark"; values are named. A missing store, key or value
+// behaves as a missing registry key.
+class RegistryStore {
+ public:
+  virtual ~RegistryStore() = default;
+  virtual bool KeyExists(const std::string& key) const = 0;
+  // The value as text, or nullopt when the key or the value is missing.
+  virtual std::optional<std::string> ReadValue(const std::string& key,
+                                               const std::string& name) const = 0;
+  // Writes a value, creating the key. Returns false when the store cannot be written.
+  virtual bool WriteValue(const std::string& key, const std::string& name,
+                          const std::string& value) = 0;
+
+  // The store in a file of INI form:
+  //   [HKEY_LOCAL_MACHINE\SOFTWARE\Quillmark]
+  //   EventLogLevel=255
+  // Key comparison ignores case, as the registry's does. The file is read on each call, so an
+  // administrator's edit takes effect for the next thread that reads it.
+  static std::unique_ptr<RegistryStore> OpenFile(std::string path);
+  // The file named by $ZT_REGISTRY_FILE, else /etc/ztdbtools/registry.ini.
+  static std::string DefaultPath();
+};
+
+// The application log (the host run time's App.StartLogging / App.LogEvent).
+class ApplicationLog {
+ public:
+  virtual ~ApplicationLog() = default;
+  // Starts logging to `target` (a file path in the old run time) with the given mode. The
+  // default sink writes to syslog and only remembers the target.
+  virtual void StartLogging(const std::string& target, std::int32_t mode) = 0;
+  // Writes one entry. Must not throw.
+  virtual void LogEvent(const std::string& text, std::int32_t event_type) = 0;
+};
+
+class Env {
+ public:
+  virtual ~Env() = default;
+
+  // The process default: real clock, real sleep, syslog, the registry file of DefaultPath().
+  static Env& Default();
+  // The environment of the calling thread.
+  static Env& Current();
+
+  virtual std::chrono::system_clock::time_point Now() = 0;
+  virtual void SleepForMilliseconds(std::int64_t ms) = 0;
+  virtual RegistryStore& Registry() = 0;
+  virtual ApplicationLog& AppLog() = 0;
+  // Appends `text` to the file at `path`, creating it; no line break is added. Returns false
+  // (never throws) when the file cannot be written.
+  virtual bool AppendToFile(const std::string& path, const std::string& text) = 0;
+  // The folder of the loaded library (App.Path), without a trailing separator.
+  virtual std::string AppPath() = 0;
+  // The kernel id of the calling thread (App.ThreadID).
+  virtual std::int64_t ThreadId() = 0;
+};
+
+// An Env that forwards every call to another one; tests derive from it and override the pieces
+// they want to observe or break.
+class EnvWrapper : public Env {
+ public:
+  explicit EnvWrapper(Env& target) : target_(target) {}
+  std::chrono::system_clock::time_point Now() override { return target_.Now(); }
+  void SleepForMilliseconds(std::int64_t ms) override { target_.SleepForMilliseconds(ms); }
+  RegistryStore& Registry() override { return target_.Registry(); }
+  ApplicationLog& AppLog() override { return target_.AppLog(); }
+  bool AppendToFile(const std::string& path, const std::string& text) override {
+    return target_.AppendToFile(path, text);
+  }
+  std::string AppPath() override { return target_.AppPath(); }
+  std::int64_t ThreadId() override { return target_.ThreadId(); }
+
+ protected:
+  Env& target() { return target_; }
+
+ private:
+  Env& target_;
+};
+
+// Installs `env` as the calling thread's environment for the lifetime of this object, and
+// resets the per-thread state that was derived from the old one (cached log level, culture,
+// loggers), so each test starts as a fresh thread would. The caller keeps ownership of `env`.
+class ScopedEnv {
+ public:
+  explicit ScopedEnv(Env& env);
+  ~ScopedEnv();
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  Env* previous_;
+};
+
+// Forgets every piece of per-thread state of the library (log level cache, LogMode, file-log
+// properties, loggers, culture, resource reader, instance counter, error handler). A new thread
+// starts this way; tests call it to act as one.
+void ResetThreadState();
+
+// An in-memory registry store, for tests and for hosts that keep settings elsewhere.
+class MemoryRegistryStore : public RegistryStore {
+ public:
+  bool KeyExists(const std::string& key) const override;
+  std::optional<std::string> ReadValue(const std::string& key,
+                                       const std::string& name) const override;
+  bool WriteValue(const std::string& key, const std::string& name,
+                  const std::string& value) override;
+  void DeleteKey(const std::string& key);
+
+ private:
+  std::map<std::string, std::map<std::string, std::string>> keys_;  // upper-cased key paths
+};
+
+}  // namespace zt

@@ -1,0 +1,12 @@
+// ZtDBTools: one object model over the Tessel help-desk application's databases.
+// Include this header for the whole public interface; everything lives in namespace zt.
+#pragma once
+
+#include "zt/env.h"
+#include "zt/error.h"
+#include "zt/error_handling.h"
+#include "zt/event_logger.h"
+#include "zt/resources.h"
+#include "zt/trap.h"
+#include "zt/variant.h"
+#include "zt/version.h"
