@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace zt {
 
@@ -114,6 +115,10 @@ class ScopedEnv {
 // properties, loggers, culture, resource reader, instance counter, error handler). A new thread
 // starts this way; tests call it to act as one.
 void ResetThreadState();
+
+// Lets a layer with per-thread state of its own (a cached reader, an encoder) take part in
+// ResetThreadState. Call once per process, e.g. from a static initialiser.
+void AddThreadStateResetHook(void (*hook)());
 
 // An in-memory registry store, for tests and for hosts that keep settings elsewhere.
 class MemoryRegistryStore : public RegistryStore {

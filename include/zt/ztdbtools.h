@@ -10,3 +10,9 @@
 #include "zt/trap.h"
 #include "zt/variant.h"
 #include "zt/version.h"
+
+// Layers above the foundation.
+#include "zt/config.h"
+#include "zt/datastore.h"
+#include "zt/platform.h"
+#include "zt/text.h"

@@ -215,7 +215,29 @@ ScopedEnv::~ScopedEnv() {
   ThreadState().env = previous_;
 }
 
+namespace {
+std::vector<void (*)()>& ResetHooks() {
+  static std::vector<void (*)()> hooks;
+  return hooks;
+}
+std::mutex& ResetHooksMutex() {
+  static std::mutex mu;
+  return mu;
+}
+}  // namespace
+
+void AddThreadStateResetHook(void (*hook)()) {
+  std::lock_guard<std::mutex> lock(ResetHooksMutex());
+  ResetHooks().push_back(hook);
+}
+
 void ResetThreadState() {
+  std::vector<void (*)()> hooks;
+  {
+    std::lock_guard<std::mutex> lock(ResetHooksMutex());
+    hooks = ResetHooks();
+  }
+  for (auto hook : hooks) hook();
   PerThread& s = ThreadState();
   Env* env = s.env;
   // The module logger goes first, while the rest of the state it may touch is still there.

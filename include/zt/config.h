@@ -1,0 +1,2 @@
+// Public interface of the config layer.
+#pragma once

@@ -1,0 +1,2 @@
+// Public interface of the datastore layer.
+#pragma once

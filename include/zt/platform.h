@@ -1,0 +1,2 @@
+// Public interface of the platform layer.
+#pragma once

@@ -1,0 +1,2 @@
+// Public interface of the text layer.
+#pragma once
