@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# The main job on the embedded default (SQLite): installs what is needed, builds, and shows the
+# tool at work on a sample data store in ./sample.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+scripts/install-deps.sh
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZT_BUILD_TESTS=OFF >/dev/null
+cmake --build build -j "$(nproc)" --target ztdb
+ztdb=$PWD/build/tools/ztdb/ztdb
+"$ztdb" --version
+"$ztdb" about
