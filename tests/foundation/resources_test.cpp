@@ -61,7 +61,8 @@ TEST(Resources, CultureDefaultAndOverrideFile) {
 }
 
 // A form made of plain property bags.
-struct Item : IZtFormItem {
+template <class Base>
+struct Bag : Base {
   std::map<std::string, std::string> props;
   std::optional<std::string> Get(const std::string& p) const override {
     auto it = props.find(p);
@@ -72,31 +73,23 @@ struct Item : IZtFormItem {
     return true;
   }
 };
-struct Control : IZtControl {
+using Item = Bag<IZtFormItem>;
+struct Control : Bag<IZtControl> {
   Control(std::string t, std::map<std::string, std::string> p, std::vector<Item> s = {})
-      : type(std::move(t)), props(std::move(p)), subs(std::move(s)) {}
+      : type(std::move(t)), subs(std::move(s)) {
+    props = std::move(p);
+  }
   std::string type;
-  std::map<std::string, std::string> props;
   std::vector<Item> subs;
   std::string TypeName() const override { return type; }
-  std::optional<std::string> Get(const std::string& p) const override {
-    auto it = props.find(p);
-    return it == props.end() ? std::nullopt : std::optional(it->second);
-  }
-  bool Set(const std::string& p, const std::string& v) override {
-    props[p] = v;
-    return true;
-  }
   std::vector<IZtFormItem*> SubItems() override {
     std::vector<IZtFormItem*> out;
     for (auto& s : subs) out.push_back(&s);
     return out;
   }
 };
-struct Form : Item, IZtForm {
+struct Form : Bag<IZtForm> {
   std::vector<Control> controls;
-  std::optional<std::string> Get(const std::string& p) const override { return Item::Get(p); }
-  bool Set(const std::string& p, const std::string& v) override { return Item::Set(p, v); }
   std::vector<IZtControl*> Controls() override {
     std::vector<IZtControl*> out;
     for (auto& c : controls) out.push_back(&c);
@@ -107,7 +100,7 @@ struct Form : Item, IZtForm {
 TEST(Resources, FormLocalisationRewritesCaptionsAndTips) {
   RecordingEnv env;
   Form form;
-  form.Item::props["Tag"] = "INIT_SQL_MSG_TITLE";
+  form.props["Tag"] = "INIT_SQL_MSG_TITLE";
   Control label("Label", {{"Tag", "PROVIDER_JET"}});
   Control tabs("TabStrip", {}, {Item{}});
   tabs.subs[0].props = {{"Tag", "BLN_YES"}, {"ToolTipText", "BLN_NO"}};
@@ -116,7 +109,7 @@ TEST(Resources, FormLocalisationRewritesCaptionsAndTips) {
   Control broken("Label", {{"Tag", ";x"}});
   form.controls = {label, tabs, list, broken};
   LocalizeForm(form);
-  EXPECT_EQ(form.Item::props["Caption"], "Prepare SQL Server");
+  EXPECT_EQ(form.props["Caption"], "Prepare SQL Server");
   EXPECT_EQ(form.controls[0].props["Caption"], "Microsoft Access (Jet)");
   EXPECT_EQ(form.controls[0].props.count("ToolTipText"), 0u);  // had none: skipped
   EXPECT_EQ(form.controls[1].subs[0].props["Caption"], "Yes");
