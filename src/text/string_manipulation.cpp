@@ -20,10 +20,10 @@ constexpr std::int32_t kCodeUnknown = -1;
 std::int32_t AscOf(const std::string& ch) {
   if (ch.empty()) rt::Raise(rt::kInvalidProcedureCall);
   std::size_t pos = 0;
-  char32_t cp = utf8::Next(ch, pos);
-  // A malformed byte is not a character the code page knows.
-  if (cp == 0xFFFD && pos == 1) return '?';
-  return AnsiCode(cp);
+  bool valid = true;
+  char32_t cp = text_detail::NextChar(ch, pos, valid);
+  // Malformed bytes are not a character the code page knows.
+  return valid ? AnsiCode(cp) : '?';
 }
 
 bool IsAsciiAlnum(std::int32_t code) {
@@ -354,10 +354,14 @@ std::string ZtStrMan_UTF16_To_UTF8(const std::string& text) {
   return at.Returning(
       [&] {
         at = 10;
-        // Re-encode first so that malformed input becomes U+FFFD, as the platform's UTF-8
-        // conversion did with unpaired surrogates.
+        // Re-encode first so that malformed input (stray bytes, overlong forms, surrogates) becomes
+        // U+FFFD, as the platform's UTF-8 conversion did with unpaired surrogates.
         std::string bytes;
-        for (std::size_t pos = 0; pos < text.size();) utf8::Append(bytes, utf8::Next(text, pos));
+        for (std::size_t pos = 0; pos < text.size();) {
+          bool valid = true;
+          char32_t cp = text_detail::NextChar(text, pos, valid);
+          utf8::Append(bytes, valid ? cp : U'\uFFFD');
+        }
         at = 20;
         std::string widened;
         for (unsigned char b : bytes) utf8::Append(widened, AnsiToUnicode(b));

@@ -28,6 +28,9 @@ TEST(Encoding, BothEncodersEscapeAnsiBytesAndKeepTheirOwnSets) {
   // A character the code page cannot hold is escaped as "?".
   EXPECT_EQ(ZtStrMan_UrlEncode("Ω"), "%3F");
   EXPECT_EQ(ZtStrMan_EncodeURIComponent("中x"), "%3Fx");
+  // Malformed bytes (here an overlong form of "i") are no character of the code page either.
+  EXPECT_EQ(ZtStrMan_UrlEncode("\xc1\xa9"), "%3F");
+  EXPECT_EQ(ZtStrMan_EncodeURIComponent("\xff!"), "%3F!");
   EXPECT_EQ(ZtStrMan_UrlEncode(""), "");
   EXPECT_EQ(ZtStrMan_EncodeURIComponent(""), "");
   // Modes other than 1 and 4 leave the text alone.
@@ -243,6 +246,7 @@ TEST(Utf8, WideningGivesOneCharacterPerUtf8Byte) {
   EXPECT_EQ(ZtStrMan_UTF16_To_UTF8("Á"), "Ã\u0081");
   // A malformed input byte is converted as U+FFFD (EF BF BD).
   EXPECT_EQ(ZtStrMan_UTF16_To_UTF8(std::string("\xff")), "ï¿½");
+  EXPECT_EQ(ZtStrMan_UTF16_To_UTF8("\xc1\xa9\xed\xa0\x80"), "ï¿½ï¿½");
 }
 
 TEST(Compare, TextCompareFoldsCommonScripts) {
