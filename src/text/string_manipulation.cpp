@@ -1,5 +1,6 @@
 // basCZtStringManipulation.
 #include <cstdio>
+#include <vector>
 
 #include "foundation/utf8.h"
 #include "text/chars.h"
@@ -222,17 +223,25 @@ std::string ZtStrMan_GetNullTerminatedString(const std::string& buffer) {
 
 std::string ZtStrMan_GetToken(const std::string& text, std::int32_t index,
                               const std::string& delimiter) {
-  const auto length = static_cast<std::int64_t>(CharCount(text));
-  std::int64_t previous = 0;
-  std::int64_t position = 0;
+  // The text is decoded once: callers walk long paths with growing indexes.
+  const text_detail::Chars chars = text_detail::Decode(text, CompareMode::Text);
+  const text_detail::Chars delim = text_detail::Decode(delimiter, CompareMode::Text);
+  const std::size_t length = chars.size();
+  std::size_t previous = 0;  // 1-based position of the previous delimiter, 0 before the first
+  std::size_t position = 0;
   for (std::int32_t k = 1; k <= index; ++k) {
-    position = InStr(previous + 1, text, delimiter, CompareMode::Text);
-    if (position == 0) position = length + 1;
-    if (k < index) previous = position;
+    // InStr(previous + 1, text, delimiter), or Len(text) + 1 when there is none.
+    std::size_t found =
+        previous < length ? text_detail::Find(chars, delim, previous) : std::string::npos;
+    position = found == std::string::npos ? length + 1 : found + 1;
+    if (k < index) {
+      // Past the end every later search fails the same way: the piece is empty.
+      if (position > length) return {};
+      previous = position;
+    }
   }
   if (position <= previous) return {};
-  return utf8::Mid(text, static_cast<std::size_t>(previous + 1),
-                   static_cast<std::size_t>(position - previous - 1));
+  return std::string(chars.Slice(text, previous, position - previous - 1));
 }
 
 std::string ZtStrMan_VariantToString(const Variant& value) {

@@ -122,6 +122,8 @@ TEST(Tokens, GetTokenWalksUncPathsAndGivesNothingOutOfRange) {
   // Later pieces of a longer delimiter start one character after its first character.
   EXPECT_EQ(ZtStrMan_GetToken("a::b::c", 2, "::"), ":b");
   EXPECT_EQ(ZtStrMan_GetToken("", 1, ";"), "");
+  EXPECT_EQ(ZtStrMan_GetToken("a;b", 2147483647, ";"), "");  // answers at once
+  EXPECT_EQ(ZtStrMan_GetToken("a;b", 2, ""), "");
 
   EXPECT_EQ(ZtStrMan_GetNullTerminatedString(std::string("abc\0def", 7)), "abc");
   EXPECT_EQ(ZtStrMan_GetNullTerminatedString("abc"), "abc");
