@@ -107,6 +107,22 @@ TEST(SqlTextTest, RewritesBracketsPerEngineOutsideLiteralsAndComments) {
   EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT 'a\\'; DROP TABLE t; --'", lite, "S"); }),
             Hr(0x80040E14));
 
+  // Semicolons inside a trigger body or a dollar-quoted body belong to the statement.
+  const std::string trigger =
+      "CREATE TRIGGER t AFTER DELETE ON x BEGIN DELETE FROM y; UPDATE z SET a = CASE WHEN 1 THEN "
+      "2 END; END";
+  EXPECT_EQ(PrepareSqlText(trigger, lite, "S"), trigger);
+  EXPECT_EQ(ErrorNumber([&] { PrepareSqlText(trigger + "; DROP TABLE x", lite, "S"); }),
+            Hr(0x80040E14));
+  EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT 1 AS begin; DROP TABLE x", lite, "S"); }),
+            Hr(0x80040E14));
+  pg.dollar_quotes = true;
+  EXPECT_EQ(ErrorNumber([&] {
+              PrepareSqlText("CREATE FUNCTION f() RETURNS int AS $b$ SELECT 1; $b$ LANGUAGE sql",
+                             pg, "P");
+            }),
+            0);
+
   EXPECT_EQ(RewritePlaceholders("SELECT ? , '?' , ? -- ?\n", pg), "SELECT $1 , '?' , $2 -- ?\n");
   EXPECT_EQ(QuoteIdentifier("a\"b", pg), "\"a\"\"b\"");
 }
