@@ -198,9 +198,10 @@ std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quir
       sc.i = end;
       continue;
     }
-    if (sc.Peek() == '?')
-      out += "$" + std::to_string(++n);
-    else
+    if (sc.Peek() == '?') {
+      out += '$';
+      out += std::to_string(++n);
+    } else
       out += sc.Peek();
     ++sc.i;
   }
