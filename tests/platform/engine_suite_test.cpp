@@ -294,8 +294,8 @@ TEST_P(EngineTest, FieldTypesSizesAndNullability) {
 
 TEST_P(EngineTest, SchemaRowsets) {
   const Engine& e = GetParam();
-  MakeTable("zt_schema", 1);
   cn->Execute("DROP VIEW IF EXISTS [zt_schema_v]");
+  MakeTable("zt_schema", 1);
   cn->Execute("CREATE VIEW [zt_schema_v] AS SELECT [id] FROM [zt_schema]");
   const Variant none;
   const Variant schema = e.has_schemas ? Variant("") : none;
