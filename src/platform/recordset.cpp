@@ -84,7 +84,8 @@ struct Recordset::Impl {
   std::string table;            // base table of the writes; "" when the rows cannot be written
   bool key_known = false;
   std::vector<int> key;
-  int rowid_col = -1;  // hidden row identity (last column), -1 when none
+  int rowid_col = -1;        // hidden row identity (last column), -1 when none
+  bool whole_table = false;  // opened by table name
   bool own_rowset = false;
 
   std::size_t Size() const { return rows.size(); }
@@ -225,6 +226,7 @@ void Recordset::Open(const std::string& source, const std::shared_ptr<Connection
   Impl& im = *impl_;
   if (!table.empty()) {
     im.table = table;
+    im.whole_table = true;
     if (!im.columns.empty() && im.columns.back().name == kRowIdentityAlias)
       im.rowid_col = static_cast<int>(im.columns.size()) - 1;
   } else {
@@ -472,9 +474,10 @@ void Recordset::SetValueAt(int col, const Variant& v) {
   RequireWritable();
   Impl& m = *impl_;
   const platform::ColumnInfo& c = m.columns[static_cast<std::size_t>(col)];
-  if (c.base_column.empty() && !m.own_rowset && m.rowid_col < 0 && c.base_table.empty() &&
-      m.table.empty())
-    RaiseAdo(AdoError::kNotUpdatable, kSource, "(" + c.name + ")");
+  // Every column of a table opened by name is the table's; from SQL text only the columns
+  // the engine traced to a table column can be written (not expressions).
+  if (c.base_column.empty() && !m.whole_table)
+    RaiseAdo(AdoError::kNotUpdatable, kSource, "(" + c.name + " is not a table column)");
   if (IsText(c.type) && c.defined_size > 0 && v.AsString() &&
       static_cast<std::int64_t>(utf8::Length(*v.AsString())) > c.defined_size)
     throw ZtError(static_cast<std::int32_t>(0x80040E21u), kSource,
