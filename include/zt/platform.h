@@ -344,6 +344,9 @@ class Recordset : public Object {
   std::int32_t LockType() const { return lock_type_; }
   std::int32_t EditMode() const { return edit_mode_; }
   const std::string& Source() const { return source_; }
+  // The connection the recordset was opened on (null for one made by a Connection that is not
+  // held by a shared_ptr).
+  const std::shared_ptr<Connection>& ActiveConnection() const { return connection_; }
 
   // Moves. A forward-only cursor raises 3219 for a move backwards; MoveFirst on
   // it runs the statement again. Moving past EOF/BOF raises 3021. A pending edit is written
@@ -420,6 +423,7 @@ class Recordset : public Object {
   void Reopen();
 
   std::unique_ptr<Impl> impl_;
+  std::shared_ptr<Connection> connection_;
   FieldsCollection fields_;
   bool open_ = false;
   std::int32_t cursor_type_ = ado::adOpenForwardOnly;

@@ -85,7 +85,10 @@ std::shared_ptr<Recordset> Connection::Execute(const std::string& sql,
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  if (!stmt->Columns().empty()) rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
+  if (!stmt->Columns().empty()) {
+    rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
+    rs->connection_ = weak_from_this().lock();
+  }
   return rs;
 }
 
@@ -176,6 +179,7 @@ std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,
   platform::RowSet rows = s.Guard([&] { return s.backend->Schema(kind, r); });
   auto rs = std::make_shared<Recordset>();
   rs->OpenRowSet(std::move(rows), session_);
+  rs->connection_ = weak_from_this().lock();
   return rs;
 }
 
@@ -247,8 +251,10 @@ std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected,
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  if (!stmt->Columns().empty())
+  if (!stmt->Columns().empty()) {
     rs->OpenStatement(connection_->SessionPtr(), std::move(stmt), /*stream=*/true);
+    rs->connection_ = connection_;
+  }
   return rs;
 }
 
