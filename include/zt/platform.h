@@ -150,7 +150,8 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   bool IsAlive();
 
   // Runs one statement. `records_affected` receives the rows changed (-1 for a query). Returns a
-  // forward-only read-only recordset over the rows, closed when the statement returns none.
+  // forward-only read-only recordset over the rows, closed when the statement returns none or
+  // `options` holds adExecuteNoRecords.
   // A second statement in the text is refused (0x80040E14).
   std::shared_ptr<Recordset> Execute(const std::string& sql,
                                      std::int64_t* records_affected = nullptr,

@@ -79,13 +79,14 @@ platform::Session& Connection::RequireSession() const {
 
 std::shared_ptr<Recordset> Connection::Execute(const std::string& sql,
                                                std::int64_t* records_affected,
-                                               std::int32_t /*options*/) {
+                                               std::int32_t options) {
   platform::Session& s = RequireSession();
   auto stmt = s.PrepareText(sql);
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  if (!stmt->Columns().empty()) {
+  const bool no_records = options > 0 && (options & ado::adExecuteNoRecords);
+  if (!stmt->Columns().empty() && !no_records) {
     rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
     rs->connection_ = weak_from_this().lock();
   }

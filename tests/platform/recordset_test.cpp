@@ -32,6 +32,7 @@ TEST_F(RecordsetTest, CursorChoicesAndPositions) {
   EXPECT_EQ(dyn.CursorType(), adOpenKeyset);
   EXPECT_EQ(dyn.ActiveConnection(), cn);
   EXPECT_EQ(cn->Execute("SELECT 1")->ActiveConnection(), cn);
+  EXPECT_EQ(cn->Execute("SELECT 1", nullptr, adExecuteNoRecords)->State(), adStateClosed);
   EXPECT_EQ(dyn.LockType(), adLockOptimistic);
 
   cn->SetCursorLocation(adUseClient);
