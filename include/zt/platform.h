@@ -269,8 +269,11 @@ class Command : public Object {
 };
 
 // One column of a recordset's current row. Owned by its Recordset; valid while it is open.
-class Field {
+// A Variant can hold one without copying it, keeping its recordset alive, through the aliasing
+// constructor: Variant(std::shared_ptr<Object>(recordset, &recordset->Fields("tName"))).
+class Field : public Object {
  public:
+  std::string TypeName() const override { return "Field"; }
   const std::string& Name() const;
   std::int32_t Type() const;         // ADO DataTypeEnum code
   std::int64_t DefinedSize() const;  // characters for text, bytes otherwise

@@ -33,6 +33,15 @@ TEST_F(RecordsetTest, CursorChoicesAndPositions) {
   EXPECT_EQ(dyn.ActiveConnection(), cn);
   EXPECT_EQ(cn->Execute("SELECT 1")->ActiveConnection(), cn);
   EXPECT_EQ(cn->Execute("SELECT 1", nullptr, adExecuteNoRecords)->State(), adStateClosed);
+  // A field travels in a Variant and keeps its recordset alive.
+  Variant held;
+  {
+    auto rs = cn->Execute("SELECT name FROM t WHERE id = 3");
+    held = Variant(std::shared_ptr<Object>(rs, &rs->Fields("name")));
+  }
+  auto* field = dynamic_cast<Field*>(held.AsObject().get());
+  ASSERT_NE(field, nullptr);
+  EXPECT_EQ(field->Value().ToText(), "n3");
   EXPECT_EQ(dyn.LockType(), adLockOptimistic);
 
   cn->SetCursorLocation(adUseClient);
