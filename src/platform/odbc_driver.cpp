@@ -59,10 +59,8 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //   login_timeout       seconds given as SQL_ATTR_LOGIN_TIMEOUT before connecting
 //   catalog_is_db       catalog functions get the current database as catalog; the MariaDB
 //                       driver searches every database of the server without it
-//   probe_results       a catalog call may "succeed" without a result set, and fetching then
-//                       crashes inside the driver (MDB Tools' SQLStatistics): check the column
-//                       count before any fetch
 //   has_pk_function     SQLPrimaryKeys exists
+//   jet_vocabulary      type names are Access's (TEXT is a 255-character text, not a memo)
 //   default_schema_sql  the statement that names the connection's default schema
 //   liveness            a statement that costs the server nothing ("" : ask only the driver)
 // ---------------------------------------------------------------------------------------------
@@ -93,8 +91,8 @@ std::vector<Family> MakeFamilies() {
   Family mdb{.quirks = Quirks("Access", QuoteStyle::kBrackets),
              .match = {"mdbtools", "mdbodbc"},
              .login_timeout = 0,
-             .probe_results = true,
              .has_pk_function = false,
+             .jet_vocabulary = true,
              .liveness = ""};
   mdb.quirks.read_only = true;
   mdb.quirks.index_rowset = false;
@@ -151,8 +149,8 @@ const TypeRow* RowFor(short sql_type) {
 
 // The codes of a column described by the driver as `type_name` / `sql_type`.
 TypeMapping MapColumn(const std::string& type_name, short sql_type, std::int64_t size,
-                      std::int32_t digits) {
-  TypeMapping m = MapTypeName(type_name, size, static_cast<std::int32_t>(size), digits);
+                      std::int32_t digits, bool jet) {
+  TypeMapping m = MapTypeName(type_name, size, static_cast<std::int32_t>(size), digits, jet);
   if (m.ado_type != 200) return m;
   if (const TypeRow* row = RowFor(sql_type)) {
     m.ado_type = row->ado_type;
@@ -691,7 +689,8 @@ void OdbcStatement::Describe() {
     SQLLEN auto_unique = 0;
     SQLColAttribute(stmt_.get(), i, SQL_DESC_AUTO_UNIQUE_VALUE, nullptr, 0, nullptr, &auto_unique);
     const TypeMapping m =
-        MapColumn(text_attr(SQL_DESC_TYPE_NAME), sql_type, static_cast<std::int64_t>(size), digits);
+        MapColumn(text_attr(SQL_DESC_TYPE_NAME), sql_type, static_cast<std::int64_t>(size), digits,
+                  conn_.family().jet_vocabulary);
     ColumnInfo c;
     c.name = reinterpret_cast<const char*>(name);
     c.type = m.ado_type;
@@ -874,7 +873,8 @@ RowSet OdbcConnection::ColumnsRowset(const SchemaRestrictions& r) {
       const short sql_type = c[4].IsNull() ? SQL_VARCHAR : static_cast<short>(c[4].ToInt32());
       const std::int64_t size = c[6].IsNull() ? 0 : c[6].ToInt64();
       const std::int32_t digits = c[8].IsNull() ? 0 : c[8].ToInt32();
-      const TypeMapping m = MapColumn(c[5].ToText(), sql_type, size, digits);
+      const TypeMapping m =
+          MapColumn(c[5].ToText(), sql_type, size, digits, family_.jet_vocabulary);
       const bool nullable = !c[10].IsNull() && c[10].ToInt32() != SQL_NO_NULLS;
       const bool is_text = m.ado_type == 129 || m.ado_type == 130 || m.ado_type >= 200;
       const Variant def = NullIfBlank(c[12]);

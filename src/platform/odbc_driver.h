@@ -21,8 +21,8 @@ struct Family {
   std::vector<std::pair<std::string, std::string>> added_keys{};
   int login_timeout = 15;
   bool catalog_is_db = false;
-  bool probe_results = false;
   bool has_pk_function = true;
+  bool jet_vocabulary = false;
   bool wide_catalog_types = false;
   std::string default_schema_sql{};
   std::string liveness = "SELECT 1";

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "platform/driver.h"
+#include "zt/error.h"
 
 namespace zt::testing {
 
