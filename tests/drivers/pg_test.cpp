@@ -230,6 +230,13 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
     EXPECT_EQ(e.Number(), platform::hr::kLogin) << e.Description();
     EXPECT_EQ(e.Description().find("wrong;pw"), std::string::npos);
   }
+  // A connection whose server side went away is reported dead, not open.
+  auto victim = OpenBackend(*text_);
+  const auto pid = Rows(*victim, "SELECT pg_backend_pid()").rows.at(0).at(0).ToInt64();
+  EXPECT_TRUE(victim->IsAlive());
+  Rows(*conn_, "SELECT pg_terminate_backend(" + std::to_string(pid) + ")");
+  EXPECT_FALSE(victim->IsAlive());
+
   params = platform::ParseConnectionString(*text_);
   params.port = 1;
   try {
