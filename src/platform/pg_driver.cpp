@@ -349,6 +349,9 @@ void PgConnection::SetCommandTimeout(int seconds) {
 
 bool PgConnection::IsAlive() {
   if (PQstatus(conn_) != CONNECTION_OK) return false;
+  // A transaction that failed refuses every statement until it is rolled back, yet the server
+  // is there: it just answered.
+  if (PQtransactionStatus(conn_) == PQTRANS_INERROR) return true;
   Result r(PQexec(conn_, "SELECT 1"));
   return r && PQresultStatus(r.get()) == PGRES_TUPLES_OK;
 }

@@ -215,9 +215,12 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   conn_->SetCommandTimeout(0);
 
-  // A failed statement inside a transaction leaves it to the caller's rollback.
+  // A failed statement inside a transaction leaves it to the caller's rollback; the connection
+  // is not taken for dead meanwhile.
   conn_->BeginTransaction();
   Exec(*conn_, "INSERT INTO zt_pg_items (code) VALUES ('kept?')");
+  EXPECT_THROW(Exec(*conn_, "SELEC 1"), ZtError);
+  EXPECT_TRUE(conn_->IsAlive());
   conn_->Rollback();
   EXPECT_EQ(Count(), 0);
 
