@@ -56,6 +56,7 @@ struct DriverQuirks {
   bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
   RowCountStyle row_count = RowCountStyle::kMatched;
   bool backslash_escapes = false;  // '\'' escapes a quote inside a literal (MySQL)
+  bool dollar_quotes = false;      // $tag$ ... $tag$ is a literal (PostgreSQL)
   bool keyset_cursors = false;     // the engine itself keeps keysets (else emulated)
   bool read_only = false;          // every write is refused (Access files via MDB Tools)
   bool index_rowset = true;        // the indexes rowset can be listed safely
@@ -159,6 +160,10 @@ class ConnectionBackend {
 
   // One schema rowset with the OLE DB column names. Default: information_schema queries.
   virtual RowSet Schema(SchemaKind kind, const SchemaRestrictions& restrictions);
+
+  // The value the engine gave the auto-increment column of the last INSERT on this connection
+  // (Null when unknown). Default: Null.
+  virtual Variant LastInsertId() { return Variant::Null(); }
 
   // Starts a bulk load. Default: one prepared INSERT per row inside one transaction.
   virtual std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
