@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 
 #include "platform/errors.h"
@@ -63,6 +64,8 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //   has_pk_function     SQLPrimaryKeys exists
 //   jet_vocabulary      type names are Access's (TEXT is a 255-character text, not a memo)
 //   default_schema_sql  the statement that names the connection's default schema
+//   last_insert_id_sql  the statement that reads the number the last INSERT generated (SQL
+//                       Server: @@IDENTITY, since SCOPE_IDENTITY() is empty in a new batch)
 //   liveness            a statement that costs the server nothing ("" : ask only the driver)
 // ---------------------------------------------------------------------------------------------
 std::vector<Family> MakeFamilies() {
@@ -71,7 +74,8 @@ std::vector<Family> MakeFamilies() {
   Family maria{.quirks = Quirks("MariaDB", QuoteStyle::kBackticks),
                .match = {"mariadb", "mysql", "maodbc", "myodbc"},
                .added_keys = {{"Option", "2"}},
-               .catalog_is_db = true};
+               .catalog_is_db = true,
+               .last_insert_id_sql = "SELECT LAST_INSERT_ID()"};
   maria.quirks.transactional_ddl = false;
   maria.quirks.backslash_escapes = true;
   maria.quirks.has_schemas = false;
@@ -80,7 +84,8 @@ std::vector<Family> MakeFamilies() {
   Family tds{.quirks = Quirks("SQL Server", QuoteStyle::kBrackets),
              .match = {"freetds", "tdsodbc", "sql server", "msodbcsql"},
              .added_keys = {{"TDS_Version", "7.4"}},
-             .default_schema_sql = "SELECT SCHEMA_NAME()"};
+             .default_schema_sql = "SELECT SCHEMA_NAME()",
+             .last_insert_id_sql = "SELECT @@IDENTITY"};
   tds.quirks.row_identity = "";
   t.push_back(tds);
 
@@ -100,13 +105,18 @@ std::vector<Family> MakeFamilies() {
   mdb.quirks.has_schemas = false;
   t.push_back(mdb);
 
-  t.push_back({.quirks = Quirks("PostgreSQL", QuoteStyle::kDoubleQuotes),
-               .match = {"postgresql", "psqlodbc"},
-               .added_keys = {{"BoolsAsChar", "0"}},
-               .default_schema_sql = "SELECT current_schema()"});
+  Family psql{.quirks = Quirks("PostgreSQL", QuoteStyle::kDoubleQuotes),
+              .match = {"postgresql", "psqlodbc"},
+              .added_keys = {{"BoolsAsChar", "0"}},
+              .default_schema_sql = "SELECT current_schema()",
+              .last_insert_id_sql = "SELECT lastval()"};
+  psql.quirks.dollar_quotes = true;
+  t.push_back(psql);
 
-  Family lite{
-      .quirks = Quirks("SQLite", QuoteStyle::kBrackets), .match = {"sqlite"}, .login_timeout = 0};
+  Family lite{.quirks = Quirks("SQLite", QuoteStyle::kBrackets),
+              .match = {"sqlite"},
+              .login_timeout = 0,
+              .last_insert_id_sql = "SELECT last_insert_rowid()"};
   lite.quirks.has_schemas = false;
   lite.quirks.row_identity = "rowid";
   t.push_back(lite);
@@ -472,6 +482,7 @@ class OdbcConnection : public ConnectionBackend {
   std::string CurrentCatalog() override;
   std::string DefaultSchema() override;
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
+  Variant LastInsertId() override;
 
   // Throws the error for the diagnostics of a handle (`what` when the driver gave none).
   [[noreturn]] void Fail(SQLSMALLINT type, SQLHANDLE h, const std::string& what) const {
@@ -599,6 +610,19 @@ std::string OdbcConnection::CurrentCatalog() {
 std::string OdbcConnection::DefaultSchema() {
   if (!quirks_.has_schemas || family_.default_schema_sql.empty()) return {};
   return ScalarText(family_.default_schema_sql).value_or("");
+}
+
+Variant OdbcConnection::LastInsertId() {
+  if (family_.last_insert_id_sql.empty()) return Variant::Null();
+  Handle st(dbc_);
+  if (!Ok(SQLExecDirect(st.get(), Text(family_.last_insert_id_sql), SQL_NTS)) ||
+      !Ok(SQLFetch(st.get())))
+    return Variant::Null();
+  Variant v = ReadValue(st.get(), 1, SQL_BIGINT, false);
+  // Keys of INT columns come back as Long, so a re-read by key compares like for like.
+  if (!v.IsNull() && v.ToInt64() >= INT32_MIN && v.ToInt64() <= INT32_MAX)
+    return Variant(static_cast<std::int32_t>(v.ToInt64()));
+  return v;
 }
 
 // ---------------------------------------------------------------------------------------------

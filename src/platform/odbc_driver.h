@@ -25,6 +25,7 @@ struct Family {
   bool jet_vocabulary = false;
   bool wide_catalog_types = false;
   std::string default_schema_sql{};
+  std::string last_insert_id_sql{};
   std::string liveness = "SELECT 1";
 };
 

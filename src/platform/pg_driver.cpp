@@ -8,6 +8,7 @@
 #include <libpq-fe.h>
 
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -257,6 +258,7 @@ class PgConnection : public ConnectionBackend {
   std::string CurrentCatalog() override { return PQdb(conn_); }
   std::string DefaultSchema() override;
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
+  Variant LastInsertId() override;
   std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                const std::vector<std::string>& columns) override;
 
@@ -285,6 +287,7 @@ DriverQuirks PgQuirks() {
   q.quote = QuoteStyle::kDoubleQuotes;
   q.transactional_ddl = true;
   q.has_schemas = true;
+  q.dollar_quotes = true;
   q.row_identity = "ctid";
   return q;
 }
@@ -363,6 +366,23 @@ std::string PgConnection::DefaultSchema() {
       default_schema_ = PQgetvalue(r.get(), 0, 0);
   }
   return default_schema_;
+}
+
+Variant PgConnection::LastInsertId() {
+  // lastval() fails when no sequence was used in this session, and a failure would abort the
+  // caller's transaction: inside one it runs under a savepoint.
+  const bool in_tx = PQtransactionStatus(conn_) == PQTRANS_INTRANS;
+  if (in_tx) Result(PQexec(conn_, "SAVEPOINT zt_lastval"));
+  Result r(PQexec(conn_, "SELECT lastval()"));
+  const bool ok = r && PQresultStatus(r.get()) == PGRES_TUPLES_OK && PQntuples(r.get()) == 1;
+  if (in_tx)
+    Result(PQexec(conn_, ok ? "RELEASE SAVEPOINT zt_lastval"
+                            : "ROLLBACK TO SAVEPOINT zt_lastval; RELEASE SAVEPOINT zt_lastval"));
+  if (!ok) return Variant::Null();
+  const std::int64_t v = std::atoll(PQgetvalue(r.get(), 0, 0));
+  // A serial column is an integer: hand back a Long so a re-read by key compares like for like.
+  if (v >= INT32_MIN && v <= INT32_MAX) return Variant(static_cast<std::int32_t>(v));
+  return Variant(v);
 }
 
 const BaseColumn* PgConnection::Base(Oid table, int column) {

@@ -156,6 +156,11 @@ TEST_F(MariaDbDriver, MsdasqlDriverKeyGetsTheFamilyOptionsAndDeadConnectionsAreS
   Exec(*direct, "INSERT INTO zt_drv_items (id, code) VALUES (1, 'a')");
   EXPECT_EQ(Exec(*direct, "UPDATE zt_drv_items SET code = 'a' WHERE id = 1"), 1);
 
+  Exec(*direct, "CREATE TEMPORARY TABLE zt_auto (n INT AUTO_INCREMENT PRIMARY KEY, v INT)");
+  Exec(*direct, "INSERT INTO zt_auto (v) VALUES (1), (2)");
+  Exec(*direct, "INSERT INTO zt_auto (v) VALUES (3)");
+  EXPECT_EQ(direct->LastInsertId().ToInt32(), 3);
+
   EXPECT_TRUE(direct->IsAlive());
   const auto id = Rows(*direct, "SELECT CONNECTION_ID()").rows.at(0).at(0).ToInt64();
   Exec(*conn_, "KILL CONNECTION " + std::to_string(id));

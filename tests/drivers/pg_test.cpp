@@ -215,6 +215,17 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   conn_->SetCommandTimeout(0);
 
+  // The number a serial column got; asking before any sequence was used gives Null and leaves
+  // the transaction usable.
+  auto fresh = OpenBackend(*text_);
+  fresh->BeginTransaction();
+  EXPECT_TRUE(fresh->LastInsertId().IsNull());
+  Exec(*fresh, "INSERT INTO zt_pg_items (code) VALUES ('n1')");
+  const Variant id = fresh->LastInsertId();
+  EXPECT_EQ(id.Type(), VarType::Long);
+  EXPECT_EQ(Rows(*fresh, "SELECT code FROM zt_pg_items WHERE id = " + id.ToText()).rows.size(), 1u);
+  fresh->Rollback();
+
   // A failed statement inside a transaction leaves it to the caller's rollback; the connection
   // is not taken for dead meanwhile.
   conn_->BeginTransaction();
