@@ -86,7 +86,15 @@ ScriptedAnswer ScriptedAnswer::Error(std::int32_t number, std::string descriptio
 }
 
 DriverScript& DriverScript::On(std::string pattern, ScriptedAnswer answer, Match how, int times) {
-  if (how == Match::kRegex) std::regex check(pattern);  // a bad pattern fails here, not later
+  if (how == Match::kRegex) {
+    // A bad pattern fails here, where the test wrote it, and not at some later statement.
+    try {
+      std::regex check(pattern);
+    } catch (const std::regex_error& e) {
+      throw ZtError(rt::kInvalidProcedureCall, "DriverScript",
+                    "Invalid regular expression '" + pattern + "': " + e.what());
+    }
+  }
   rules_.push_back({std::move(pattern), how, std::move(answer), std::max(0, times)});
   return *this;
 }
@@ -185,6 +193,8 @@ namespace {
   throw ZtError(std::move(e));
 }
 
+}  // namespace
+
 class ScriptedStatementBackend : public StatementBackend {
  public:
   ScriptedStatementBackend(std::shared_ptr<DriverScript> script, std::string sql,
@@ -279,35 +289,36 @@ class ScriptedConnection : public ConnectionBackend {
  public:
   ScriptedConnection(std::shared_ptr<DriverScript> script, const ConnectParams& p)
       : script_(std::move(script)), source_(p.provider), database_(p.database) {
-    const ScriptedEngine& e = script_->engine();
+    const ScriptedEngine& e = script_->engine_;
     quirks_.engine = e.name;
     quirks_.quote = ToQuoteStyle(e.quoting);
     quirks_.transactional_ddl = e.transactional_ddl;
     quirks_.has_schemas = e.has_schemas;
     quirks_.read_only = p.read_only;
-    script_->RecordConnect({p.provider, p.data_source, p.database, p.user, !p.password.empty(),
-                            p.integrated_security, p.login_timeout});
-    script_->Record("open");
-    if (script_->open_error()) Throw(*script_->open_error(), source_);
+    script_->connects_.push_back(ScriptedConnect{p.provider, p.data_source, p.database, p.user,
+                                                 !p.password.empty(), p.integrated_security,
+                                                 p.login_timeout});
+    script_->events_.push_back("open");
+    if (script_->open_error_) Throw(*script_->open_error_, source_);
   }
-  ~ScriptedConnection() override { script_->Record("close"); }
+  ~ScriptedConnection() override { script_->events_.push_back("close"); }
 
   const DriverQuirks& Quirks() const override { return quirks_; }
   std::unique_ptr<StatementBackend> Prepare(const std::string& sql) override {
     return std::make_unique<ScriptedStatementBackend>(script_, sql, source_);
   }
-  void BeginTransaction() override { script_->Record("begin"); }
-  void Commit() override { script_->Record("commit"); }
-  void Rollback() override { script_->Record("rollback"); }
+  void BeginTransaction() override { script_->events_.push_back("begin"); }
+  void Commit() override { script_->events_.push_back("commit"); }
+  void Rollback() override { script_->events_.push_back("rollback"); }
   void SetCommandTimeout(int seconds) override {
-    script_->Record("timeout " + std::to_string(seconds));
+    script_->events_.push_back("timeout " + std::to_string(seconds));
   }
-  bool IsAlive() override { return script_->alive(); }
+  bool IsAlive() override { return script_->alive_; }
   std::string CurrentCatalog() override {
-    return script_->engine().catalog.empty() ? database_ : script_->engine().catalog;
+    return script_->engine_.catalog.empty() ? database_ : script_->engine_.catalog;
   }
   std::string DefaultSchema() override {
-    return quirks_.has_schemas ? script_->engine().default_schema : std::string();
+    return quirks_.has_schemas ? script_->engine_.default_schema : std::string();
   }
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override {
     const ScriptedAnswer* a = script_->SchemaAnswer(static_cast<int>(kind));
@@ -341,6 +352,8 @@ class ScriptedConnection : public ConnectionBackend {
   std::string database_;
   DriverQuirks quirks_;
 };
+
+namespace {
 
 const DriverRegistration kRegistration{
     "scripted", [](const ConnectParams& p) -> std::unique_ptr<ConnectionBackend> {

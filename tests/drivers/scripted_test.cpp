@@ -109,6 +109,12 @@ TEST(ScriptedDriver, SchemaAnswersOpenFailuresAndLiveness) {
   } catch (const ZtError& e) {
     EXPECT_EQ(e.Number(), platform::hr::kLogin);
   }
+  try {
+    script->On("([unclosed", ScriptedAnswer::Affected(0), DriverScript::Match::kRegex);
+    FAIL() << "bad pattern accepted";
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Number(), 5);
+  }
   platform::UnregisterDriverScript("unit");
   try {
     OpenBackend("Provider=Scripted;Data Source=unit");

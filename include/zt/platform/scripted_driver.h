@@ -81,7 +81,8 @@ class DriverScript {
 
   // Answers statements that match `pattern` (by `how`; kRegex is ECMAScript, whole text) with
   // `answer`. Rules are tried in the order they were added. With `times` > 0 the rule answers
-  // that many statements and is then used up; 0 keeps it forever. Returns *this.
+  // that many statements and is then used up; 0 keeps it forever. Returns *this. A regular
+  // expression that does not compile throws ZtError 5 and adds no rule.
   DriverScript& On(std::string pattern, ScriptedAnswer answer, Match how = Match::kPrefix,
                    int times = 0);
   // The answer to statements no rule matches (at first: no rows, 0 records affected).
@@ -108,22 +109,20 @@ class DriverScript {
   // Forgets what was recorded; the rules stay.
   void ClearLog();
 
-  // Used by the driver.
   struct Rule {
     std::string pattern;
     Match how;
     ScriptedAnswer answer;
     int remaining;  // 0 = forever
   };
-  ScriptedAnswer Answer(const std::string& sql, const std::vector<Variant>& parameters);
-  const std::optional<ErrorInfo>& open_error() const { return open_error_; }
-  const ScriptedAnswer* SchemaAnswer(int rowset) const;
-  const ScriptedEngine& engine() const { return engine_; }
-  bool alive() const { return alive_; }
-  void Record(std::string event) { events_.push_back(std::move(event)); }
-  void RecordConnect(ScriptedConnect c) { connects_.push_back(std::move(c)); }
 
  private:
+  friend class ScriptedConnection;
+  friend class ScriptedStatementBackend;
+  // Records the statement and returns the answer of the first matching rule.
+  ScriptedAnswer Answer(const std::string& sql, const std::vector<Variant>& parameters);
+  const ScriptedAnswer* SchemaAnswer(int rowset) const;
+
   std::vector<Rule> rules_;
   ScriptedAnswer otherwise_;
   std::optional<ErrorInfo> open_error_;
