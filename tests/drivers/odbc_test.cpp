@@ -282,3 +282,47 @@ TEST(PsqlOdbcDriver, BooleansStayBooleanAndEmptyUpdatesCountZero) {
 
 }  // namespace
 }  // namespace zt::testing
+
+namespace zt::testing {
+namespace {
+
+TEST(OdbcDriverKey, SqliteOdbcFileAndUnknownDriver) {
+  const std::string file = "/tmp/zt_odbc_sqlite_" + std::to_string(::getpid()) + ".db";
+  std::remove(file.c_str());
+  {
+    auto conn = OpenBackend("Provider=MSDASQL;Driver={SQLite3};Database=" + file);
+    Exec(*conn, "CREATE TABLE t (id INTEGER PRIMARY KEY, name VARCHAR(20) NOT NULL)");
+    Exec(*conn, "CREATE UNIQUE INDEX ux_t_name ON t (name)");
+    EXPECT_EQ(Exec(*conn, "INSERT INTO t (name) VALUES (?)", {"a"}), 1);
+    EXPECT_EQ(conn->LastInsertId().ToInt32(), 1);
+    // The driver answers an UPDATE that matched nothing with SQL_NO_DATA.
+    EXPECT_EQ(Exec(*conn, "UPDATE t SET name = 'b' WHERE id = 7"), 0);
+
+    platform::SchemaRestrictions r;
+    r.table = "t";
+    auto tables = conn->Schema(platform::SchemaKind::kTables, r);
+    ASSERT_EQ(tables.rows.size(), 1u);
+    // The driver's '' catalog and schema read as absent, as with every other engine.
+    EXPECT_TRUE(tables.rows[0][ColumnIndex(tables, "TABLE_CATALOG")].IsNull());
+    EXPECT_TRUE(tables.rows[0][ColumnIndex(tables, "TABLE_SCHEMA")].IsNull());
+    auto idx = conn->Schema(platform::SchemaKind::kIndexes, r);
+    bool unique_name = false;
+    for (const auto& row : idx.rows)
+      if (row[ColumnIndex(idx, "INDEX_NAME")].ToText() == "ux_t_name")
+        unique_name = row[ColumnIndex(idx, "UNIQUE")].ToBool() &&
+                      !row[ColumnIndex(idx, "PRIMARY_KEY")].ToBool();
+    EXPECT_TRUE(unique_name);
+  }
+  std::remove(file.c_str());
+
+  try {
+    OpenBackend("Provider=MSDASQL;Driver={No Such Driver};Database=x");
+    FAIL() << "an unknown driver opened";
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Number(), platform::hr::kFail);
+    EXPECT_NE(e.Description().find("No Such Driver"), std::string::npos) << e.Description();
+  }
+}
+
+}  // namespace
+}  // namespace zt::testing
