@@ -17,8 +17,9 @@
 // object closed ...). A failed call changes nothing that the caller can see, except where a
 // member says otherwise. Passwords never appear in an error text.
 //
-// Objects belong to the thread that created them. A Recordset keeps its connection's engine
-// session alive until it is closed or destroyed.
+// The DAO view (zt::dao::Database with its TableDefs) is declared in zt/platform/dao.h, which
+// this header includes. Objects belong to the thread that created them. A Recordset keeps its
+// connection's engine session alive until it is closed or destroyed.
 #pragma once
 
 #include <cstdint>
@@ -429,3 +430,6 @@ class Recordset : public Object {
 };
 
 }  // namespace zt
+
+// The DAO view over embedded database files (Database, TableDefs, Fields, Recordset).
+#include "zt/platform/dao.h"

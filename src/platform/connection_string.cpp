@@ -6,15 +6,11 @@
 
 #include "platform/driver.h"
 #include "platform/errors.h"
+#include "platform/sql_text.h"
 
 namespace zt::platform {
 
 namespace {
-
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
 
 std::string Trim(const std::string& s) {
   std::size_t b = 0, e = s.size();
@@ -31,7 +27,7 @@ std::string Trim(const std::string& s) {
 }
 
 bool PatternMatches(const std::string& pattern, const std::string& provider) {
-  const std::string p = Lower(pattern), v = Lower(Trim(provider));
+  const std::string p = AsciiLower(pattern), v = AsciiLower(Trim(provider));
   if (!p.empty() && p.back() == '*') return v.compare(0, p.size() - 1, p, 0, p.size() - 1) == 0;
   return p == v;
 }
@@ -115,7 +111,7 @@ Key Classify(const std::string& key) {
       {"mode", Key::kMode},
       {"driver", Key::kDriver},
   };
-  const auto it = keys.find(Lower(key));
+  const auto it = keys.find(AsciiLower(key));
   return it == keys.end() ? Key::kOther : it->second;
 }
 
@@ -185,9 +181,9 @@ ConnectionKeys SplitConnectionString(const std::string& text) {
 }
 
 std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string& key) {
-  const std::string k = Lower(key);
+  const std::string k = AsciiLower(key);
   for (const auto& [name, value] : keys)
-    if (Lower(name) == k) return value;
+    if (AsciiLower(name) == k) return value;
   return std::nullopt;
 }
 
@@ -234,7 +230,7 @@ ConnectParams ParseConnectionString(const std::string& text, const std::string& 
         p.password = value;
         break;
       case Key::kIntegrated: {
-        const std::string v = Lower(value);
+        const std::string v = AsciiLower(value);
         p.integrated_security = v == "sspi" || v == "true" || v == "yes";
         break;
       }
@@ -245,7 +241,7 @@ ConnectParams ParseConnectionString(const std::string& text, const std::string& 
         p.login_timeout = ToInt(value, key);
         break;
       case Key::kMode: {
-        const std::string v = Lower(value);
+        const std::string v = AsciiLower(value);
         p.read_only =
             v.find("read") != std::string::npos && v.find("readwrite") == std::string::npos;
         break;

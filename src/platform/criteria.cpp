@@ -4,15 +4,11 @@
 #include <cstdlib>
 
 #include "platform/errors.h"
+#include "platform/sql_text.h"
 
 namespace zt::platform {
 
 namespace {
-
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
 
 bool GlobMatch(const std::string& text, std::size_t t, const std::string& pat, std::size_t p) {
   while (p < pat.size()) {
@@ -34,17 +30,17 @@ enum class Op { kEq, kNe, kLt, kLe, kGt, kGe, kLike, kNotLike };
 class Clause : public Criteria {
  public:
   Clause(int col, Op op, Variant value) : col_(col), op_(op), value_(std::move(value)) {
-    if (const std::string* s = value_.AsString()) lowered_ = Lower(*s);
+    if (const std::string* s = value_.AsString()) lowered_ = AsciiLower(*s);
   }
   bool Matches(const std::vector<Variant>& row) const override {
     const Variant& v = row[static_cast<std::size_t>(col_)];
     if (value_.IsNull()) return (op_ == Op::kEq) == (v.IsNull() || v.IsEmpty());
     if (v.IsNull() || v.IsEmpty()) return false;
     if (op_ == Op::kLike || op_ == Op::kNotLike)
-      return GlobMatch(Lower(v.ToText()), 0, lowered_, 0) == (op_ == Op::kLike);
+      return GlobMatch(AsciiLower(v.ToText()), 0, lowered_, 0) == (op_ == Op::kLike);
     std::optional<int> c;
     if (const std::string* s = v.AsString(); s && value_.IsString())
-      c = Lower(*s).compare(lowered_);
+      c = AsciiLower(*s).compare(lowered_);
     else
       c = Variant::Compare(v, value_);
     if (!c) return false;
@@ -112,7 +108,7 @@ class Parser {
   bool Keyword(const char* kw) {
     Blanks();
     const std::size_t n = std::char_traits<char>::length(kw);
-    if (i_ + n > s_.size() || Lower(s_.substr(i_, n)) != kw) return false;
+    if (i_ + n > s_.size() || AsciiLower(s_.substr(i_, n)) != kw) return false;
     if (i_ + n < s_.size() &&
         (std::isalnum(static_cast<unsigned char>(s_[i_ + n])) || s_[i_ + n] == '_'))
       return false;

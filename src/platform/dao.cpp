@@ -5,30 +5,19 @@
 #include <regex>
 
 #include "platform/errors.h"
+#include "platform/sql_text.h"
 #include "platform/type_map.h"
 
 namespace zt::dao {
 
 using platform::AdoError;
+using platform::AsciiLower;
+using platform::BracketName;
 using platform::RaiseAdo;
 
 namespace {
 
 constexpr const char* kSource = "DAO.Database";
-
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
-
-std::string Br(const std::string& name) {
-  std::string out = "[";
-  for (char c : name) {
-    out += c;
-    if (c == ']') out += ']';
-  }
-  return out + "]";
-}
 
 // `s` as an SQL string literal.
 std::string Literal(const std::string& s) {
@@ -40,7 +29,8 @@ std::string Literal(const std::string& s) {
 // The constraint that stands for AllowZeroLength = False; its exact text is how the property is
 // read back from the table's definition.
 std::string NoZeroLengthClause(const std::string& column) {
-  return " CONSTRAINT " + Br("zt_nozerolength_" + column) + " CHECK (" + Br(column) + " <> '')";
+  return " CONSTRAINT " + BracketName("zt_nozerolength_" + column) + " CHECK (" +
+         BracketName(column) + " <> '')";
 }
 
 // End (one past) of a quoted part starting at i, or i when none starts there.
@@ -123,7 +113,7 @@ std::string ItemName(const std::string& item) {
   while (j < item.size() && !std::isspace(static_cast<unsigned char>(item[j]))) ++j;
   const std::string word = item.substr(i, j - i);
   for (const char* kw : {"constraint", "primary", "unique", "check", "foreign"})
-    if (Lower(word) == kw) return {};
+    if (AsciiLower(word) == kw) return {};
   return word;
 }
 
@@ -178,12 +168,15 @@ Field& TableDef::Fields(std::int32_t index) {
 
 Field& TableDef::Fields(const std::string& name) {
   for (Field& f : fields_)
-    if (Lower(f.name_) == Lower(name)) return f;
+    if (AsciiLower(f.name_) == AsciiLower(name)) return f;
   RaiseAdo(AdoError::kItemNotFound, kSource, "(" + name + ")");
 }
 
 std::int64_t TableDef::RecordCount() const {
-  return db_->cn_->Execute("SELECT COUNT(*) FROM " + Br(name_))->Fields(0).Value().ToInt64();
+  return db_->cn_->Execute("SELECT COUNT(*) FROM " + BracketName(name_))
+      ->Fields(0)
+      .Value()
+      .ToInt64();
 }
 
 // --------------------------------------------------------------------------- Database
@@ -260,7 +253,7 @@ TableDef& Database::TableDefs(std::int32_t index) {
 TableDef& Database::TableDefs(const std::string& name) {
   LoadTables();
   for (TableDef& t : tables_)
-    if (Lower(t.name_) == Lower(name)) return t;
+    if (AsciiLower(t.name_) == AsciiLower(name)) return t;
   RaiseAdo(AdoError::kItemNotFound, kSource, "(" + name + ")");
 }
 
@@ -286,7 +279,7 @@ void Database::AlterColumn(TableDef& table, const std::string& column, bool requ
   TableSql parts = SplitCreate(create);
   bool found = false;
   for (std::string& item : parts.items) {
-    if (Lower(ItemName(item)) != Lower(column)) continue;
+    if (AsciiLower(ItemName(item)) != AsciiLower(column)) continue;
     found = true;
     const std::string zero = NoZeroLengthClause(column);
     if (const auto at = item.find(zero); at != std::string::npos) item.erase(at, zero.size());
@@ -306,7 +299,7 @@ void Database::AlterColumn(TableDef& table, const std::string& column, bool requ
     for (; !rs->Eof(); rs->MoveNext()) columns.push_back(rs->Fields(0).Value().ToText());
   }
   std::string column_list;
-  for (const auto& c : columns) column_list += (column_list.empty() ? "" : ", ") + Br(c);
+  for (const auto& c : columns) column_list += (column_list.empty() ? "" : ", ") + BracketName(c);
   std::vector<std::string> recreate, views;
   {
     auto rs = cn_->Execute(
@@ -317,7 +310,7 @@ void Database::AlterColumn(TableDef& table, const std::string& column, bool requ
       const std::string sql = rs->Fields(2).Value().ToText();
       if (rs->Fields(0).Value().ToText() != "view") {
         recreate.push_back(sql);
-      } else if (Lower(sql).find(Lower(table.name_)) != std::string::npos) {
+      } else if (AsciiLower(sql).find(AsciiLower(table.name_)) != std::string::npos) {
         views.push_back(rs->Fields(1).Value().ToText());
         recreate.push_back(sql);
       }
@@ -331,12 +324,12 @@ void Database::AlterColumn(TableDef& table, const std::string& column, bool requ
   if (fk_on) cn_->Execute("PRAGMA foreign_keys = OFF");
   cn_->BeginTrans();
   try {
-    for (const auto& v : views) cn_->Execute("DROP VIEW " + Br(v));
-    cn_->Execute("CREATE TABLE " + Br(temp) + " (" + body + ")" + parts.tail);
-    cn_->Execute("INSERT INTO " + Br(temp) + " (" + column_list + ") SELECT " + column_list +
-                 " FROM " + Br(table.name_));
-    cn_->Execute("DROP TABLE " + Br(table.name_));
-    cn_->Execute("ALTER TABLE " + Br(temp) + " RENAME TO " + Br(table.name_));
+    for (const auto& v : views) cn_->Execute("DROP VIEW " + BracketName(v));
+    cn_->Execute("CREATE TABLE " + BracketName(temp) + " (" + body + ")" + parts.tail);
+    cn_->Execute("INSERT INTO " + BracketName(temp) + " (" + column_list + ") SELECT " +
+                 column_list + " FROM " + BracketName(table.name_));
+    cn_->Execute("DROP TABLE " + BracketName(table.name_));
+    cn_->Execute("ALTER TABLE " + BracketName(temp) + " RENAME TO " + BracketName(table.name_));
     for (const auto& sql : recreate) cn_->Execute(sql);
     auto bad = cn_->Execute("PRAGMA foreign_key_check");
     if (bad->State() == ado::adStateOpen && !bad->Eof())
@@ -356,7 +349,7 @@ void Database::AlterColumn(TableDef& table, const std::string& column, bool requ
   if (fk_on) cn_->Execute("PRAGMA foreign_keys = ON");
   // Field objects handed out stay valid: only their properties change.
   for (Field& f : table.fields_) {
-    if (Lower(f.name_) != Lower(column)) continue;
+    if (AsciiLower(f.name_) != AsciiLower(column)) continue;
     f.required_ = required;
     f.allow_zero_length_ = allow_zero;
   }

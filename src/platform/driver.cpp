@@ -13,11 +13,6 @@ namespace zt::platform {
 
 namespace {
 
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
-
 std::map<std::string, DriverFactory>& Registry() {
   static std::map<std::string, DriverFactory> drivers;
   return drivers;
@@ -58,11 +53,11 @@ Variant TextOrNull(const Variant& v) {
 }  // namespace
 
 DriverRegistration::DriverRegistration(std::string name, DriverFactory factory) {
-  Registry()[Lower(std::move(name))] = std::move(factory);
+  Registry()[AsciiLower(std::move(name))] = std::move(factory);
 }
 
 const DriverFactory* FindDriver(const std::string& name) {
-  const auto it = Registry().find(Lower(name));
+  const auto it = Registry().find(AsciiLower(name));
   return it == Registry().end() ? nullptr : &it->second;
 }
 

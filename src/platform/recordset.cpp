@@ -22,17 +22,14 @@
 namespace zt {
 
 using platform::AdoError;
+using platform::AsciiLower;
+using platform::BracketName;
 using platform::RaiseAdo;
 
 namespace {
 
 constexpr const char* kSource = "ADODB.Recordset";
 constexpr const char* kRowIdentityAlias = "zt_row_identity";
-
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
 
 bool LooksLikeTableName(const std::string& s) {
   if (s.empty()) return false;
@@ -46,16 +43,6 @@ std::string Unbracket(const std::string& s) {
 
 bool IsText(std::int32_t type) {
   return type == 129 || type == 130 || type == 200 || type == 202;
-}
-
-// "[name]" with a "]" doubled, for SQL text that PrepareSqlText rewrites per engine.
-std::string Br(const std::string& name) {
-  std::string out = "[";
-  for (char c : name) {
-    out += c;
-    if (c == ']') out += ']';
-  }
-  return out + "]";
 }
 
 }  // namespace
@@ -84,7 +71,8 @@ struct Recordset::Impl {
   std::string table;            // base table of the writes; "" when the rows cannot be written
   bool key_known = false;
   std::vector<int> key;
-  int rowid_col = -1;  // hidden row identity (last column), -1 when none
+  int rowid_col = -1;        // hidden row identity (last column), -1 when none
+  bool whole_table = false;  // opened by table name
   bool own_rowset = false;
 
   std::size_t Size() const { return rows.size(); }
@@ -115,7 +103,7 @@ bool FieldsCollection::Has(const std::string& name) const {
 }
 
 int FieldsCollection::IndexOf(const std::string& name) const {
-  const auto it = by_name_.find(Lower(name));
+  const auto it = by_name_.find(AsciiLower(name));
   return it == by_name_.end() ? -1 : it->second;
 }
 
@@ -200,17 +188,18 @@ void Recordset::Open(const std::string& source, const std::shared_ptr<Connection
 
   const bool as_table = (options > 0 && (options & (ado::adCmdTable | ado::adCmdTableDirect))) ||
                         ((options <= 0 || options == ado::adCmdUnknown) &&
-                         LooksLikeTableName(source) && Lower(source).rfind("select", 0) != 0);
+                         LooksLikeTableName(source) && AsciiLower(source).rfind("select", 0) != 0);
   auto m = std::make_unique<Impl>();
   m->session = connection->SessionPtr();
   std::string sql = source;
   if (as_table) {
     m->table = Unbracket(source);
-    sql = "SELECT * FROM " + Br(m->table);
+    sql = "SELECT * FROM " + BracketName(m->table);
     const std::string& rowid = s.Quirks().row_identity;
     if (lock_type != ado::adLockReadOnly && !rowid.empty() &&
         s.Guard([&] { return s.backend->PrimaryKeyColumns(m->table); }).empty())
-      sql = "SELECT *, " + Br(rowid) + " AS " + kRowIdentityAlias + " FROM " + Br(m->table);
+      sql = "SELECT *, " + BracketName(rowid) + " AS " + kRowIdentityAlias + " FROM " +
+            BracketName(m->table);
   }
   auto stmt = s.PrepareText(sql);
   s.Guard([&] { stmt->Execute(); });
@@ -225,6 +214,7 @@ void Recordset::Open(const std::string& source, const std::shared_ptr<Connection
   Impl& im = *impl_;
   if (!table.empty()) {
     im.table = table;
+    im.whole_table = true;
     if (!im.columns.empty() && im.columns.back().name == kRowIdentityAlias)
       im.rowid_col = static_cast<int>(im.columns.size()) - 1;
   } else {
@@ -233,7 +223,7 @@ void Recordset::Open(const std::string& source, const std::shared_ptr<Connection
       if (c.base_table.empty()) continue;
       if (im.table.empty()) {
         im.table = c.base_table;
-      } else if (Lower(im.table) != Lower(c.base_table)) {
+      } else if (AsciiLower(im.table) != AsciiLower(c.base_table)) {
         im.table.clear();
         break;
       }
@@ -297,7 +287,7 @@ void Recordset::BuildFields() {
   const int n = static_cast<int>(impl_->columns.size()) - (impl_->rowid_col >= 0 ? 1 : 0);
   for (int i = 0; i < n; ++i) {
     fields_.fields_.push_back(Field(this, i));
-    fields_.by_name_.emplace(Lower(impl_->columns[static_cast<std::size_t>(i)].name), i);
+    fields_.by_name_.emplace(AsciiLower(impl_->columns[static_cast<std::size_t>(i)].name), i);
   }
 }
 
@@ -472,9 +462,10 @@ void Recordset::SetValueAt(int col, const Variant& v) {
   RequireWritable();
   Impl& m = *impl_;
   const platform::ColumnInfo& c = m.columns[static_cast<std::size_t>(col)];
-  if (c.base_column.empty() && !m.own_rowset && m.rowid_col < 0 && c.base_table.empty() &&
-      m.table.empty())
-    RaiseAdo(AdoError::kNotUpdatable, kSource, "(" + c.name + ")");
+  // Every column of a table opened by name is the table's; from SQL text only the columns
+  // the engine traced to a table column can be written (not expressions).
+  if (c.base_column.empty() && !m.whole_table)
+    RaiseAdo(AdoError::kNotUpdatable, kSource, "(" + c.name + " is not a table column)");
   if (IsText(c.type) && c.defined_size > 0 && v.AsString() &&
       static_cast<std::int64_t>(utf8::Length(*v.AsString())) > c.defined_size)
     throw ZtError(static_cast<std::int32_t>(0x80040E21u), kSource,
@@ -625,7 +616,7 @@ void Recordset::WriteRow(Row& r) {
     const auto pk = s.Guard([&] { return s.backend->PrimaryKeyColumns(m.table); });
     for (const auto& k : pk) {
       std::size_t c = 0;
-      while (c < ncols && Lower(column(c)) != Lower(k)) ++c;
+      while (c < ncols && AsciiLower(column(c)) != AsciiLower(k)) ++c;
       if (c == ncols) {
         m.key.clear();
         break;
@@ -646,7 +637,7 @@ void Recordset::WriteRow(Row& r) {
       const std::string name =
           k == m.rowid_col ? s.Quirks().row_identity : column(static_cast<std::size_t>(k));
       const Variant& v = r.original[static_cast<std::size_t>(k)];
-      w += (w.empty() ? " WHERE " : " AND ") + Br(name);
+      w += (w.empty() ? " WHERE " : " AND ") + BracketName(name);
       if (v.IsNull() || v.IsEmpty()) {
         w += " IS NULL";
       } else {
@@ -664,26 +655,26 @@ void Recordset::WriteRow(Row& r) {
     std::string cols, marks;
     for (std::size_t c = 0; c < ncols; ++c) {
       if (r.values[c].IsEmpty()) continue;
-      cols += (cols.empty() ? "" : ", ") + Br(column(c));
+      cols += (cols.empty() ? "" : ", ") + BracketName(column(c));
       marks += marks.empty() ? "?" : ", ?";
       params.push_back(r.values[c]);
     }
     sql =
-        "INSERT INTO " + Br(m.table) +
+        "INSERT INTO " + BracketName(m.table) +
         (cols.empty() ? std::string(" DEFAULT VALUES") : " (" + cols + ") VALUES (" + marks + ")");
     check_count = false;
   } else if (r.status == Row::Status::kDeleted) {
-    sql = "DELETE FROM " + Br(m.table);
+    sql = "DELETE FROM " + BracketName(m.table);
     sql += where();
   } else {
     std::string set;
     for (std::size_t c = 0; c < ncols; ++c) {
       if (Variant::SameValue(r.values[c], r.original[c])) continue;
-      set += (set.empty() ? " SET " : ", ") + Br(column(c)) + " = ?";
+      set += (set.empty() ? " SET " : ", ") + BracketName(column(c)) + " = ?";
       params.push_back(r.values[c].IsEmpty() ? Variant::Null() : r.values[c]);
     }
     if (set.empty()) return;
-    sql = "UPDATE " + Br(m.table) + set;
+    sql = "UPDATE " + BracketName(m.table) + set;
     sql += where();
     check_count = s.Quirks().row_count == platform::RowCountStyle::kMatched;
   }
@@ -706,7 +697,7 @@ void Recordset::WriteRow(Row& r) {
   std::string select;
   for (std::size_t c = 0; c < m.columns.size(); ++c)
     select += (c ? ", " : "") +
-              Br(static_cast<int>(c) == m.rowid_col ? s.Quirks().row_identity : column(c));
+              BracketName(static_cast<int>(c) == m.rowid_col ? s.Quirks().row_identity : column(c));
   params.clear();
   bool key_complete = true;
   for (int k : m.key)
@@ -717,7 +708,7 @@ void Recordset::WriteRow(Row& r) {
     r.original = r.values;
     return;
   }
-  auto reread = s.PrepareText("SELECT " + select + " FROM " + Br(m.table) + where());
+  auto reread = s.PrepareText("SELECT " + select + " FROM " + BracketName(m.table) + where());
   for (std::size_t i = 0; i < params.size(); ++i) reread->Bind(static_cast<int>(i), params[i]);
   s.Guard([&] { reread->Execute(); });
   if (s.Guard([&] { return reread->Fetch(); }))

@@ -95,6 +95,20 @@ std::string UpperWord(const std::string& s, std::size_t from, std::size_t to) {
 
 }  // namespace
 
+std::string BracketName(const std::string& name) {
+  std::string out = "[";
+  for (char c : name) {
+    out += c;
+    if (c == ']') out += ']';
+  }
+  return out + "]";
+}
+
+std::string AsciiLower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
 std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks) {
   char open = '[', close = ']';
   if (quirks.quote == QuoteStyle::kDoubleQuotes) open = close = '"';

@@ -21,6 +21,13 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
 // number their parameters.
 std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks);
 
+// `name` in the library's own quoting, "[name]" with a "]" doubled; PrepareSqlText turns it into
+// the engine's form.
+std::string BracketName(const std::string& name);
+
+// ASCII lower case, for matching names without regard to case.
+std::string AsciiLower(std::string s);
+
 // `name` quoted for the engine ("[a]", "\"a\"", "`a`"), with the closing quote doubled inside.
 std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks);
 

@@ -145,7 +145,7 @@ TypeMapping MapTypeName(const std::string& name, std::int64_t length, std::int32
   if (!jet_vocabulary) {
     if (base == "text") {
       m.ado_type = 203, m.defined_size = kLongText, m.attributes = attr::kLong, m.dao_type = 12;
-    } else if (base == "timestamp") {
+    } else if (base == "timestamp" || base == "datetime" || base == "smalldatetime") {
       m.ado_type = 135, m.defined_size = 16;
     } else if (base == "date") {
       m.ado_type = 133, m.defined_size = 6;

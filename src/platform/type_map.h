@@ -37,7 +37,8 @@ struct TypeMapping {
 // "DECIMAL(12,2)", "int4" ...) to its codes. `length`, `precision` and `scale` are used when the
 // name carries none. With `jet_vocabulary`, names keep their Access meaning: TEXT is a
 // 255-character text, MEMO the long text, DATETIME a date (7); otherwise TEXT is a long text and
-// TIMESTAMP a timestamp (135). Unknown names map to a variable text (200).
+// DATETIME / TIMESTAMP a timestamp (135), as the server providers reported them. Unknown names map
+// to a variable text (200).
 //
 //   names                                              ADO   size      DAO
 //   TEXT(n) VARCHAR(n) NVARCHAR(n) CHARACTER VARYING   202   n         10 Text
@@ -51,8 +52,9 @@ struct TypeMapping {
 //   SINGLE REAL FLOAT4                                 4     4         6 Single
 //   DOUBLE FLOAT FLOAT8 DOUBLE PRECISION NUMBER        5     8         7 Double
 //   CURRENCY MONEY SMALLMONEY                          6     8         5 Currency
-//   DATETIME DATE TIME SMALLDATETIME (Jet)             7     8         8 Date
-//   TIMESTAMP DATETIME2 (off Jet)                      135   16        8 Date
+//   DATETIME DATE TIME SMALLDATETIME TIMESTAMP (Jet)   7     8         8 Date
+//   DATETIME SMALLDATETIME TIMESTAMP DATETIME2 (off)   135   16        8 Date
+//   DATE / TIME (off Jet)                              133 / 134  6    8 Date
 //   DECIMAL NUMERIC DEC                                131   19        20 Decimal
 //   GUID UNIQUEIDENTIFIER UUID                         72    16        15 GUID
 //   BINARY(n)                                          128   n         9 Binary

@@ -294,8 +294,8 @@ TEST_P(EngineTest, FieldTypesSizesAndNullability) {
 
 TEST_P(EngineTest, SchemaRowsets) {
   const Engine& e = GetParam();
-  MakeTable("zt_schema", 1);
   cn->Execute("DROP VIEW IF EXISTS [zt_schema_v]");
+  MakeTable("zt_schema", 1);
   cn->Execute("CREATE VIEW [zt_schema_v] AS SELECT [id] FROM [zt_schema]");
   const Variant none;
   const Variant schema = e.has_schemas ? Variant("") : none;
@@ -377,6 +377,45 @@ TEST_P(EngineTest, PreparedStatementsAndBulk) {
   cmd.SetCommandText("SELECT COUNT(*) FROM [zt_bulk] WHERE [qty] = ?");
   cmd.Parameters() = {7};
   EXPECT_EQ(cmd.Execute()->Fields(0).Value().ToInt32(), 10);
+}
+
+TEST_P(EngineTest, LoginFailuresAndLostSessions) {
+  const Engine& e = GetParam();
+  auto other = std::make_shared<Connection>();
+  if (e.env_prefix.empty()) {  // no server: a file that cannot be opened is the general failure
+    EXPECT_EQ(ZT_ERROR_NUMBER(other->Open(e.ConnectionString("/nonexistent/dir/x.db"))),
+              Hr(0x80004005));
+    EXPECT_EQ(other->State(), adStateClosed);
+    return;
+  }
+  // A wrong password is a login failure, and the password is not repeated in the message.
+  try {
+    other->Open(e.ConnectionString(""), "", "wrong-Pa55word");
+    ADD_FAILURE() << "a wrong password was accepted";
+  } catch (const ZtError& err) {
+    EXPECT_EQ(err.Number(), Hr(0x80040E4D)) << err.Description();
+    EXPECT_EQ(err.Description().find("wrong-Pa55word"), std::string::npos);
+  }
+  EXPECT_EQ(other->State(), adStateClosed);
+
+  // Nothing listening: a general failure, so the data store's retry list applies.
+  std::string refused = e.ConnectionString("");
+  refused.replace(refused.find("Port=") + 5,
+                  refused.find(';', refused.find("Port=")) - refused.find("Port=") - 5, "1");
+  EXPECT_EQ(ZT_ERROR_NUMBER(other->Open(refused)), Hr(0x80004005));
+
+  // A session ended by the server is not reported open any more.
+  const std::string id = cn->Execute(e.session_id_sql)->Fields(0).Value().ToText();
+  other->Open(e.ConnectionString(""));
+  std::string kill = e.kill_sql;
+  kill.replace(kill.find("%1"), 2, id);
+  other->Execute(kill);
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->Execute("SELECT 1")), Hr(0x80004005));
+  EXPECT_EQ(cn->State(), adStateClosed);
+  EXPECT_FALSE(cn->IsAlive());
+  cn->Close();
+  cn->Open();  // and it can be opened again with its stored string
+  EXPECT_TRUE(cn->IsAlive());
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, EngineTest, ::testing::ValuesIn(AllEngines()),

@@ -25,6 +25,8 @@ struct Engine {
   // ADO codes expected for the memo, money and date columns.
   std::int32_t memo_code, money_code, date_code;
   bool has_schemas;  // TABLE_SCHEMA holds a name (else Null)
+  // Server engines: how to learn this session's id and end it from another session.
+  std::string session_id_sql, kill_sql;
 
   bool Available() const {
     return env_prefix.empty() || std::getenv((env_prefix + "_PORT").c_str()) != nullptr;
@@ -50,11 +52,13 @@ inline void PrintTo(const Engine& e, std::ostream* os) {
 inline std::vector<Engine> AllEngines() {
   return {
       {"SQLite", "", "Microsoft.Jet.OLEDB.4.0", "LONG", "TEXT(50)", "MEMO", "DOUBLE", "CURRENCY",
-       "BIT", "DATETIME", 203, 6, 7, false},
+       "BIT", "DATETIME", 203, 6, 7, false, "", ""},
       {"PostgreSQL", "DBTEST_PG", "PostgreSQL", "INTEGER", "VARCHAR(50)", "TEXT",
-       "DOUBLE PRECISION", "NUMERIC(19,4)", "BOOLEAN", "TIMESTAMP", 203, 131, 135, true},
+       "DOUBLE PRECISION", "NUMERIC(19,4)", "BOOLEAN", "TIMESTAMP", 203, 131, 135, true,
+       "SELECT pg_backend_pid()", "SELECT pg_terminate_backend(%1)"},
       {"MariaDB", "DBTEST_MY", "MySQLProv", "INT", "VARCHAR(50)", "LONGTEXT", "DOUBLE",
-       "DECIMAL(19,4)", "BIT(1)", "DATETIME", 203, 131, 135, false},
+       "DECIMAL(19,4)", "BIT(1)", "DATETIME", 203, 131, 135, false, "SELECT CONNECTION_ID()",
+       "KILL %1"},
   };
 }
 
