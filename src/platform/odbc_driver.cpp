@@ -163,11 +163,7 @@ const TypeRow* RowFor(short sql_type) {
 TypeMapping MapColumn(const std::string& type_name, short sql_type, std::int64_t size,
                       std::int32_t digits, bool jet) {
   TypeMapping m = MapTypeName(type_name, size, static_cast<std::int32_t>(size), digits, jet);
-  // A server's DATETIME is described as an ODBC timestamp and is one (adDBTimeStamp); only an
-  // Access file's date keeps the OLE date code its name gives.
-  const bool server_date = !jet && m.ado_type == 7 && RowFor(sql_type) &&
-                           RowFor(sql_type)->ado_type >= 133 && RowFor(sql_type)->ado_type <= 135;
-  if (m.ado_type != 200 && !server_date) return m;
+  if (m.ado_type != 200) return m;
   if (const TypeRow* row = RowFor(sql_type)) {
     m.ado_type = row->ado_type;
     m.defined_size = row->fixed_size != 0 ? row->fixed_size : size;
