@@ -66,6 +66,9 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //   default_schema_sql  the statement that names the connection's default schema
 //   last_insert_id_sql  the statement that reads the number the last INSERT generated (SQL
 //                       Server: @@IDENTITY, since SCOPE_IDENTITY() is empty in a new batch)
+//   timeout_sql         the command time-out as a session setting, the seconds appended: the
+//                       MariaDB driver ignores SQL_ATTR_QUERY_TIMEOUT
+//   timeout_natives     native error codes that mean "the time-out ended the statement"
 //   liveness            a statement that costs the server nothing ("" : ask only the driver)
 // ---------------------------------------------------------------------------------------------
 std::vector<Family> MakeFamilies() {
@@ -75,7 +78,9 @@ std::vector<Family> MakeFamilies() {
                .match = {"mariadb", "mysql", "maodbc", "myodbc"},
                .added_keys = {{"Option", "2"}},
                .catalog_is_db = true,
-               .last_insert_id_sql = "SELECT LAST_INSERT_ID()"};
+               .last_insert_id_sql = "SELECT LAST_INSERT_ID()",
+               .timeout_sql = "SET SESSION max_statement_time = ",
+               .timeout_natives = {1969, 3024}};
   maria.quirks.transactional_ddl = false;
   maria.quirks.backslash_escapes = true;
   maria.quirks.has_schemas = false;
@@ -410,7 +415,8 @@ std::vector<DiagRecord> CollectDiagnostics(short handle_type, void* handle) {
   return out;
 }
 
-void RaiseDiagnostics(const std::string& source, const std::vector<DiagRecord>& records) {
+void RaiseDiagnostics(const std::string& source, const Family& family,
+                      const std::vector<DiagRecord>& records) {
   // The first record that is not a warning (01xxx) decides the number; some drivers put a
   // warning first. MDB Tools leaves the state empty, which the table treats as a general failure.
   const DiagRecord* primary = nullptr;
@@ -425,7 +431,9 @@ void RaiseDiagnostics(const std::string& source, const std::vector<DiagRecord>& 
   for (const auto& r : records)
     if (&r != primary && !r.message.empty() && r.message != primary->message)
       message += "\n" + r.message;
-  RaiseSqlState(source, primary->sqlstate, primary->native, message);
+  const auto& natives = family.timeout_natives;
+  const bool timeout = std::find(natives.begin(), natives.end(), primary->native) != natives.end();
+  RaiseSqlState(source, timeout ? "HYT00" : primary->sqlstate, primary->native, message);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -473,7 +481,7 @@ class OdbcConnection : public ConnectionBackend {
   void BeginTransaction() override;
   void Commit() override { EndTransaction(SQL_COMMIT); }
   void Rollback() override { EndTransaction(SQL_ROLLBACK); }
-  void SetCommandTimeout(int seconds) override { timeout_ = seconds; }
+  void SetCommandTimeout(int seconds) override;
   bool IsAlive() override;
   std::string CurrentCatalog() override;
   std::string DefaultSchema() override;
@@ -484,7 +492,7 @@ class OdbcConnection : public ConnectionBackend {
   [[noreturn]] void Fail(SQLSMALLINT type, SQLHANDLE h, const std::string& what) const {
     auto records = CollectDiagnostics(type, h);
     if (records.empty()) records.push_back({"HY000", 0, what});
-    RaiseDiagnostics(source_, records);
+    RaiseDiagnostics(source_, family_, records);
   }
   [[noreturn]] void RefuseWrite() const {
     RaiseSqlState(source_, "42000", 0,
@@ -541,7 +549,7 @@ OdbcConnection::OdbcConnection(const ConnectParams& params)
     SQLFreeHandle(SQL_HANDLE_DBC, dbc_);
     dbc_ = SQL_NULL_HDBC;
     if (records.empty()) records.push_back({"08001", 0, "Unable to connect to data source"});
-    RaiseDiagnostics(source_, records);
+    RaiseDiagnostics(source_, family_, records);
   }
 }
 
@@ -571,7 +579,7 @@ void OdbcConnection::EndTransaction(SQLSMALLINT how) {
     auto records = CollectDiagnostics(SQL_HANDLE_DBC, dbc_);
     SetAutoCommit(true);
     if (records.empty()) records.push_back({"HY000", 0, "Ending the transaction failed"});
-    RaiseDiagnostics(source_, records);
+    RaiseDiagnostics(source_, family_, records);
   }
   SetAutoCommit(true);
 }
@@ -606,6 +614,15 @@ std::string OdbcConnection::CurrentCatalog() {
 std::string OdbcConnection::DefaultSchema() {
   if (!quirks_.has_schemas || family_.default_schema_sql.empty()) return {};
   return ScalarText(family_.default_schema_sql).value_or("");
+}
+
+void OdbcConnection::SetCommandTimeout(int seconds) {
+  timeout_ = std::max(0, seconds);
+  if (family_.timeout_sql.empty()) return;
+  const std::string sql = family_.timeout_sql + std::to_string(timeout_);
+  Handle st(dbc_);
+  if (!Ok(SQLExecDirect(st.get(), Text(sql), SQL_NTS)))
+    Fail(SQL_HANDLE_STMT, st.get(), "Cannot set the command time-out");
 }
 
 Variant OdbcConnection::LastInsertId() {

@@ -26,6 +26,8 @@ struct Family {
   bool wide_catalog_types = false;
   std::string default_schema_sql{};
   std::string last_insert_id_sql{};
+  std::string timeout_sql{};
+  std::vector<std::int32_t> timeout_natives{};
   std::string liveness = "SELECT 1";
 };
 
@@ -43,9 +45,10 @@ struct DiagRecord {
 };
 // Every diagnostic record of a handle (`handle_type` is SQL_HANDLE_ENV/DBC/STMT).
 std::vector<DiagRecord> CollectDiagnostics(short handle_type, void* handle);
-// Throws the ZtError for `records`: the number from the first record that is not a warning,
-// the messages of all records in the description, `source` as source.
-[[noreturn]] void RaiseDiagnostics(const std::string& source,
+// Throws the ZtError for `records`: the number from the first record that is not a warning
+// (a native code the family lists as a time-out counts as one), the messages of all records in
+// the description, `source` as source.
+[[noreturn]] void RaiseDiagnostics(const std::string& source, const Family& family,
                                    const std::vector<DiagRecord>& records);
 
 // ADO DataTypeEnum code of an ODBC SQL type.

@@ -235,6 +235,19 @@ TEST_F(MariaDbDriver, TransactionsErrorsAndBraceQuotedPasswords) {
   EXPECT_THROW(Exec(*conn_, "SELEC nothing"), ZtError);
   EXPECT_TRUE(conn_->IsAlive());
 
+  // The driver ignores the ODBC query time-out; the family sets the server's own instead.
+  conn_->SetCommandTimeout(1);
+  const auto start = Clock::now();
+  try {
+    Rows(*conn_, "SELECT SLEEP(3)");
+    ADD_FAILURE() << "the time-out did not end the statement";
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Number(), platform::hr::kTimeout) << e.Description();
+  }
+  EXPECT_LT(Clock::now() - start, std::chrono::milliseconds(2500));
+  conn_->SetCommandTimeout(0);
+  EXPECT_EQ(Rows(*conn_, "SELECT SLEEP(1.2)").rows.at(0).at(0).ToInt32(), 0);
+
   // A password holding ";" and braces reaches the server whole instead of adding keys.
   const std::string pw = "p;w{d}}x";
   Exec(*conn_, "DROP USER IF EXISTS 'zt_semi'@'%'");
