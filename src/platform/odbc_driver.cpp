@@ -501,7 +501,9 @@ class OdbcConnection : public ConnectionBackend {
                       "can be run");
   }
   SQLHDBC dbc() const { return dbc_; }
-  int timeout() const { return timeout_; }
+  // Makes the command time-out effective on the server when the family needs that; returns
+  // the seconds for SQL_ATTR_QUERY_TIMEOUT.
+  int ApplyTimeout();
   const Family& family() const { return family_; }
 
  private:
@@ -526,6 +528,7 @@ class OdbcConnection : public ConnectionBackend {
   SQLHDBC dbc_ = SQL_NULL_HDBC;
   bool in_transaction_ = false;
   int timeout_ = 0;
+  int applied_timeout_ = 0;
 };
 
 OdbcConnection::OdbcConnection(const ConnectParams& params)
@@ -617,12 +620,20 @@ std::string OdbcConnection::DefaultSchema() {
 }
 
 void OdbcConnection::SetCommandTimeout(int seconds) {
+  // Only remembered here: callers restore the time-out from destructors, so this must neither
+  // fail nor cost a round trip. Statements apply it when they run.
   timeout_ = std::max(0, seconds);
-  if (family_.timeout_sql.empty()) return;
-  const std::string sql = family_.timeout_sql + std::to_string(timeout_);
-  Handle st(dbc_);
-  if (!Ok(SQLExecDirect(st.get(), Text(sql), SQL_NTS)))
-    Fail(SQL_HANDLE_STMT, st.get(), "Cannot set the command time-out");
+}
+
+int OdbcConnection::ApplyTimeout() {
+  if (!family_.timeout_sql.empty() && applied_timeout_ != timeout_) {
+    const std::string sql = family_.timeout_sql + std::to_string(timeout_);
+    Handle st(dbc_);
+    if (!Ok(SQLExecDirect(st.get(), Text(sql), SQL_NTS)))
+      Fail(SQL_HANDLE_STMT, st.get(), "Cannot set the command time-out");
+    applied_timeout_ = timeout_;
+  }
+  return timeout_;
 }
 
 Variant OdbcConnection::LastInsertId() {
@@ -680,7 +691,7 @@ void OdbcStatement::Execute() {
   has_result_ = false;
   at_end_ = true;
   rows_affected_ = -1;
-  const SQLULEN timeout = static_cast<SQLULEN>(std::max(0, conn_.timeout()));
+  const SQLULEN timeout = static_cast<SQLULEN>(conn_.ApplyTimeout());
   SQLSetStmtAttr(stmt_.get(), SQL_ATTR_QUERY_TIMEOUT, reinterpret_cast<SQLPOINTER>(timeout), 0);
 
   std::vector<Param> params;

@@ -252,7 +252,11 @@ class PgConnection : public ConnectionBackend {
   std::unique_ptr<StatementBackend> Prepare(const std::string& sql) override;
   void BeginTransaction() override { Command("BEGIN"); }
   void Commit() override { Command("COMMIT"); }
-  void Rollback() override { Command("ROLLBACK"); }
+  void Rollback() override {
+    // A rollback also takes back a SET made inside the transaction.
+    applied_timeout_ = -1;
+    Command("ROLLBACK");
+  }
   void SetCommandTimeout(int seconds) override;
   bool IsAlive() override;
   std::string CurrentCatalog() override { return PQdb(conn_); }
@@ -271,6 +275,7 @@ class PgConnection : public ConnectionBackend {
   void Command(const char* sql) { Check(PQexec(conn_, sql)); }
   std::string NextStatementName() { return "zt_stmt_" + std::to_string(++statements_); }
   const BaseColumn* Base(Oid table, int column);
+  void ApplyTimeout();
 
  private:
   DriverQuirks quirks_;
@@ -279,6 +284,8 @@ class PgConnection : public ConnectionBackend {
   int statements_ = 0;
   std::string default_schema_;
   std::map<Oid, std::map<int, BaseColumn>> bases_;
+  int timeout_ = 0;
+  int applied_timeout_ = 0;
 };
 
 DriverQuirks PgQuirks() {
@@ -346,8 +353,15 @@ Result PgConnection::Check(PGresult* raw) const {
 }
 
 void PgConnection::SetCommandTimeout(int seconds) {
-  const std::string sql = "SET statement_timeout = " + std::to_string(std::max(0, seconds) * 1000);
-  Command(sql.c_str());
+  // Only remembered here: callers restore the time-out from destructors, so this must neither
+  // fail nor cost a round trip. ApplyTimeout makes it effective before the next statement.
+  timeout_ = std::max(0, seconds);
+}
+
+void PgConnection::ApplyTimeout() {
+  if (applied_timeout_ == timeout_) return;
+  Command(("SET statement_timeout = " + std::to_string(timeout_ * 1000)).c_str());
+  applied_timeout_ = timeout_;
 }
 
 bool PgConnection::IsAlive() {
@@ -499,6 +513,7 @@ bool IsQueryText(const std::string& sql) {
 void PgStatement::Execute() {
   if (conn_.Quirks().read_only && !IsQueryText(sql_))
     RaiseSqlState(conn_.source(), "25006", 0, "The connection is read-only");
+  conn_.ApplyTimeout();
   result_.reset();
   columns_.clear();
   kinds_.clear();

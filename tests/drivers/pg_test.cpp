@@ -227,13 +227,18 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
   fresh->Rollback();
 
   // A failed statement inside a transaction leaves it to the caller's rollback; the connection
-  // is not taken for dead meanwhile.
+  // is not taken for dead meanwhile, and a time-out can still be set (callers restore it from
+  // destructors): it takes effect after the rollback, which would have undone a SET.
   conn_->BeginTransaction();
+  conn_->SetCommandTimeout(9);
   Exec(*conn_, "INSERT INTO zt_pg_items (code) VALUES ('kept?')");
   EXPECT_THROW(Exec(*conn_, "SELEC 1"), ZtError);
   EXPECT_TRUE(conn_->IsAlive());
+  EXPECT_NO_THROW(conn_->SetCommandTimeout(2));
   conn_->Rollback();
   EXPECT_EQ(Count(), 0);
+  EXPECT_EQ(Rows(*conn_, "SHOW statement_timeout").rows.at(0).at(0).ToText(), "2s");
+  conn_->SetCommandTimeout(0);
 
   auto params = platform::ParseConnectionString(*text_);
   params.password = "wrong;pw";
