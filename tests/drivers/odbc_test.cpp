@@ -168,6 +168,43 @@ TEST_F(MariaDbDriver, MsdasqlDriverKeyGetsTheFamilyOptionsAndDeadConnectionsAreS
   EXPECT_TRUE(conn_->IsAlive());
 }
 
+TEST_F(MariaDbDriver, BulkLoadsSendManyRowsPerInsertAndKeepAllOrNothing) {
+  auto count = [&] {
+    return Rows(*conn_, "SELECT COUNT(*) FROM zt_drv_items").rows[0][0].ToInt64();
+  };
+  {
+    // 25,000 rows of 3 values: two full statements of 10,000 rows and a shorter last one.
+    auto bulk = conn_->BeginBulk("zt_drv_items", {"id", "code", "descr"});
+    for (int i = 1; i <= 25000; ++i)
+      bulk->AddRow({i, "c" + std::to_string(i),
+                    i % 2 ? Variant("d'\\" + std::to_string(i)) : Variant::Null()});
+    bulk->Finish();
+  }
+  EXPECT_EQ(count(), 25000);
+  auto rs =
+      Rows(*conn_, "SELECT code, descr FROM zt_drv_items WHERE id IN (24999, 25000) ORDER BY id");
+  ASSERT_EQ(rs.rows.size(), 2u);
+  EXPECT_EQ(rs.rows[0][0].ToText(), "c24999");
+  EXPECT_EQ(rs.rows[0][1].ToText(), "d'\\24999");
+  EXPECT_TRUE(rs.rows[1][1].IsNull());
+
+  // A duplicate in the second statement takes the first one back with it.
+  Exec(*conn_, "DELETE FROM zt_drv_items");
+  {
+    auto bulk = conn_->BeginBulk("zt_drv_items", {"id", "code", "descr"});
+    try {
+      for (int i = 1; i <= 15000; ++i)
+        bulk->AddRow({i == 12000 ? 5 : i, "c" + std::to_string(i), 1});
+      bulk->Finish();
+      FAIL() << "a duplicate key was loaded";
+    } catch (const ZtError& e) {
+      EXPECT_EQ(e.Number(), platform::hr::kIntegrity) << e.Description();
+    }
+    EXPECT_THROW(bulk->AddRow({1, "x", 1}), ZtError);
+  }
+  EXPECT_EQ(count(), 0);
+}
+
 TEST_F(MariaDbDriver, CatalogRowsetsStayInTheCurrentDatabase) {
   auto tables = conn_->Schema(SchemaKind::kTables, {});
   const int name = ColumnIndex(tables, "TABLE_NAME"), cat = ColumnIndex(tables, "TABLE_CATALOG");
