@@ -57,7 +57,9 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //                       MariaDB Option=2, so that UPDATE reports matched rows (the driver counts
 //                       changed rows, and rewriting a row with its own values would look like a
 //                       lost update); FreeTDS TDS_Version, without which no login time-out is
-//                       honoured at all and a silent server hangs the caller for good;
+//                       honoured at all and a silent server hangs the caller for good, and
+//                       ClientCharset=UTF-8, since text is handed over as UTF-8 (the default
+//                       charset turns what Latin-1 cannot hold into "?");
 //                       psqlODBC BoolsAsChar=0, else booleans arrive as the text "1"/"0".
 //   login_timeout       seconds given as SQL_ATTR_LOGIN_TIMEOUT before connecting
 //   catalog_is_db       catalog functions get the current database as catalog; the MariaDB
@@ -92,7 +94,7 @@ std::vector<Family> MakeFamilies() {
 
   Family tds{.quirks = Quirks("SQL Server", QuoteStyle::kBrackets),
              .match = {"freetds", "tdsodbc", "sql server", "msodbcsql"},
-             .added_keys = {{"TDS_Version", "7.4"}},
+             .added_keys = {{"TDS_Version", "7.4"}, {"ClientCharset", "UTF-8"}},
              .default_schema_sql = "SELECT SCHEMA_NAME()",
              .last_insert_id_sql = "SELECT @@IDENTITY",
              .bulk_parameters = 2000};
