@@ -275,6 +275,11 @@ class PgConnection : public ConnectionBackend {
   void Command(const char* sql) { Check(PQexec(conn_, sql)); }
   std::string NextStatementName() { return "zt_stmt_" + std::to_string(++statements_); }
   const BaseColumn* Base(Oid table, int column);
+  // Drops what was read from the catalog (after DDL or SET on this connection).
+  void ForgetCatalog() {
+    bases_.clear();
+    default_schema_.clear();
+  }
   void ApplyTimeout();
 
  private:
@@ -403,8 +408,8 @@ const BaseColumn* PgConnection::Base(Oid table, int column) {
   if (table == InvalidOid || column <= 0) return nullptr;
   auto it = bases_.find(table);
   if (it == bases_.end()) {
-    // One catalog read per table and connection; DDL that renames a column after this is not
-    // seen until the connection is reopened, as with any provider's cached metadata.
+    // One catalog read per table until this connection runs DDL (see ForgetCatalog); DDL from
+    // other sessions is not seen meanwhile, as with any provider's cached metadata.
     const std::string oid = std::to_string(table);
     const char* params[] = {oid.c_str()};
     Result r = Check(PQexecParams(
@@ -501,18 +506,25 @@ class PgStatement : public StatementBackend {
   std::int64_t rows_affected_ = -1;
 };
 
-bool IsQueryText(const std::string& sql) {
+// The statement's first word, upper-cased.
+std::string FirstWord(const std::string& sql) {
   std::size_t i = sql.find_first_not_of(" \t\r\n(");
-  if (i == std::string::npos) return false;
   std::string word;
   while (i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i])))
     word += static_cast<char>(std::toupper(static_cast<unsigned char>(sql[i++])));
-  return word == "SELECT" || word == "WITH" || word == "VALUES" || word == "SHOW";
+  return word;
+}
+
+bool IsQueryWord(const std::string& w) {
+  return w == "SELECT" || w == "WITH" || w == "VALUES" || w == "SHOW";
 }
 
 void PgStatement::Execute() {
-  if (conn_.Quirks().read_only && !IsQueryText(sql_))
+  const std::string word = FirstWord(sql_);
+  const bool query = IsQueryWord(word);
+  if (conn_.Quirks().read_only && !query)
     RaiseSqlState(conn_.source(), "25006", 0, "The connection is read-only");
+  if (!query && word != "INSERT" && word != "UPDATE" && word != "DELETE") conn_.ForgetCatalog();
   conn_.ApplyTimeout();
   result_.reset();
   columns_.clear();

@@ -105,6 +105,12 @@ TEST_F(PostgresDriver, PreparedStatementsBindValuesAndDescribeFields) {
   upd->Bind(1, a[0]);
   upd->Execute();
   EXPECT_EQ(upd->RowsAffected(), 1);
+  // A column added through this connection is described from the catalog like the others.
+  Exec(*conn_, "ALTER TABLE zt_pg_items ADD COLUMN extra int NOT NULL DEFAULT 0");
+  auto added = Rows(*conn_, "SELECT extra FROM zt_pg_items");
+  EXPECT_EQ(added.columns.at(0).base_column, "extra");
+  EXPECT_FALSE(added.columns[0].attributes & 0x20);
+
   // "?" inside literals and comments are not parameters.
   auto lit = Rows(*conn_, "SELECT '?' AS q /* ? */ FROM zt_pg_items WHERE code = 'neu'");
   ASSERT_EQ(lit.rows.size(), 1u);
