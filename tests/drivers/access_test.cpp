@@ -7,6 +7,7 @@
 
 #include "engines.h"
 #include "support/test_env.h"
+#include "zt/platform.h"
 
 // MDB Tools' SQL parser keeps the condition of a WHERE clause for good (mdb_sql_add_sarg, through
 // glib). It is the driver's memory, not ours: the leak checker of sanitizer builds is told to let
@@ -108,6 +109,34 @@ TEST_F(AccessFile, WritesAreRefusedAndTheIndexRowsetCannotCrash) {
   // Still usable afterwards.
   EXPECT_EQ(Rows(*conn_, "SELECT id FROM FPdev").rows.size(), 8u);
   EXPECT_TRUE(conn_->IsAlive());
+}
+
+// The same file as the rest of the library sees it, through Connection and Recordset.
+TEST_F(AccessFile, RecordsetsReadAndRefuseEdits) {
+  RecordingEnv env;
+  auto cn = std::make_shared<Connection>();
+  cn->Open("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + AccessSample());
+  EXPECT_EQ(cn->Engine(), "Access");
+  Recordset rs;
+  rs.Open("FPdev", cn, ado::adOpenKeyset, ado::adLockOptimistic);
+  EXPECT_EQ(rs.RecordCount(), 8);
+  rs.Find("id = 6");
+  ASSERT_FALSE(rs.Eof());
+  const Variant name = rs.Value("UserName");
+  EXPECT_THROW(
+      {
+        rs.Fields("UserName").SetValue(Variant("changed"));
+        rs.Update();
+      },
+      ZtError);
+  Recordset again;
+  again.Open("SELECT UserName FROM FPdev WHERE id = 6", cn, ado::adOpenStatic, ado::adLockReadOnly);
+  EXPECT_EQ(again.Value("UserName").ToText(), name.ToText());
+  EXPECT_THROW(cn->Execute("DELETE FROM FPdev"), ZtError);
+  EXPECT_THROW(cn->OpenSchema(ado::adSchemaIndexes), ZtError);  // refused, never fetched
+  EXPECT_EQ(cn->OpenSchema(ado::adSchemaColumns, Variant::Array({Variant(), Variant(), "FPdev"}))
+                ->RecordCount(),
+            3);
 }
 
 }  // namespace
