@@ -150,7 +150,8 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   bool IsAlive();
 
   // Runs one statement. `records_affected` receives the rows changed (-1 for a query). Returns a
-  // forward-only read-only recordset over the rows, closed when the statement returns none.
+  // forward-only read-only recordset over the rows, closed when the statement returns none or
+  // `options` holds adExecuteNoRecords.
   // A second statement in the text is refused (0x80040E14).
   std::shared_ptr<Recordset> Execute(const std::string& sql,
                                      std::int64_t* records_affected = nullptr,
@@ -268,8 +269,11 @@ class Command : public Object {
 };
 
 // One column of a recordset's current row. Owned by its Recordset; valid while it is open.
-class Field {
+// A Variant can hold one without copying it, keeping its recordset alive, through the aliasing
+// constructor: Variant(std::shared_ptr<Object>(recordset, &recordset->Fields("tName"))).
+class Field : public Object {
  public:
+  std::string TypeName() const override { return "Field"; }
   const std::string& Name() const;
   std::int32_t Type() const;         // ADO DataTypeEnum code
   std::int64_t DefinedSize() const;  // characters for text, bytes otherwise
@@ -344,6 +348,9 @@ class Recordset : public Object {
   std::int32_t LockType() const { return lock_type_; }
   std::int32_t EditMode() const { return edit_mode_; }
   const std::string& Source() const { return source_; }
+  // The connection the recordset was opened on (null for one made by a Connection that is not
+  // held by a shared_ptr).
+  const std::shared_ptr<Connection>& ActiveConnection() const { return connection_; }
 
   // Moves. A forward-only cursor raises 3219 for a move backwards; MoveFirst on
   // it runs the statement again. Moving past EOF/BOF raises 3021. A pending edit is written
@@ -420,6 +427,7 @@ class Recordset : public Object {
   void Reopen();
 
   std::unique_ptr<Impl> impl_;
+  std::shared_ptr<Connection> connection_;
   FieldsCollection fields_;
   bool open_ = false;
   std::int32_t cursor_type_ = ado::adOpenForwardOnly;

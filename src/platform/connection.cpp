@@ -79,13 +79,17 @@ platform::Session& Connection::RequireSession() const {
 
 std::shared_ptr<Recordset> Connection::Execute(const std::string& sql,
                                                std::int64_t* records_affected,
-                                               std::int32_t /*options*/) {
+                                               std::int32_t options) {
   platform::Session& s = RequireSession();
   auto stmt = s.PrepareText(sql);
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  if (!stmt->Columns().empty()) rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
+  const bool no_records = options > 0 && (options & ado::adExecuteNoRecords);
+  if (!stmt->Columns().empty() && !no_records) {
+    rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
+    rs->connection_ = weak_from_this().lock();
+  }
   return rs;
 }
 
@@ -176,6 +180,7 @@ std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,
   platform::RowSet rows = s.Guard([&] { return s.backend->Schema(kind, r); });
   auto rs = std::make_shared<Recordset>();
   rs->OpenRowSet(std::move(rows), session_);
+  rs->connection_ = weak_from_this().lock();
   return rs;
 }
 
@@ -247,8 +252,10 @@ std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected,
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  if (!stmt->Columns().empty())
+  if (!stmt->Columns().empty()) {
     rs->OpenStatement(connection_->SessionPtr(), std::move(stmt), /*stream=*/true);
+    rs->connection_ = connection_;
+  }
   return rs;
 }
 

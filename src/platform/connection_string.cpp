@@ -20,10 +20,8 @@ std::string Trim(const std::string& s) {
 }
 
 [[noreturn]] void BadString(const std::string& why) {
-  throw ZtError(hr::kBadConnectionString, "Microsoft OLE DB Service Components",
-                "Format of the initialization string does not conform to the OLE DB "
-                "specification. " +
-                    why);
+  throw ZtError(hr::kBadConnectionString, "ADODB.Connection",
+                "The connection string cannot be read. " + why);
 }
 
 bool PatternMatches(const std::string& pattern, const std::string& provider) {

@@ -70,6 +70,7 @@ struct Recordset::Impl {
   std::int64_t add_from = 0;    // position before AddNew
   std::string table;            // base table of the writes; "" when the rows cannot be written
   bool key_known = false;
+  bool key_is_all_columns = false;  // no key: rows are found by every short column's value
   std::vector<int> key;
   int rowid_col = -1;        // hidden row identity (last column), -1 when none
   bool whole_table = false;  // opened by table name
@@ -211,6 +212,7 @@ void Recordset::Open(const std::string& source, const std::shared_ptr<Connection
   cursor_type_ = cursor_type;
   lock_type_ = lock_type;
   source_ = source;
+  connection_ = connection;
   Impl& im = *impl_;
   if (!table.empty()) {
     im.table = table;
@@ -294,6 +296,7 @@ void Recordset::BuildFields() {
 void Recordset::Close() {
   if (!open_) return;
   impl_ = std::make_unique<Impl>();
+  connection_.reset();
   fields_.fields_.clear();
   fields_.by_name_.clear();
   open_ = false;
@@ -568,11 +571,18 @@ void Recordset::UpdateBatch() {
   // Values filled in by the engine (row ids) are kept only when the whole batch commits.
   std::vector<std::vector<Variant>> saved;
   for (Row* r : pending) saved.push_back(r->values);
-  if (own) s.Guard([&] { s.backend->BeginTransaction(); });
+  if (own) {
+    s.Guard([&] { s.backend->BeginTransaction(); });
+    s.transaction_level = 1;
+  }
   try {
     for (Row* r : pending) WriteRow(*r);
-    if (own) s.Guard([&] { s.backend->Commit(); });
+    if (own) {
+      s.transaction_level = 0;
+      s.Guard([&] { s.backend->Commit(); });
+    }
   } catch (...) {
+    s.transaction_level = own ? 0 : s.transaction_level;
     for (std::size_t i = 0; i < pending.size(); ++i) pending[i]->values = std::move(saved[i]);
     if (own) {
       try {
@@ -624,6 +634,7 @@ void Recordset::WriteRow(Row& r) {
       m.key.push_back(static_cast<int>(c));
     }
     if (m.key.empty() && m.rowid_col >= 0) m.key.push_back(m.rowid_col);
+    m.key_is_all_columns = m.key.empty();
     if (m.key.empty())
       for (std::size_t c = 0; c < ncols; ++c)
         if (!(m.columns[c].attributes & platform::attr::kLong))
@@ -680,11 +691,26 @@ void Recordset::WriteRow(Row& r) {
   }
   auto stmt = s.PrepareText(sql);
   for (std::size_t i = 0; i < params.size(); ++i) stmt->Bind(static_cast<int>(i), params[i]);
-  s.Guard([&] { stmt->Execute(); });
-  if (check_count && stmt->RowsAffected() == 0)
-    throw ZtError(platform::hr::kRowChanged, s.provider,
-                  "Row cannot be located for updating. Some values may have been changed since "
-                  "it was last read.");
+  // Without a key, identical rows cannot be told apart: the write runs in a transaction so that
+  // touching more than one row can be undone.
+  const bool guard =
+      m.key_is_all_columns && r.status != Row::Status::kNew && s.transaction_level == 0;
+  if (guard) s.Guard([&] { s.backend->BeginTransaction(); });
+  try {
+    s.Guard([&] { stmt->Execute(); });
+    if (check_count && stmt->RowsAffected() == 0)
+      throw ZtError(platform::hr::kRowChanged, s.provider,
+                    "Row cannot be located for updating. Some values may have been changed "
+                    "since it was last read.");
+    if (m.key_is_all_columns && stmt->RowsAffected() > 1)
+      throw ZtError(platform::hr::kFail, s.provider,
+                    "Key column information is insufficient or incorrect. Too many rows were "
+                    "affected by update.");
+    if (guard) s.Guard([&] { s.backend->Commit(); });
+  } catch (...) {
+    if (guard) s.backend->Rollback();
+    throw;
+  }
   if (r.status != Row::Status::kNew) return;
 
   // Read the new row back so that numbers and defaults the engine filled in are seen.

@@ -30,6 +30,18 @@ TEST_F(RecordsetTest, CursorChoicesAndPositions) {
   Recordset dyn;
   dyn.Open("SELECT * FROM t", cn, adOpenDynamic, adLockOptimistic);
   EXPECT_EQ(dyn.CursorType(), adOpenKeyset);
+  EXPECT_EQ(dyn.ActiveConnection(), cn);
+  EXPECT_EQ(cn->Execute("SELECT 1")->ActiveConnection(), cn);
+  EXPECT_EQ(cn->Execute("SELECT 1", nullptr, adExecuteNoRecords)->State(), adStateClosed);
+  // A field travels in a Variant and keeps its recordset alive.
+  Variant held;
+  {
+    auto rs = cn->Execute("SELECT name FROM t WHERE id = 3");
+    held = Variant(std::shared_ptr<Object>(rs, &rs->Fields("name")));
+  }
+  auto* field = dynamic_cast<Field*>(held.AsObject().get());
+  ASSERT_NE(field, nullptr);
+  EXPECT_EQ(field->Value().ToText(), "n3");
   EXPECT_EQ(dyn.LockType(), adLockOptimistic);
 
   cn->SetCursorLocation(adUseClient);
@@ -88,6 +100,23 @@ TEST_F(RecordsetTest, EditsThatChangeNothingWriteNothing) {
   expr.Fields("id").SetValue(30);
   expr.Update();
   EXPECT_EQ(Scalar("SELECT COUNT(*) FROM t WHERE id = 30"), 1);
+}
+
+TEST_F(RecordsetTest, RowsWithoutAKeyAreFoundByTheirValues) {
+  cn->Execute("CREATE TABLE nk (a LONG, b TEXT(5))");
+  cn->Execute("INSERT INTO nk VALUES (1, 'x')");
+  cn->Execute("INSERT INTO nk VALUES (1, 'x')");
+  cn->Execute("INSERT INTO nk VALUES (2, NULL)");
+  Recordset rs;  // SQL text: no row identity, so every column finds the row
+  rs.Open("SELECT a, b FROM nk ORDER BY a", cn, adOpenStatic, adLockOptimistic);
+  rs.Fields("b").SetValue("y");
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.Update()), Hr(0x80004005));  // two rows would change
+  EXPECT_EQ(Scalar("SELECT COUNT(*) FROM nk WHERE b = 'y'"), 0);
+  rs.CancelUpdate();
+  rs.MoveLast();
+  rs.Fields("b").SetValue("z");  // Null in the WHERE clause is matched with IS NULL
+  rs.Update();
+  EXPECT_EQ(Scalar("SELECT COUNT(*) FROM nk WHERE a = 2 AND b = 'z'"), 1);
 }
 
 TEST_F(RecordsetTest, BatchCancelAndClose) {
