@@ -56,11 +56,12 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //   added_keys          keys appended to the connection string unless the caller gave them:
 //                       MariaDB Option=2, so that UPDATE reports matched rows (the driver counts
 //                       changed rows, and rewriting a row with its own values would look like a
-//                       lost update); FreeTDS TDS_Version, without which no login time-out is
-//                       honoured at all and a silent server hangs the caller for good, and
-//                       ClientCharset=UTF-8, since text is handed over as UTF-8 (the default
-//                       charset turns what Latin-1 cannot hold into "?");
-//                       psqlODBC BoolsAsChar=0, else booleans arrive as the text "1"/"0".
+//                       lost update) and CHARSET=utf8mb4, as text is handed over as UTF-8
+//                       whatever the server's default is; FreeTDS TDS_Version, without which no
+//                       login time-out is honoured at all and a silent server hangs the caller for
+//                       good, and ClientCharset=UTF-8, since text is handed over as UTF-8 (the
+//                       default charset turns what Latin-1 cannot hold into "?"); psqlODBC
+//                       BoolsAsChar=0, else booleans arrive as the text "1"/"0".
 //   login_timeout       seconds given as SQL_ATTR_LOGIN_TIMEOUT before connecting
 //   catalog_is_db       catalog functions get the current database as catalog; the MariaDB
 //                       driver searches every database of the server without it
@@ -81,7 +82,7 @@ std::vector<Family> MakeFamilies() {
 
   Family maria{.quirks = Quirks("MariaDB", QuoteStyle::kBackticks),
                .match = {"mariadb", "mysql", "maodbc", "myodbc"},
-               .added_keys = {{"Option", "2"}},
+               .added_keys = {{"Option", "2"}, {"CHARSET", "utf8mb4"}},
                .catalog_is_db = true,
                .last_insert_id_sql = "SELECT LAST_INSERT_ID()",
                .timeout_sql = "SET SESSION max_statement_time = ",

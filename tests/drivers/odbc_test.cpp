@@ -112,7 +112,8 @@ TEST_F(MariaDbDriver, RowCountsAreMatchedRowsAndValuesRoundTrip) {
   EXPECT_EQ(Exec(*conn_,
                  "INSERT INTO zt_drv_items (id, code, descr, active, amount, price, "
                  "created, big) VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
-                 {1, "a;b{c}", Variant::Null(), true, 2.5, 10.25, when, std::int64_t{5000000000}}),
+                 {1, "a;b{c} Grüße 東京", Variant::Null(), true, 2.5, 10.25, when,
+                  std::int64_t{5000000000}}),
             1);
   // Rewriting a row with its own values still counts it: a caller checking "1 row" after an
   // optimistic update must not see a conflict.
@@ -125,7 +126,7 @@ TEST_F(MariaDbDriver, RowCountsAreMatchedRowsAndValuesRoundTrip) {
   ASSERT_EQ(rs.rows.size(), 1u);
   const auto& r = rs.rows[0];
   EXPECT_EQ(r[0].ToInt32(), 1);
-  EXPECT_EQ(r[1].ToText(), "a;b{c}");
+  EXPECT_EQ(r[1].ToText(), "a;b{c} Grüße 東京");
   EXPECT_TRUE(r[2].IsNull());
   EXPECT_TRUE(r[3].ToBool());
   EXPECT_DOUBLE_EQ(r[4].ToDouble(), 2.5);

@@ -45,7 +45,7 @@ TEST_F(PostgresDriver, PreparedStatementsBindValuesAndDescribeFields) {
   EXPECT_EQ(insert->ParameterCount(), 8);
   const Date when = Date::FromParts(2024, 2, 29, 23, 59, 58);
   const std::vector<std::vector<Variant>> rows = {
-      {"a'b\\c", "multi\nline\ttext", true, 2.5, 10.25, Currency{102500}, when,
+      {"a'b\\c", "multi\nline\ttext Grüße 東京", true, 2.5, 10.25, Currency{102500}, when,
        std::int64_t{5000000000}},
       {"zwei", Variant::Null(), false, -1e-5, 0.0, Currency{-30000}, Variant::Null(), 0}};
   for (const auto& row : rows) {
@@ -59,7 +59,7 @@ TEST_F(PostgresDriver, PreparedStatementsBindValuesAndDescribeFields) {
   ASSERT_EQ(rs.rows.size(), 2u);
   const auto& a = rs.rows[0];
   EXPECT_EQ(a[1].ToText(), "a'b\\c");
-  EXPECT_EQ(a[2].ToText(), "multi\nline\ttext");
+  EXPECT_EQ(a[2].ToText(), "multi\nline\ttext Grüße 東京");
   EXPECT_EQ(a[3].Type(), VarType::Boolean);
   EXPECT_TRUE(a[3].ToBool());
   EXPECT_DOUBLE_EQ(a[4].ToDouble(), 2.5);
