@@ -18,6 +18,9 @@ class PostgresDriver : public ::testing::Test {
     text_ = ServerConnectionString("PostgreSQL", "PG");
     ZT_NEED_ENGINE(text_, "PostgreSQL (DBTEST_PG_HOST)");
     conn_ = OpenBackend(*text_);
+    // Test programs run in parallel and these tests share their tables: one at a time (the lock
+    // goes with the session).
+    Rows(*conn_, "SELECT pg_advisory_lock(7401)");
     Exec(*conn_, "DROP SCHEMA IF EXISTS zt_other CASCADE");
     Exec(*conn_, "DROP TABLE IF EXISTS zt_pg_items");
     Exec(*conn_,
