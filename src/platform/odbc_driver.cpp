@@ -475,7 +475,6 @@ class OdbcStatement : public StatementBackend {
   std::vector<short> sql_types_;
   std::vector<Variant> row_;
   std::int64_t rows_affected_ = -1;
-  bool has_result_ = false;
   bool at_end_ = true;
 };
 
@@ -507,10 +506,9 @@ class OdbcConnection : public ConnectionBackend {
     RaiseDiagnostics(source_, family_, records);
   }
   [[noreturn]] void RefuseWrite() const {
-    RaiseSqlState(source_, "42000", 0,
+    RaiseSqlState(source_, "42501", 0,
                   "The " + family_.quirks.engine +
-                      " file is open read-only through its ODBC driver: only SELECT statements "
-                      "can be run");
+                      " data source is open read-only: only SELECT statements can be run");
   }
   SQLHDBC dbc() const { return dbc_; }
   // Makes the command time-out effective on the server when the family needs that; returns
@@ -700,7 +698,6 @@ void OdbcStatement::Execute() {
   SQLFreeStmt(stmt_.get(), SQL_CLOSE);
   columns_.clear();
   sql_types_.clear();
-  has_result_ = false;
   at_end_ = true;
   rows_affected_ = -1;
   const SQLULEN timeout = static_cast<SQLULEN>(conn_.ApplyTimeout());
@@ -726,7 +723,6 @@ void OdbcStatement::Execute() {
   if (!Ok(rc)) conn_.Fail(SQL_HANDLE_STMT, stmt_.get(), "The statement failed");
   SQLSMALLINT ncols = 0;
   if (Ok(SQLNumResultCols(stmt_.get(), &ncols)) && ncols > 0) {
-    has_result_ = true;
     at_end_ = false;
     Describe();
   } else {

@@ -228,6 +228,9 @@ void AppendCopyField(std::string& line, const Variant& v) {
   }
 }
 
+constexpr const char* kReadOnly =
+    "The PostgreSQL data source is open read-only: only SELECT statements can be run";
+
 struct ResultDeleter {
   void operator()(PGresult* r) const { PQclear(r); }
 };
@@ -309,7 +312,10 @@ PgConnection::PgConnection(const ConnectParams& p)
   quirks_.read_only = p.read_only;
   const std::string port = p.port ? std::to_string(p.port) : std::string();
   const std::string timeout = std::to_string(p.login_timeout > 0 ? p.login_timeout : 15);
-  // DateStyle ISO keeps timestamps readable whatever the server's default is.
+  // DateStyle ISO keeps timestamps readable whatever the server's default is; a read-only
+  // connection is read-only on the server too, so a function that writes is refused as well.
+  const std::string options = std::string("-c DateStyle=ISO,MDY") +
+                              (p.read_only ? " -c default_transaction_read_only=on" : "");
   const char* keys[] = {"host",
                         "port",
                         "dbname",
@@ -321,9 +327,9 @@ PgConnection::PgConnection(const ConnectParams& p)
                         "options",
                         nullptr};
   const char* values[] = {
-      p.data_source.c_str(),  port.c_str(),    p.database.c_str(), p.user.c_str(),
-      p.password.c_str(),     timeout.c_str(), "ZtDBTools",        "UTF8",
-      "-c DateStyle=ISO,MDY", nullptr};
+      p.data_source.c_str(), port.c_str(),    p.database.c_str(), p.user.c_str(),
+      p.password.c_str(),    timeout.c_str(), "ZtDBTools",        "UTF8",
+      options.c_str(),       nullptr};
   conn_ = PQconnectdbParams(keys, values, 0);
   if (PQstatus(conn_) != CONNECTION_OK) {
     std::string message = conn_ ? PQerrorMessage(conn_) : "out of memory";
@@ -522,8 +528,7 @@ bool IsQueryWord(const std::string& w) {
 void PgStatement::Execute() {
   const std::string word = FirstWord(sql_);
   const bool query = IsQueryWord(word);
-  if (conn_.Quirks().read_only && !query)
-    RaiseSqlState(conn_.source(), "25006", 0, "The connection is read-only");
+  if (conn_.Quirks().read_only && !query) RaiseSqlState(conn_.source(), "42501", 0, kReadOnly);
   if (!query && word != "INSERT" && word != "UPDATE" && word != "DELETE") conn_.ForgetCatalog();
   conn_.ApplyTimeout();
   result_.reset();
@@ -635,8 +640,7 @@ class CopyBulk : public BulkWriterBackend {
  public:
   CopyBulk(PgConnection& conn, const std::string& table, const std::vector<std::string>& columns)
       : conn_(conn), width_(columns.size()) {
-    if (conn.Quirks().read_only)
-      RaiseSqlState(conn.source(), "25006", 0, "The connection is read-only");
+    if (conn.Quirks().read_only) RaiseSqlState(conn.source(), "42501", 0, kReadOnly);
     std::string sql = "COPY " + QuoteIdentifier(table, conn.Quirks()) + " (";
     for (std::size_t i = 0; i < columns.size(); ++i)
       sql += (i ? ", " : "") + QuoteIdentifier(columns[i], conn.Quirks());

@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "engines.h"
+#include "platform/errors.h"
 #include "support/test_env.h"
 #include "zt/platform.h"
 
@@ -98,6 +99,7 @@ TEST_F(AccessFile, WritesAreRefusedAndTheIndexRowsetCannotCrash) {
       ADD_FAILURE() << "accepted: " << sql;
     } catch (const ZtError& e) {
       EXPECT_NE(e.Description().find("read-only"), std::string::npos) << e.Description();
+      EXPECT_EQ(e.Number(), platform::hr::kPermission);
     }
   }
   EXPECT_THROW(conn_->BeginTransaction(), ZtError);

@@ -249,6 +249,17 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
   EXPECT_EQ(Rows(*conn_, "SHOW statement_timeout").rows.at(0).at(0).ToText(), "2s");
   conn_->SetCommandTimeout(0);
 
+  // Mode=Read: reads go through, writes are refused before they reach the server.
+  auto reader = OpenBackend(*text_ + "Mode=Read;");
+  EXPECT_EQ(Rows(*reader, "SELECT count(*) FROM zt_pg_items").rows.size(), 1u);
+  try {
+    Exec(*reader, "DELETE FROM zt_pg_items");
+    ADD_FAILURE() << "a read-only connection deleted";
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Number(), platform::hr::kPermission) << e.Description();
+  }
+  EXPECT_THROW(Rows(*reader, "SELECT nextval('zt_pg_items_id_seq')"), ZtError);
+
   auto params = platform::ParseConnectionString(*text_);
   params.password = "wrong;pw";
   try {
