@@ -1,0 +1,305 @@
+// The driver registry and the portable defaults of ConnectionBackend.
+#include "platform/driver.h"
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+
+#include "platform/errors.h"
+#include "platform/sql_text.h"
+#include "platform/type_map.h"
+
+namespace zt::platform {
+
+namespace {
+
+std::string Lower(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+std::map<std::string, DriverFactory>& Registry() {
+  static std::map<std::string, DriverFactory> drivers;
+  return drivers;
+}
+
+// Builds "col = ?" conditions for the restrictions that are present.
+struct Where {
+  std::string sql;
+  std::vector<Variant> params;
+  void Add(const std::string& column, const std::optional<std::string>& value) {
+    if (!value) return;
+    sql += (sql.empty() ? " WHERE " : " AND ") + column + " = ?";
+    params.emplace_back(*value);
+  }
+};
+
+bool IsSystemSchema(const std::string& schema) {
+  static const char* const kSystem[] = {"pg_catalog", "information_schema", "mysql",
+                                        "sys",        "performance_schema", "INFORMATION_SCHEMA"};
+  for (const char* s : kSystem)
+    if (schema == s) return true;
+  return schema.rfind("pg_", 0) == 0;
+}
+
+ColumnInfo Col(const char* name, std::int32_t type, std::int64_t size = 0) {
+  ColumnInfo c;
+  c.name = name;
+  c.type = type;
+  c.defined_size = size;
+  c.attributes = 0x20 | 0x40;  // nullable, may be null
+  return c;
+}
+
+Variant TextOrNull(const Variant& v) {
+  return v.IsNull() || v.IsEmpty() ? Variant::Null() : v;
+}
+
+}  // namespace
+
+DriverRegistration::DriverRegistration(std::string name, DriverFactory factory) {
+  Registry()[Lower(std::move(name))] = std::move(factory);
+}
+
+const DriverFactory* FindDriver(const std::string& name) {
+  const auto it = Registry().find(Lower(name));
+  return it == Registry().end() ? nullptr : &it->second;
+}
+
+RowSet ConnectionBackend::Query(const std::string& sql, const std::vector<Variant>& params) {
+  auto st = Prepare(sql);
+  for (std::size_t i = 0; i < params.size(); ++i) st->Bind(static_cast<int>(i), params[i]);
+  st->Execute();
+  RowSet rs;
+  rs.columns = st->Columns();
+  while (st->Fetch()) {
+    std::vector<Variant> row;
+    row.reserve(rs.columns.size());
+    for (std::size_t c = 0; c < rs.columns.size(); ++c) row.push_back(st->Get(static_cast<int>(c)));
+    rs.rows.push_back(std::move(row));
+  }
+  return rs;
+}
+
+bool ConnectionBackend::IsAlive() {
+  try {
+    auto st = Prepare("SELECT 1");
+    st->Execute();
+    return st->Fetch();
+  } catch (const ZtError&) {
+    return false;
+  }
+}
+
+std::string ConnectionBackend::CurrentCatalog() {
+  return {};
+}
+std::string ConnectionBackend::DefaultSchema() {
+  return {};
+}
+
+std::vector<std::string> ConnectionBackend::PrimaryKeyColumns(const std::string& table) {
+  SchemaRestrictions r;
+  r.table = table;
+  if (Quirks().has_schemas) r.schema = "";
+  const RowSet rs = Schema(SchemaKind::kPrimaryKeys, r);
+  std::vector<std::pair<std::int32_t, std::string>> cols;
+  for (const auto& row : rs.rows) cols.emplace_back(row[6].ToInt32(), row[3].ToText());
+  std::sort(cols.begin(), cols.end());
+  std::vector<std::string> out;
+  for (auto& c : cols) out.push_back(std::move(c.second));
+  return out;
+}
+
+// The portable schema rowsets read information_schema, which PostgreSQL, MySQL/MariaDB and SQL
+// Server all have. Engines without a schema level (MySQL) keep the database in TABLE_SCHEMA
+// there; OLE DB shows it as the catalog.
+RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) {
+  const DriverQuirks& q = Quirks();
+  SchemaRestrictions r = in;
+  std::string cat_col = "table_catalog", sch_col = "table_schema";
+  if (!q.has_schemas) {
+    cat_col = "table_schema";
+    sch_col.clear();
+    if (!r.catalog || r.catalog->empty()) r.catalog = CurrentCatalog();
+    r.schema.reset();
+  } else if (r.schema && r.schema->empty()) {
+    r.schema = DefaultSchema();
+  }
+  auto restrict = [&](Where& w, const std::string& prefix) {
+    w.Add(prefix + cat_col, r.catalog);
+    if (!sch_col.empty()) w.Add(prefix + sch_col, r.schema);
+    w.Add(prefix + "table_name", r.table);
+  };
+  auto schema_value = [&](const Variant& v) { return q.has_schemas ? v : Variant::Null(); };
+
+  RowSet out;
+  switch (kind) {
+    case SchemaKind::kTables: {
+      out.columns = {Col("TABLE_CATALOG", 202, 128), Col("TABLE_SCHEMA", 202, 128),
+                     Col("TABLE_NAME", 202, 128),    Col("TABLE_TYPE", 202, 128),
+                     Col("TABLE_GUID", 72, 16),      Col("DESCRIPTION", 203, 0),
+                     Col("TABLE_PROPID", 19, 4),     Col("DATE_CREATED", 7, 8),
+                     Col("DATE_MODIFIED", 7, 8)};
+      Where w;
+      restrict(w, "");
+      const RowSet rs = Query("SELECT " + cat_col + ", " + (sch_col.empty() ? cat_col : sch_col) +
+                                  ", table_name, table_type FROM information_schema.tables" +
+                                  w.sql + " ORDER BY 1, 2, 3",
+                              w.params);
+      for (const auto& row : rs.rows) {
+        const std::string schema = row[1].ToText();
+        std::string type = row[3].ToText();
+        if (type == "BASE TABLE") type = IsSystemSchema(schema) ? "SYSTEM TABLE" : "TABLE";
+        if (type == "VIEW" && IsSystemSchema(schema)) type = "SYSTEM VIEW";
+        if (in.extra && *in.extra != type) continue;
+        out.rows.push_back({row[0], schema_value(row[1]), row[2], Variant(type), Variant::Null(),
+                            Variant::Null(), Variant::Null(), Variant::Null(), Variant::Null()});
+      }
+      break;
+    }
+    case SchemaKind::kColumns: {
+      out.columns = {Col("TABLE_CATALOG", 202, 128),
+                     Col("TABLE_SCHEMA", 202, 128),
+                     Col("TABLE_NAME", 202, 128),
+                     Col("COLUMN_NAME", 202, 128),
+                     Col("ORDINAL_POSITION", 19, 4),
+                     Col("COLUMN_HASDEFAULT", 11, 2),
+                     Col("COLUMN_DEFAULT", 203, 0),
+                     Col("COLUMN_FLAGS", 19, 4),
+                     Col("IS_NULLABLE", 11, 2),
+                     Col("DATA_TYPE", 18, 2),
+                     Col("CHARACTER_MAXIMUM_LENGTH", 19, 4),
+                     Col("CHARACTER_OCTET_LENGTH", 19, 4),
+                     Col("NUMERIC_PRECISION", 18, 2),
+                     Col("NUMERIC_SCALE", 2, 2),
+                     Col("DATETIME_PRECISION", 19, 4),
+                     Col("DESCRIPTION", 203, 0)};
+      Where w;
+      restrict(w, "");
+      w.Add("column_name", r.extra);
+      const RowSet rs = Query(
+          "SELECT " + cat_col + ", " + (sch_col.empty() ? cat_col : sch_col) +
+              ", table_name, column_name, ordinal_position, column_default, is_nullable, "
+              "data_type, character_maximum_length, character_octet_length, numeric_precision, "
+              "numeric_scale, datetime_precision FROM information_schema.columns" +
+              w.sql + " ORDER BY 1, 2, 3, 5",
+          w.params);
+      for (const auto& row : rs.rows) {
+        const TypeMapping t = MapTypeName(row[7].ToText(), row[8].IsNull() ? 0 : row[8].ToInt64(),
+                                          row[10].IsNull() ? 0 : row[10].ToInt32(),
+                                          row[11].IsNull() ? 0 : row[11].ToInt32());
+        const bool nullable = row[6].ToText() == "YES";
+        std::int32_t flags = t.attributes | 0x4 | 0x8;
+        if (nullable) flags |= 0x20 | 0x40;
+        const bool is_text = t.ado_type == 129 || t.ado_type == 130 || t.ado_type >= 200;
+        out.rows.push_back({row[0], schema_value(row[1]), row[2], row[3], row[4],
+                            Variant(!row[5].IsNull()), TextOrNull(row[5]), Variant(flags),
+                            Variant(nullable), Variant(t.ado_type),
+                            is_text ? Variant(t.defined_size) : Variant::Null(),
+                            is_text ? TextOrNull(row[9]) : Variant::Null(),
+                            t.precision == 255 ? Variant::Null() : Variant(t.precision),
+                            t.scale == 255 ? Variant::Null() : Variant(t.scale),
+                            TextOrNull(row[12]), Variant::Null()});
+      }
+      break;
+    }
+    case SchemaKind::kIndexes:
+    case SchemaKind::kPrimaryKeys: {
+      // Constraint-backed indexes only (primary keys and unique constraints): plain indexes have
+      // no information_schema view, so drivers list them in their own override.
+      const bool pk_only = kind == SchemaKind::kPrimaryKeys;
+      Where w;
+      restrict(w, "k.");
+      if (!pk_only) w.Add("k.constraint_name", r.extra);
+      const RowSet rs =
+          Query("SELECT k." + cat_col + ", k." + (sch_col.empty() ? cat_col : sch_col) +
+                    ", k.table_name, k.column_name, k.ordinal_position, k.constraint_name, "
+                    "c.constraint_type FROM information_schema.key_column_usage k "
+                    "JOIN information_schema.table_constraints c ON c.constraint_name = "
+                    "k.constraint_name AND c.table_schema = k.table_schema AND c.table_name = "
+                    "k.table_name" +
+                    w.sql + (w.sql.empty() ? " WHERE " : " AND ") +
+                    (pk_only ? "c.constraint_type = 'PRIMARY KEY'"
+                             : "c.constraint_type IN ('PRIMARY KEY', 'UNIQUE')") +
+                    " ORDER BY 1, 2, 3, 6, 5",
+                w.params);
+      if (pk_only) {
+        out.columns = {Col("TABLE_CATALOG", 202, 128), Col("TABLE_SCHEMA", 202, 128),
+                       Col("TABLE_NAME", 202, 128),    Col("COLUMN_NAME", 202, 128),
+                       Col("COLUMN_GUID", 72, 16),     Col("COLUMN_PROPID", 19, 4),
+                       Col("ORDINAL", 19, 4),          Col("PK_NAME", 202, 128)};
+        for (const auto& row : rs.rows)
+          out.rows.push_back({row[0], schema_value(row[1]), row[2], row[3], Variant::Null(),
+                              Variant::Null(), row[4], row[5]});
+      } else {
+        out.columns = IndexRowsetColumns();
+        for (const auto& row : rs.rows) {
+          const bool pk = row[6].ToText() == "PRIMARY KEY";
+          out.rows.push_back(IndexRow(row[0], schema_value(row[1]), row[2].ToText(),
+                                      row[5].ToText(), pk, true, false, row[4].ToInt32(),
+                                      row[3].ToText()));
+        }
+      }
+      break;
+    }
+  }
+  return out;
+}
+
+namespace {
+
+class PreparedInsertBulk : public BulkWriterBackend {
+ public:
+  PreparedInsertBulk(ConnectionBackend& conn, const std::string& table,
+                     const std::vector<std::string>& columns)
+      : conn_(conn) {
+    const DriverQuirks& q = conn.Quirks();
+    std::string sql = "INSERT INTO " + QuoteIdentifier(table, q) + " (";
+    std::string marks;
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      sql += (i ? ", " : "") + QuoteIdentifier(columns[i], q);
+      marks += i ? ", ?" : "?";
+    }
+    st_ = conn.Prepare(sql + ") VALUES (" + marks + ")");
+    conn_.BeginTransaction();
+    open_ = true;
+  }
+  ~PreparedInsertBulk() override {
+    if (open_) {
+      try {
+        conn_.Rollback();
+      } catch (const ZtError&) {
+      }
+    }
+  }
+  void AddRow(const std::vector<Variant>& values) override {
+    try {
+      for (std::size_t i = 0; i < values.size(); ++i) st_->Bind(static_cast<int>(i), values[i]);
+      st_->Execute();
+    } catch (const ZtError&) {
+      open_ = false;
+      conn_.Rollback();
+      throw;
+    }
+  }
+  void Finish() override {
+    if (!open_) return;
+    open_ = false;
+    conn_.Commit();
+  }
+
+ private:
+  ConnectionBackend& conn_;
+  std::unique_ptr<StatementBackend> st_;
+  bool open_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<BulkWriterBackend> ConnectionBackend::BeginBulk(
+    const std::string& table, const std::vector<std::string>& columns) {
+  return std::make_unique<PreparedInsertBulk>(*this, table, columns);
+}
+
+}  // namespace zt::platform

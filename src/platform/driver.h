@@ -1,0 +1,247 @@
+// The backend interface of the data-access layer: what a database driver implements so that
+// Connection, Command and Recordset (include/zt/platform.h) can run on it.
+//
+// How a driver plugs in
+// ---------------------
+//  1. Write one file src/platform/<name>_driver.cpp with a class derived from ConnectionBackend
+//     and one derived from StatementBackend. Override what the engine needs; the portable
+//     defaults below cover the rest (schema rowsets through information_schema, bulk loading
+//     through one prepared INSERT in one transaction, liveness through "SELECT 1").
+//  2. Describe the engine in one DriverQuirks value (quoting style, transactional DDL, row-count
+//     semantics ...). The layer reads the quirks instead of testing driver names, so a new
+//     engine never adds an `if` anywhere else.
+//  3. Register a factory under the driver's name with a file-scope DriverRegistration object:
+//         static const zt::platform::DriverRegistration kReg{"sqlite", &OpenSqlite};
+//     The provider table (ParseConnectionString) maps the provider of an OLE DB connection
+//     string to one of these names.
+//  4. Report every failure with RaiseSqlState / RaiseSqlite (errors.h): the SQLSTATE or native
+//     code goes through one table that picks the HRESULT a caller of the old library saw, and
+//     the ZtError carries the native code and message in its Description, the provider as Source.
+//
+// Statements reach a backend as exactly one statement, with `[name]` quoting already rewritten
+// for the engine's QuoteStyle and with parameters written as "?" (a backend whose engine wants
+// "$1" converts them with RewritePlaceholders of sql_text.h).
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "zt/variant.h"
+
+namespace zt::platform {
+
+// How the engine quotes identifiers; `[name]` in SQL text is rewritten to this form.
+enum class QuoteStyle {
+  kBrackets,      // [name]: SQLite, SQL Server, Access
+  kDoubleQuotes,  // "name": PostgreSQL, Oracle
+  kBackticks,     // `name`: MySQL, MariaDB
+};
+
+// What an UPDATE reports as its row count.
+enum class RowCountStyle {
+  kMatched,  // rows that matched the WHERE clause (most engines)
+  kChanged,  // only rows whose values changed (MariaDB without Option=2)
+};
+
+// Everything that differs between engines in ways the layer above cares about. One value per
+// driver (or per ODBC target driver), never scattered tests of the engine's name.
+struct DriverQuirks {
+  std::string engine;                        // "SQLite", "PostgreSQL", "MariaDB", "SQL Server" ...
+  QuoteStyle quote = QuoteStyle::kBrackets;  // how `[name]` is rewritten
+  bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
+  RowCountStyle row_count = RowCountStyle::kMatched;
+  bool backslash_escapes = false;  // '\'' escapes a quote inside a literal (MySQL)
+  bool keyset_cursors = false;     // the engine itself keeps keysets (else emulated)
+  bool read_only = false;          // every write is refused (Access files via MDB Tools)
+  bool index_rowset = true;        // the indexes rowset can be listed safely
+  bool has_schemas = true;         // TABLE_SCHEMA is meaningful (false: SQLite, MySQL)
+  std::string row_identity;        // hidden row id usable in WHERE ("rowid", "ctid")
+};
+
+// One column of a result, described once when a statement is executed.
+struct ColumnInfo {
+  std::string name;
+  std::int32_t type = 200;        // ADO DataTypeEnum code (adVarChar when unknown)
+  std::int64_t defined_size = 0;  // characters for text, bytes otherwise
+  std::int32_t attributes = 0;    // ADO FieldAttributeEnum bits
+  std::int32_t precision = 255;   // numeric precision, 255 when not applicable
+  std::int32_t scale = 255;       // numeric scale, 255 when not applicable
+  std::string base_table;         // the table the column comes from ("" for expressions)
+  std::string base_column;        // its name there
+  bool key_column = false;        // part of the base table's primary key
+  bool auto_increment = false;    // filled by the engine on insert
+};
+
+// A fully buffered result, used for schema rowsets and by backends that read everything at once.
+struct RowSet {
+  std::vector<ColumnInfo> columns;
+  std::vector<std::vector<Variant>> rows;
+};
+
+// A prepared statement and, after Execute, its result. Not shared between threads.
+class StatementBackend {
+ public:
+  virtual ~StatementBackend() = default;
+
+  // Number of "?" parameters of the statement.
+  virtual int ParameterCount() = 0;
+  // Binds parameter `index` (0-based). The value is copied. Empty and Null bind SQL NULL.
+  // Throws ZtError when the value cannot be bound.
+  virtual void Bind(int index, const Variant& value) = 0;
+  // Runs the statement with the bound values, discarding any earlier result. Throws ZtError.
+  virtual void Execute() = 0;
+  // The columns of the current result (empty for a statement that returns no rows).
+  virtual const std::vector<ColumnInfo>& Columns() = 0;
+  // Moves to the next row of the result; false (and stays there) after the last.
+  virtual bool Fetch() = 0;
+  // Value of column `col` of the current row (valid after Fetch returned true).
+  virtual Variant Get(int col) = 0;
+  // Rows changed by the last Execute (-1 when unknown or for a query).
+  virtual std::int64_t RowsAffected() = 0;
+};
+
+// A bulk loader for one table and a fixed column list (the library's own table copies).
+class BulkWriterBackend {
+ public:
+  virtual ~BulkWriterBackend() = default;
+  // Adds one row; `values` has one entry per column given to BeginBulk. Throws ZtError.
+  virtual void AddRow(const std::vector<Variant>& values) = 0;
+  // Writes what is pending and ends the load. Throws ZtError; after a failure nothing of
+  // this load is kept.
+  virtual void Finish() = 0;
+};
+
+// The four schema rowsets that the layer lists (their OLE DB numbers).
+enum class SchemaKind : int { kColumns = 4, kIndexes = 12, kTables = 20, kPrimaryKeys = 28 };
+
+// The restrictions of a schema query; an absent value does not restrict. The order follows the
+// OLE DB restriction columns of each rowset (catalog, schema, table, then the rowset's own).
+struct SchemaRestrictions {
+  std::optional<std::string> catalog;
+  std::optional<std::string> schema;  // "" means the connection's default schema
+  std::optional<std::string> table;
+  std::optional<std::string>
+      extra;  // tables: TABLE_TYPE; columns: COLUMN_NAME; indexes: INDEX_NAME
+};
+
+// An open connection to one database. Owned by a zt::Connection; used by one thread.
+class ConnectionBackend {
+ public:
+  virtual ~ConnectionBackend() = default;
+
+  virtual const DriverQuirks& Quirks() const = 0;
+
+  // Prepares one statement (already rewritten, "?" placeholders). Throws ZtError.
+  virtual std::unique_ptr<StatementBackend> Prepare(const std::string& sql) = 0;
+
+  virtual void BeginTransaction() = 0;
+  virtual void Commit() = 0;
+  virtual void Rollback() = 0;
+
+  // Seconds a statement may run before it is cancelled with a time-out error; 0 = no limit.
+  virtual void SetCommandTimeout(int seconds) { (void)seconds; }
+
+  // A cheap check that the server is still there. Default: runs "SELECT 1".
+  virtual bool IsAlive();
+
+  // The connection's current catalog (database) and default schema ("" when the engine has none).
+  virtual std::string CurrentCatalog();
+  virtual std::string DefaultSchema();
+
+  // Primary-key column names of `table` in key order (empty when it has none).
+  // Default: reads the primary-keys rowset.
+  virtual std::vector<std::string> PrimaryKeyColumns(const std::string& table);
+
+  // One schema rowset with the OLE DB column names. Default: information_schema queries.
+  virtual RowSet Schema(SchemaKind kind, const SchemaRestrictions& restrictions);
+
+  // Starts a bulk load. Default: one prepared INSERT per row inside one transaction.
+  virtual std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
+                                                       const std::vector<std::string>& columns);
+
+ protected:
+  // Runs `sql` with `params` and buffers its whole result (a helper for the defaults).
+  RowSet Query(const std::string& sql, const std::vector<Variant>& params = {});
+};
+
+// The parameters of one connection, after the OLE DB connection string has gone through the
+// provider table. Passwords stay here and are never written to a log or an error text.
+struct ConnectParams {
+  std::string provider;     // as the caller wrote it ("Microsoft.Jet.OLEDB.4.0", "MSDASQL" ...)
+  std::string driver;       // registry name of the backend ("sqlite", "odbc", "postgresql" ...)
+  std::string data_source;  // file path or server name, without the port
+  int port = 0;             // 0 = the driver's default
+  std::string database;
+  std::string user;
+  std::string password;
+  bool integrated_security = false;
+  bool read_only = false;
+  int login_timeout = 0;    // seconds, 0 = the driver's default
+  std::string odbc_driver;  // the ODBC Driver= name, for the ODBC backend
+  // Keys for the ODBC driver: which key names carry server, database, user and password.
+  std::string odbc_server_key = "Server";
+  std::string odbc_database_key = "Database";
+  // Fixed keys the provider table adds for the target driver (TDS_Version=7.4, Option=2 ...).
+  std::vector<std::pair<std::string, std::string>> odbc_fixed;
+  // Keys of the connection string that the table did not translate, as written.
+  std::vector<std::pair<std::string, std::string>> extra;
+
+  // The DSN-less ODBC connection string: Driver, server (with ",port" or Port=), database, user,
+  // password, fixed keys, then the extra keys; values holding ";", "{", "}" or outer blanks are
+  // brace-quoted (a "}" doubled), so a value can never inject another key.
+  std::string OdbcConnectionString() const;
+};
+
+// Opens a backend; throws ZtError (a refused server connection is a general failure).
+using DriverFactory = std::function<std::unique_ptr<ConnectionBackend>(const ConnectParams&)>;
+
+// Adds a driver to the process-wide registry (file-scope object in the driver's source file).
+struct DriverRegistration {
+  DriverRegistration(std::string name, DriverFactory factory);
+};
+
+// The factory registered under `name` (case-insensitive), or nullptr.
+const DriverFactory* FindDriver(const std::string& name);
+
+// One key/value pair of a connection string, as written (key trimmed, value unquoted).
+using ConnectionKeys = std::vector<std::pair<std::string, std::string>>;
+
+// Splits an OLE DB or ODBC connection string: "key=value;" pairs, keys trimmed and matched
+// without regard to case; values may be quoted with '...' or "..." (the quote doubled inside) or
+// with {...} ("}}" inside). Throws ZtError 0x80040E73 (bad connection string) on an unclosed quote.
+ConnectionKeys SplitConnectionString(const std::string& text);
+
+// Value of `key` (case-insensitive), or nullopt.
+std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string& key);
+
+// Quotes an ODBC attribute value with braces when it holds ";", "{", "}" or outer blanks.
+std::string OdbcQuote(const std::string& value);
+
+// Translates an OLE DB connection string through the provider table. User and password given
+// separately (Connection::Open's arguments) win over the string's when not empty. Throws ZtError
+// 0x800A0E7A (provider not found) for an unknown provider.
+ConnectParams ParseConnectionString(const std::string& text, const std::string& user = {},
+                                    const std::string& password = {});
+
+// One entry of the provider table. `pattern` matches the provider name without regard to case;
+// a trailing "*" matches any rest ("Microsoft.Jet.OLEDB.*").
+struct ProviderEntry {
+  std::string pattern;
+  std::string driver;       // registry name
+  std::string odbc_driver;  // default ODBC Driver= name ("" = taken from the string)
+  std::string odbc_server_key = "Server";
+  std::string odbc_database_key = "Database";
+  std::vector<std::pair<std::string, std::string>> odbc_fixed;
+};
+
+// The provider table in use (the built-in one unless replaced, e.g. from the configuration).
+const std::vector<ProviderEntry>& ProviderTable();
+// Replaces the table (an empty vector restores the built-in one). Not thread-safe: call at start.
+void SetProviderTable(std::vector<ProviderEntry> table);
+
+}  // namespace zt::platform

@@ -1,0 +1,161 @@
+#include "platform/sql_text.h"
+
+#include <cctype>
+
+#include "platform/errors.h"
+
+namespace zt::platform {
+
+namespace {
+
+// Walks SQL text and reports where literals, quoted names and comments end, so that the two
+// rewrites below share one notion of "outside a literal".
+struct Scanner {
+  const std::string& s;
+  const DriverQuirks& q;
+  std::size_t i = 0;
+
+  bool AtEnd() const { return i >= s.size(); }
+  char Peek(std::size_t k = 0) const { return i + k < s.size() ? s[i + k] : '\0'; }
+
+  // When a literal, a quoted name (other than [..]) or a comment starts at i, returns its end
+  // (one past); otherwise returns i.
+  std::size_t SkipOpaque() const {
+    const char c = Peek();
+    if (c == '\'' || c == '"' || c == '`') {
+      std::size_t j = i + 1;
+      while (j < s.size()) {
+        if (c == '\'' && q.backslash_escapes && s[j] == '\\') {
+          j += 2;
+          continue;
+        }
+        if (s[j] == c) {
+          if (j + 1 < s.size() && s[j + 1] == c) {
+            j += 2;
+            continue;
+          }
+          return j + 1;
+        }
+        ++j;
+      }
+      return s.size();
+    }
+    if (c == '-' && Peek(1) == '-') {
+      const std::size_t e = s.find('\n', i);
+      return e == std::string::npos ? s.size() : e + 1;
+    }
+    if (c == '/' && Peek(1) == '*') {
+      const std::size_t e = s.find("*/", i + 2);
+      return e == std::string::npos ? s.size() : e + 2;
+    }
+    return i;
+  }
+};
+
+bool OnlyBlanksAndComments(const std::string& s, std::size_t from, const DriverQuirks& q) {
+  Scanner sc{s, q, from};
+  while (!sc.AtEnd()) {
+    const char c = sc.Peek();
+    if (std::isspace(static_cast<unsigned char>(c)) || c == ';') {
+      ++sc.i;
+      continue;
+    }
+    if ((c == '-' && sc.Peek(1) == '-') || (c == '/' && sc.Peek(1) == '*')) {
+      sc.i = sc.SkipOpaque();
+      continue;
+    }
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks) {
+  char open = '[', close = ']';
+  if (quirks.quote == QuoteStyle::kDoubleQuotes) open = close = '"';
+  if (quirks.quote == QuoteStyle::kBackticks) open = close = '`';
+  std::string out(1, open);
+  for (char c : name) {
+    out += c;
+    if (c == close) out += c;
+  }
+  out += close;
+  return out;
+}
+
+std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
+                           const std::string& source) {
+  std::string out;
+  out.reserve(sql.size() + 8);
+  Scanner sc{sql, quirks};
+  while (!sc.AtEnd()) {
+    const std::size_t end = sc.SkipOpaque();
+    if (end != sc.i) {
+      out.append(sql, sc.i, end - sc.i);
+      sc.i = end;
+      continue;
+    }
+    const char c = sc.Peek();
+    if (c == ';') {
+      if (!OnlyBlanksAndComments(sql, sc.i + 1, quirks))
+        throw ZtError(hr::kCommand, source,
+                      "Only one SQL statement can be run at a time: the text goes on after the "
+                      "';' at character " +
+                          std::to_string(sc.i + 1) + ".");
+      break;  // a trailing ";" (and whatever blanks follow) is dropped
+    }
+    if (c == '[') {
+      // "[[" has no meaning as a name; "]]" inside a name stands for "]".
+      std::string name;
+      std::size_t j = sc.i + 1;
+      bool closed = false;
+      while (j < sql.size()) {
+        if (sql[j] == ']') {
+          if (j + 1 < sql.size() && sql[j + 1] == ']') {
+            name += ']';
+            j += 2;
+            continue;
+          }
+          closed = true;
+          break;
+        }
+        name += sql[j++];
+      }
+      if (!closed) {  // not a name: leave the rest for the engine to judge
+        out.append(sql, sc.i, std::string::npos);
+        break;
+      }
+      out += quirks.quote == QuoteStyle::kBrackets ? sql.substr(sc.i, j + 1 - sc.i)
+                                                   : QuoteIdentifier(name, quirks);
+      sc.i = j + 1;
+      continue;
+    }
+    out += c;
+    ++sc.i;
+  }
+  while (!out.empty() && std::isspace(static_cast<unsigned char>(out.back()))) out.pop_back();
+  return out;
+}
+
+std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks) {
+  std::string out;
+  Scanner sc{sql, quirks};
+  int n = 0;
+  while (!sc.AtEnd()) {
+    const std::size_t end = sc.SkipOpaque();
+    if (end != sc.i) {
+      out.append(sql, sc.i, end - sc.i);
+      sc.i = end;
+      continue;
+    }
+    if (sc.Peek() == '?')
+      out += "$" + std::to_string(++n);
+    else
+      out += sc.Peek();
+    ++sc.i;
+  }
+  return out;
+}
+
+}  // namespace zt::platform

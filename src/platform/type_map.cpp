@@ -1,0 +1,258 @@
+#include "platform/type_map.h"
+
+#include <cctype>
+#include <cstdlib>
+#include <map>
+
+namespace zt::platform {
+
+namespace {
+
+struct Entry {
+  std::int32_t ado;
+  std::int64_t size;
+  std::int32_t attributes;
+  std::int32_t dao;
+  bool autoinc = false;
+};
+
+constexpr std::int64_t kLongText = 536870910;
+constexpr std::int64_t kLongBinary = 2147483647;
+
+const std::map<std::string, Entry>& Table() {
+  using namespace attr;
+  static const std::map<std::string, Entry> t = {
+      {"text", {202, 255, 0, 10}},
+      {"varchar", {202, 255, 0, 10}},
+      {"nvarchar", {202, 255, 0, 10}},
+      {"character varying", {202, 255, 0, 10}},
+      {"varchar2", {202, 255, 0, 10}},
+      {"nvarchar2", {202, 255, 0, 10}},
+      {"string", {202, 255, 0, 10}},
+      {"char", {130, 1, kFixed, 10}},
+      {"nchar", {130, 1, kFixed, 10}},
+      {"character", {130, 1, kFixed, 10}},
+      {"bpchar", {130, 1, kFixed, 10}},
+      {"memo", {203, kLongText, kLong, 12}},
+      {"longtext", {203, kLongText, kLong, 12}},
+      {"mediumtext", {203, kLongText, kLong, 12}},
+      {"longchar", {203, kLongText, kLong, 12}},
+      {"note", {203, kLongText, kLong, 12}},
+      {"ntext", {203, kLongText, kLong, 12}},
+      {"clob", {203, kLongText, kLong, 12}},
+      {"bit", {11, 2, kFixed, 1}},
+      {"boolean", {11, 2, kFixed, 1}},
+      {"bool", {11, 2, kFixed, 1}},
+      {"yesno", {11, 2, kFixed, 1}},
+      {"logical", {11, 2, kFixed, 1}},
+      {"byte", {17, 1, kFixed, 2}},
+      {"tinyint", {17, 1, kFixed, 2}},
+      {"short", {2, 2, kFixed, 3}},
+      {"smallint", {2, 2, kFixed, 3}},
+      {"int2", {2, 2, kFixed, 3}},
+      {"integer2", {2, 2, kFixed, 3}},
+      {"long", {3, 4, kFixed, 4}},
+      {"int", {3, 4, kFixed, 4}},
+      {"integer", {3, 4, kFixed, 4}},
+      {"int4", {3, 4, kFixed, 4}},
+      {"mediumint", {3, 4, kFixed, 4}},
+      {"counter", {3, 4, kFixed, 4, true}},
+      {"autoincrement", {3, 4, kFixed, 4, true}},
+      {"serial", {3, 4, kFixed, 4, true}},
+      {"bigint", {20, 8, kFixed, 16}},
+      {"int8", {20, 8, kFixed, 16}},
+      {"bigserial", {20, 8, kFixed, 16, true}},
+      {"single", {4, 4, kFixed, 6}},
+      {"real", {4, 4, kFixed, 6}},
+      {"float4", {4, 4, kFixed, 6}},
+      {"double", {5, 8, kFixed, 7}},
+      {"float", {5, 8, kFixed, 7}},
+      {"float8", {5, 8, kFixed, 7}},
+      {"double precision", {5, 8, kFixed, 7}},
+      {"number", {5, 8, kFixed, 7}},
+      {"currency", {6, 8, kFixed, 5}},
+      {"money", {6, 8, kFixed, 5}},
+      {"smallmoney", {6, 8, kFixed, 5}},
+      {"datetime", {7, 8, kFixed, 8}},
+      {"date", {7, 8, kFixed, 8}},
+      {"time", {7, 8, kFixed, 8}},
+      {"smalldatetime", {7, 8, kFixed, 8}},
+      {"timestamp", {7, 8, kFixed, 8}},
+      {"datetime2", {135, 16, kFixed, 8}},
+      {"timestamp without time zone", {135, 16, kFixed, 8}},
+      {"timestamp with time zone", {135, 16, kFixed, 8}},
+      {"timestamptz", {135, 16, kFixed, 8}},
+      {"decimal", {131, 19, kFixed, 20}},
+      {"numeric", {131, 19, kFixed, 20}},
+      {"dec", {131, 19, kFixed, 20}},
+      {"guid", {72, 16, kFixed, 15}},
+      {"uniqueidentifier", {72, 16, kFixed, 15}},
+      {"uuid", {72, 16, kFixed, 15}},
+      {"binary", {128, 255, kFixed, 9}},
+      {"varbinary", {204, 255, 0, 9}},
+      {"longbinary", {205, kLongBinary, kLong, 11}},
+      {"oleobject", {205, kLongBinary, kLong, 11}},
+      {"general", {205, kLongBinary, kLong, 11}},
+      {"image", {205, kLongBinary, kLong, 11}},
+      {"blob", {205, kLongBinary, kLong, 11}},
+      {"longblob", {205, kLongBinary, kLong, 11}},
+      {"mediumblob", {205, kLongBinary, kLong, 11}},
+      {"bytea", {205, kLongBinary, kLong, 11}},
+      {"rowversion", {128, 8, kFixed | kRowVersion, 9}},
+  };
+  return t;
+}
+
+}  // namespace
+
+TypeMapping MapTypeName(const std::string& name, std::int64_t length, std::int32_t precision,
+                        std::int32_t scale, bool jet_vocabulary) {
+  // Split "DECIMAL(12, 2)" into the lower-case base name and its numbers.
+  std::string base;
+  std::vector<std::int64_t> args;
+  const std::size_t paren = name.find('(');
+  for (std::size_t i = 0; i < std::min(paren, name.size()); ++i)
+    base += static_cast<char>(std::tolower(static_cast<unsigned char>(name[i])));
+  while (!base.empty() && base.back() == ' ') base.pop_back();
+  while (!base.empty() && base.front() == ' ') base.erase(0, 1);
+  if (paren != std::string::npos) {
+    const char* p = name.c_str() + paren + 1;
+    while (*p && *p != ')') {
+      char* end = nullptr;
+      const long long v = std::strtoll(p, &end, 10);
+      if (end == p) break;
+      args.push_back(v);
+      p = end;
+      while (*p == ',' || *p == ' ') ++p;
+    }
+  }
+  for (const char* suffix : {" unsigned", " identity"})
+    if (const auto at = base.find(suffix); at != std::string::npos) base.erase(at);
+
+  TypeMapping m;
+  const auto it = Table().find(base);
+  if (it == Table().end()) {
+    m.ado_type = 200;
+    m.defined_size = args.empty() ? (length > 0 ? length : 255) : args[0];
+    return m;
+  }
+  const Entry& e = it->second;
+  m.ado_type = e.ado;
+  m.defined_size = e.size;
+  m.attributes = e.attributes;
+  m.dao_type = e.dao;
+  m.auto_increment = e.autoinc;
+  if (!jet_vocabulary) {
+    if (base == "text") {
+      m.ado_type = 203, m.defined_size = kLongText, m.attributes = attr::kLong, m.dao_type = 12;
+    } else if (base == "timestamp") {
+      m.ado_type = 135, m.defined_size = 16;
+    } else if (base == "date") {
+      m.ado_type = 133, m.defined_size = 6;
+    } else if (base == "time") {
+      m.ado_type = 134, m.defined_size = 6;
+    }
+  }
+  const bool sized =
+      m.ado_type == 202 || m.ado_type == 130 || m.ado_type == 128 || m.ado_type == 204;
+  if (sized) {
+    if (!args.empty())
+      m.defined_size = args[0];
+    else if (length > 0)
+      m.defined_size = length;
+    else if (!jet_vocabulary && m.ado_type == 202) {
+      // An unbounded VARCHAR on a server engine behaves as a long text.
+      m.ado_type = 203, m.defined_size = kLongText, m.attributes = attr::kLong, m.dao_type = 12;
+    }
+  }
+  if (m.ado_type == 131) {
+    m.precision = !args.empty() ? static_cast<std::int32_t>(args[0]) : (precision ? precision : 18);
+    m.scale = args.size() > 1 ? static_cast<std::int32_t>(args[1]) : scale;
+  } else if (m.ado_type == 3) {
+    m.precision = 10;
+  } else if (m.ado_type == 2) {
+    m.precision = 5;
+  } else if (m.ado_type == 20) {
+    m.precision = 19;
+  } else if (m.ado_type == 5) {
+    m.precision = 15;
+  } else if (m.ado_type == 4) {
+    m.precision = 7;
+  } else if (m.ado_type == 6) {
+    m.precision = 19;
+  } else if (m.ado_type == 17) {
+    m.precision = 3;
+  }
+  return m;
+}
+
+std::vector<ColumnInfo> IndexRowsetColumns() {
+  static const std::pair<const char*, std::int32_t> kCols[] = {{"TABLE_CATALOG", 202},
+                                                               {"TABLE_SCHEMA", 202},
+                                                               {"TABLE_NAME", 202},
+                                                               {"INDEX_CATALOG", 202},
+                                                               {"INDEX_SCHEMA", 202},
+                                                               {"INDEX_NAME", 202},
+                                                               {"PRIMARY_KEY", 11},
+                                                               {"UNIQUE", 11},
+                                                               {"CLUSTERED", 11},
+                                                               {"TYPE", 18},
+                                                               {"FILL_FACTOR", 3},
+                                                               {"INITIAL_SIZE", 3},
+                                                               {"NULLS", 3},
+                                                               {"SORT_BOOKMARKS", 11},
+                                                               {"AUTO_UPDATE", 11},
+                                                               {"NULL_COLLATION", 3},
+                                                               {"ORDINAL_POSITION", 19},
+                                                               {"COLUMN_NAME", 202},
+                                                               {"COLUMN_GUID", 72},
+                                                               {"COLUMN_PROPID", 19},
+                                                               {"COLLATION", 2},
+                                                               {"CARDINALITY", 21},
+                                                               {"PAGES", 3},
+                                                               {"FILTER_CONDITION", 202},
+                                                               {"INTEGRATED", 11}};
+  std::vector<ColumnInfo> out;
+  for (const auto& [name, type] : kCols) {
+    ColumnInfo c;
+    c.name = name;
+    c.type = type;
+    c.attributes = attr::kIsNullable | attr::kMayBeNull;
+    out.push_back(std::move(c));
+  }
+  return out;
+}
+
+std::vector<Variant> IndexRow(const Variant& catalog, const Variant& schema,
+                              const std::string& table, const std::string& index, bool primary,
+                              bool unique, bool clustered, std::int32_t ordinal,
+                              const std::string& column) {
+  const Variant null = Variant::Null();
+  return {catalog,
+          schema,
+          Variant(table),
+          catalog,
+          schema,
+          Variant(index),
+          Variant(primary),
+          Variant(unique),
+          Variant(clustered),
+          Variant(std::int32_t{1}),  // DBPROPVAL_IT_BTREE
+          null,
+          null,
+          null,
+          Variant(false),
+          Variant(true),
+          null,
+          Variant(ordinal),
+          Variant(column),
+          null,
+          null,
+          Variant(std::int32_t{1}),
+          null,
+          null,
+          null,
+          Variant(clustered)};
+}
+
+}  // namespace zt::platform

@@ -1,0 +1,74 @@
+// Engine type names to ADO DataTypeEnum codes, DAO type codes and field attributes, and the
+// shape of the indexes rowset: the tables every driver shares.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/driver.h"
+
+namespace zt::platform {
+
+// ADO field attribute bits (FieldAttributeEnum) used by the layer.
+namespace attr {
+inline constexpr std::int32_t kUpdatable = 0x4;
+inline constexpr std::int32_t kUnknownUpdatable = 0x8;
+inline constexpr std::int32_t kFixed = 0x10;
+inline constexpr std::int32_t kIsNullable = 0x20;
+inline constexpr std::int32_t kMayBeNull = 0x40;
+inline constexpr std::int32_t kLong = 0x80;
+inline constexpr std::int32_t kRowId = 0x100;
+inline constexpr std::int32_t kRowVersion = 0x200;
+inline constexpr std::int32_t kKeyColumn = 0x8000;
+}  // namespace attr
+
+struct TypeMapping {
+  std::int32_t ado_type = 200;
+  std::int64_t defined_size = 0;
+  std::int32_t attributes = 0;  // kFixed / kLong / kRowVersion as the type implies
+  std::int32_t precision = 255;
+  std::int32_t scale = 255;
+  std::int32_t dao_type = 10;   // DAO DataTypeEnum
+  bool auto_increment = false;  // COUNTER, AUTOINCREMENT, SERIAL
+};
+
+// Maps a declared or catalogued type name ("VARCHAR(50)", "character varying", "LONG",
+// "DECIMAL(12,2)", "int4" ...) to its codes. `length`, `precision` and `scale` are used when the
+// name carries none. With `jet_vocabulary`, names keep their Access meaning: TEXT is a
+// 255-character text, MEMO the long text, DATETIME a date (7); otherwise TEXT is a long text and
+// TIMESTAMP a timestamp (135). Unknown names map to a variable text (200).
+//
+//   names                                              ADO   size      DAO
+//   TEXT(n) VARCHAR(n) NVARCHAR(n) CHARACTER VARYING   202   n         10 Text
+//   CHAR(n) NCHAR(n) CHARACTER                         130   n         10 Text
+//   MEMO LONGTEXT NTEXT CLOB (TEXT off Jet)            203   2^29-2    12 Memo
+//   BIT BOOLEAN BOOL YESNO LOGICAL                     11    2         1 Boolean
+//   BYTE TINYINT UNSIGNED BYTE                         17    1         2 Byte
+//   SHORT SMALLINT INT2                                2     2         3 Integer
+//   LONG INT INTEGER INT4 COUNTER AUTOINCREMENT SERIAL 3     4         4 Long
+//   BIGINT INT8 BIGSERIAL                              20    8         16 BigInt
+//   SINGLE REAL FLOAT4                                 4     4         6 Single
+//   DOUBLE FLOAT FLOAT8 DOUBLE PRECISION NUMBER        5     8         7 Double
+//   CURRENCY MONEY SMALLMONEY                          6     8         5 Currency
+//   DATETIME DATE TIME SMALLDATETIME (Jet)             7     8         8 Date
+//   TIMESTAMP DATETIME2 (off Jet)                      135   16        8 Date
+//   DECIMAL NUMERIC DEC                                131   19        20 Decimal
+//   GUID UNIQUEIDENTIFIER UUID                         72    16        15 GUID
+//   BINARY(n)                                          128   n         9 Binary
+//   VARBINARY(n)                                       204   n         9 Binary
+//   LONGBINARY OLEOBJECT IMAGE BLOB BYTEA              205   2^31-1    11 Long binary
+//   ROWVERSION                                         128   8         9 Binary, row version
+TypeMapping MapTypeName(const std::string& name, std::int64_t length = 0,
+                        std::int32_t precision = 0, std::int32_t scale = 0,
+                        bool jet_vocabulary = false);
+
+// The columns of the indexes rowset (OLE DB's 25, in order).
+std::vector<ColumnInfo> IndexRowsetColumns();
+// One row of the indexes rowset.
+std::vector<Variant> IndexRow(const Variant& catalog, const Variant& schema,
+                              const std::string& table, const std::string& index, bool primary,
+                              bool unique, bool clustered, std::int32_t ordinal,
+                              const std::string& column);
+
+}  // namespace zt::platform
