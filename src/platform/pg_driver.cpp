@@ -1,0 +1,640 @@
+// The native PostgreSQL driver, on libpq. Registered as "postgresql".
+//
+// Parameters travel as text and the server types them from the statement; results come back as
+// text and become Variants by their column's type (kPgTypes). A statement with parameters is
+// prepared on the server once and executed as often as the caller binds new values. Bulk loads
+// go through COPY ... FROM STDIN, one stream for any number of rows (parameter arrays through
+// psqlODBC run one row at a time, about 33,000 rows a second).
+#include <libpq-fe.h>
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+
+#include "platform/driver.h"
+#include "platform/errors.h"
+#include "platform/sql_text.h"
+#include "platform/type_map.h"
+
+namespace zt::platform {
+namespace {
+
+// ---------------------------------------------------------------------------------------------
+// Types: type OID -> the name the shared type table knows, and how the value's text is read.
+// The ADO codes themselves come from MapTypeName, so a PostgreSQL "varchar(50)" and a MariaDB
+// "VARCHAR(50)" give the same field. Types not listed are read as text (adVarWChar).
+// ---------------------------------------------------------------------------------------------
+enum class ValueKind { kText, kBoolean, kInt32, kInt64, kDouble, kMoney, kDateTime, kBytes };
+
+struct PgType {
+  unsigned oid;
+  const char* name;
+  ValueKind kind;
+};
+
+constexpr PgType kPgTypes[] = {
+    {16, "boolean", ValueKind::kBoolean},
+    {17, "bytea", ValueKind::kBytes},
+    {18, "char(1)", ValueKind::kText},
+    {19, "varchar(64)", ValueKind::kText},
+    {20, "bigint", ValueKind::kInt64},
+    {21, "smallint", ValueKind::kInt32},
+    {23, "integer", ValueKind::kInt32},
+    {25, "text", ValueKind::kText},
+    {26, "bigint", ValueKind::kInt64},
+    {114, "text", ValueKind::kText},
+    {142, "text", ValueKind::kText},
+    {700, "real", ValueKind::kDouble},
+    {701, "double precision", ValueKind::kDouble},
+    {790, "money", ValueKind::kMoney},
+    {1042, "char", ValueKind::kText},
+    {1043, "varchar", ValueKind::kText},
+    {1082, "date", ValueKind::kDateTime},
+    {1083, "time", ValueKind::kText},
+    {1114, "timestamp", ValueKind::kDateTime},
+    {1184, "timestamptz", ValueKind::kDateTime},
+    {1560, "bit", ValueKind::kBoolean},
+    {1700, "numeric", ValueKind::kDouble},
+    {2950, "uuid", ValueKind::kText},
+    {3802, "text", ValueKind::kText},
+};
+
+const PgType& TypeForOid(Oid oid) {
+  static constexpr PgType kUnknown{0, "varchar", ValueKind::kText};
+  for (const auto& t : kPgTypes)
+    if (t.oid == oid) return t;
+  return kUnknown;
+}
+
+// The codes of a result column from its type and type modifier.
+TypeMapping MapResultColumn(const PgType& t, int typmod) {
+  std::int64_t length = 0;
+  std::int32_t precision = 0, scale = 0;
+  if ((t.oid == 1042 || t.oid == 1043) && typmod >= 4) length = typmod - 4;
+  if (t.oid == 1700 && typmod >= 4) {
+    precision = ((typmod - 4) >> 16) & 0xffff;
+    scale = (typmod - 4) & 0xffff;
+  }
+  // An unbounded varchar is a long text, as the shared table says for server engines.
+  return MapTypeName(t.name, length, precision, scale);
+}
+
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return 0;
+}
+
+// "2024-02-01 13:45:30.123+01" or "2024-02-01" -> an OLE date; the text itself for values an
+// OLE date cannot hold (infinity, BC).
+Variant DateFromText(std::string_view s) {
+  int y = 0, mo = 0, d = 0, h = 0, mi = 0;
+  double sec = 0;
+  const std::string buf(s);
+  const int n = std::sscanf(buf.c_str(), "%d-%d-%d %d:%d:%lf", &y, &mo, &d, &h, &mi, &sec);
+  if ((n != 3 && n != 6) || buf.find("BC") != std::string::npos) return Variant(buf);
+  const int whole = static_cast<int>(sec);
+  Date date = Date::FromParts(y, mo, d, h, mi, whole);
+  if (date.serial >= 0) date.serial += (sec - whole) / 86400.0;
+  return Variant(date);
+}
+
+Variant ValueFromText(ValueKind kind, const char* text, int length) {
+  const std::string_view s(text, static_cast<std::size_t>(length));
+  switch (kind) {
+    case ValueKind::kBoolean:
+      return Variant(s == "t" || s == "1");
+    case ValueKind::kInt32: {
+      std::int32_t v = 0;
+      std::from_chars(s.data(), s.data() + s.size(), v);
+      return Variant(v);
+    }
+    case ValueKind::kInt64: {
+      std::int64_t v = 0;
+      std::from_chars(s.data(), s.data() + s.size(), v);
+      return Variant(v);
+    }
+    case ValueKind::kDouble:
+      if (s == "NaN" || s == "Infinity" || s == "-Infinity") return Variant(std::string(s));
+      return Variant(std::strtod(text, nullptr));
+    case ValueKind::kMoney: {
+      // The text follows lc_monetary ("$1,234.50", "-$3.00"): keep sign, digits and the point.
+      std::string digits;
+      bool negative = false;
+      for (char c : s) {
+        if (c == '-' || c == '(') negative = true;
+        if ((c >= '0' && c <= '9') || c == '.') digits += c;
+      }
+      const double v = std::strtod(digits.c_str(), nullptr);
+      return Variant(Currency::FromDouble(negative ? -v : v));
+    }
+    case ValueKind::kDateTime:
+      return DateFromText(s);
+    case ValueKind::kBytes: {
+      // bytea_output "hex": "\x" and two digits a byte.
+      if (s.size() < 2 || s[0] != '\\' || s[1] != 'x') return Variant(std::string(s));
+      std::string out;
+      out.reserve((s.size() - 2) / 2);
+      for (std::size_t i = 2; i + 1 < s.size(); i += 2)
+        out += static_cast<char>(HexDigit(s[i]) * 16 + HexDigit(s[i + 1]));
+      return Variant(std::move(out));
+    }
+    case ValueKind::kText:
+      break;
+  }
+  return Variant(std::string(s));
+}
+
+// "YYYY-MM-DD hh:mm:ss", which every DateStyle reads the same way.
+std::string IsoDateText(Date date) {
+  int y, mo, d, h, mi, s;
+  date.ToParts(y, mo, d, h, mi, s);
+  char buf[48];
+  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", y, mo, d, h, mi, s);
+  return buf;
+}
+
+// The text form of a parameter or COPY field; nullopt for SQL NULL.
+std::optional<std::string> ParameterText(const Variant& v) {
+  switch (v.Type()) {
+    case VarType::Empty:
+    case VarType::Null:
+      return std::nullopt;
+    case VarType::Boolean:
+      return std::string(v.ToBool() ? "true" : "false");
+    case VarType::Date:
+      return IsoDateText(Date{v.ToDouble()});
+    case VarType::Double: {
+      char buf[32];
+      const auto r = std::to_chars(buf, buf + sizeof buf, v.ToDouble());
+      return std::string(buf, r.ptr);
+    }
+    case VarType::Currency:
+      return FormatDouble(v.ToDouble());
+    default:
+      return v.ToText();
+  }
+}
+
+// One field of a COPY text-format row: \N for NULL, backslash escapes for \, tab, LF and CR.
+void AppendCopyField(std::string& line, const Variant& v) {
+  const auto text = ParameterText(v);
+  if (!text) {
+    line += "\\N";
+    return;
+  }
+  for (char c : *text) {
+    switch (c) {
+      case '\\':
+        line += "\\\\";
+        break;
+      case '\t':
+        line += "\\t";
+        break;
+      case '\n':
+        line += "\\n";
+        break;
+      case '\r':
+        line += "\\r";
+        break;
+      default:
+        line += c;
+    }
+  }
+}
+
+struct ResultDeleter {
+  void operator()(PGresult* r) const { PQclear(r); }
+};
+using Result = std::unique_ptr<PGresult, ResultDeleter>;
+
+// ---------------------------------------------------------------------------------------------
+// Connection
+// ---------------------------------------------------------------------------------------------
+
+// What the catalog says about one column of a table, for result fields.
+struct BaseColumn {
+  std::string table, column;
+  bool not_null = false, key = false, auto_increment = false;
+};
+
+class PgConnection : public ConnectionBackend {
+ public:
+  explicit PgConnection(const ConnectParams& p);
+  ~PgConnection() override { PQfinish(conn_); }
+
+  const DriverQuirks& Quirks() const override { return quirks_; }
+  std::unique_ptr<StatementBackend> Prepare(const std::string& sql) override;
+  void BeginTransaction() override { Command("BEGIN"); }
+  void Commit() override { Command("COMMIT"); }
+  void Rollback() override { Command("ROLLBACK"); }
+  void SetCommandTimeout(int seconds) override;
+  bool IsAlive() override;
+  std::string CurrentCatalog() override { return PQdb(conn_); }
+  std::string DefaultSchema() override;
+  RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
+  std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
+                                               const std::vector<std::string>& columns) override;
+
+  PGconn* conn() const { return conn_; }
+  const std::string& source() const { return source_; }
+  // Throws the error of a failed result (or of the connection when `r` is null).
+  [[noreturn]] void Fail(const PGresult* r) const;
+  // Checks a result: returns it when it is one of the good states, throws otherwise.
+  Result Check(PGresult* r) const;
+  void Command(const char* sql) { Check(PQexec(conn_, sql)); }
+  std::string NextStatementName() { return "zt_stmt_" + std::to_string(++statements_); }
+  const BaseColumn* Base(Oid table, int column);
+
+ private:
+  DriverQuirks quirks_;
+  std::string source_;
+  PGconn* conn_ = nullptr;
+  int statements_ = 0;
+  std::string default_schema_;
+  std::map<Oid, std::map<int, BaseColumn>> bases_;
+};
+
+DriverQuirks PgQuirks() {
+  DriverQuirks q;
+  q.engine = "PostgreSQL";
+  q.quote = QuoteStyle::kDoubleQuotes;
+  q.transactional_ddl = true;
+  q.has_schemas = true;
+  q.row_identity = "ctid";
+  return q;
+}
+
+PgConnection::PgConnection(const ConnectParams& p)
+    : quirks_(PgQuirks()), source_(p.provider.empty() ? "PostgreSQL" : p.provider) {
+  quirks_.read_only = p.read_only;
+  const std::string port = p.port ? std::to_string(p.port) : std::string();
+  const std::string timeout = std::to_string(p.login_timeout > 0 ? p.login_timeout : 15);
+  // DateStyle ISO keeps timestamps readable whatever the server's default is.
+  const char* keys[] = {"host",
+                        "port",
+                        "dbname",
+                        "user",
+                        "password",
+                        "connect_timeout",
+                        "application_name",
+                        "client_encoding",
+                        "options",
+                        nullptr};
+  const char* values[] = {
+      p.data_source.c_str(),  port.c_str(),    p.database.c_str(), p.user.c_str(),
+      p.password.c_str(),     timeout.c_str(), "ZtDBTools",        "UTF8",
+      "-c DateStyle=ISO,MDY", nullptr};
+  conn_ = PQconnectdbParams(keys, values, 0);
+  if (PQstatus(conn_) != CONNECTION_OK) {
+    std::string message = conn_ ? PQerrorMessage(conn_) : "out of memory";
+    while (!message.empty() && (message.back() == '\n' || message.back() == ' '))
+      message.pop_back();
+    // libpq gives no SQLSTATE for a failed start-up; its text tells a refused login apart.
+    const bool login = message.find("authentication failed") != std::string::npos ||
+                       message.find("password") != std::string::npos;
+    PQfinish(conn_);
+    conn_ = nullptr;
+    RaiseSqlState(source_, login ? "28000" : "08001", 0, message);
+  }
+  PQsetNoticeProcessor(
+      conn_, [](void*, const char*) {}, nullptr);
+}
+
+void PgConnection::Fail(const PGresult* r) const {
+  const char* code = r ? PQresultErrorField(r, PG_DIAG_SQLSTATE) : nullptr;
+  std::string state = code ? code : "";
+  std::string message = r ? PQresultErrorMessage(r) : PQerrorMessage(conn_);
+  while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
+  if (state.empty()) state = PQstatus(conn_) == CONNECTION_BAD ? "08006" : "HY000";
+  // PostgreSQL's own error code is its SQLSTATE: it stands where other engines put a number.
+  throw ZtError(HResultForSqlState(state, message), source_, message + " (" + state + ")");
+}
+
+Result PgConnection::Check(PGresult* raw) const {
+  Result r(raw);
+  const ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_FATAL_ERROR;
+  if (st == PGRES_COMMAND_OK || st == PGRES_TUPLES_OK || st == PGRES_COPY_IN) return r;
+  Fail(r.get());
+}
+
+void PgConnection::SetCommandTimeout(int seconds) {
+  const std::string sql = "SET statement_timeout = " + std::to_string(std::max(0, seconds) * 1000);
+  Command(sql.c_str());
+}
+
+bool PgConnection::IsAlive() {
+  if (PQstatus(conn_) != CONNECTION_OK) return false;
+  Result r(PQexec(conn_, "SELECT 1"));
+  return r && PQresultStatus(r.get()) == PGRES_TUPLES_OK;
+}
+
+std::string PgConnection::DefaultSchema() {
+  if (default_schema_.empty()) {
+    Result r = Check(PQexec(conn_, "SELECT current_schema()"));
+    if (PQntuples(r.get()) == 1 && !PQgetisnull(r.get(), 0, 0))
+      default_schema_ = PQgetvalue(r.get(), 0, 0);
+  }
+  return default_schema_;
+}
+
+const BaseColumn* PgConnection::Base(Oid table, int column) {
+  if (table == InvalidOid || column <= 0) return nullptr;
+  auto it = bases_.find(table);
+  if (it == bases_.end()) {
+    // One catalog read per table and connection; DDL that renames a column after this is not
+    // seen until the connection is reopened, as with any provider's cached metadata.
+    const std::string oid = std::to_string(table);
+    const char* params[] = {oid.c_str()};
+    Result r = Check(PQexecParams(
+        conn_,
+        "SELECT a.attnum, c.relname, a.attname, a.attnotnull, "
+        "COALESCE(a.attnum = ANY (i.indkey::int2[]), false), "
+        "a.attidentity <> '' OR COALESCE(pg_get_expr(d.adbin, d.adrelid) LIKE 'nextval(%', false) "
+        "FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid "
+        "LEFT JOIN pg_index i ON i.indrelid = c.oid AND i.indisprimary "
+        "LEFT JOIN pg_attrdef d ON d.adrelid = a.attrelid AND d.adnum = a.attnum "
+        "WHERE a.attrelid = $1::oid AND a.attnum > 0 AND NOT a.attisdropped",
+        1, nullptr, params, nullptr, nullptr, 0));
+    std::map<int, BaseColumn> cols;
+    for (int i = 0; i < PQntuples(r.get()); ++i) {
+      BaseColumn b{PQgetvalue(r.get(), i, 1), PQgetvalue(r.get(), i, 2),
+                   PQgetvalue(r.get(), i, 3)[0] == 't', PQgetvalue(r.get(), i, 4)[0] == 't',
+                   PQgetvalue(r.get(), i, 5)[0] == 't'};
+      cols[std::atoi(PQgetvalue(r.get(), i, 0))] = std::move(b);
+    }
+    it = bases_.emplace(table, std::move(cols)).first;
+  }
+  auto c = it->second.find(column);
+  return c == it->second.end() ? nullptr : &c->second;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Statements
+// ---------------------------------------------------------------------------------------------
+
+class PgStatement : public StatementBackend {
+ public:
+  PgStatement(PgConnection& conn, const std::string& sql)
+      : conn_(conn), sql_(RewritePlaceholders(sql, conn.Quirks())), has_params_(sql_ != sql) {}
+  ~PgStatement() override {
+    if (!name_.empty() && PQstatus(conn_.conn()) == CONNECTION_OK &&
+        PQtransactionStatus(conn_.conn()) != PQTRANS_INERROR)
+      Result(PQexec(conn_.conn(), ("DEALLOCATE " + name_).c_str()));
+  }
+
+  int ParameterCount() override {
+    if (!has_params_) return 0;
+    PrepareOnServer();
+    return params_;
+  }
+  void Bind(int index, const Variant& value) override {
+    if (index < 0 || index > 65535)
+      RaiseSqlState(conn_.source(), "07009", 0, "Invalid parameter index " + std::to_string(index));
+    if (static_cast<std::size_t>(index) >= binds_.size())
+      binds_.resize(static_cast<std::size_t>(index) + 1);
+    binds_[static_cast<std::size_t>(index)] = ParameterText(value);
+  }
+  void Execute() override;
+  const std::vector<ColumnInfo>& Columns() override { return columns_; }
+  bool Fetch() override {
+    if (!result_ || row_ + 1 >= PQntuples(result_.get())) {
+      row_ = result_ ? PQntuples(result_.get()) : 0;
+      return false;
+    }
+    ++row_;
+    return true;
+  }
+  Variant Get(int col) override {
+    if (!result_ || col < 0 || col >= static_cast<int>(kinds_.size()) || row_ < 0 ||
+        row_ >= PQntuples(result_.get()))
+      return Variant();
+    if (PQgetisnull(result_.get(), row_, col)) return Variant::Null();
+    return ValueFromText(kinds_[static_cast<std::size_t>(col)],
+                         PQgetvalue(result_.get(), row_, col),
+                         PQgetlength(result_.get(), row_, col));
+  }
+  std::int64_t RowsAffected() override { return rows_affected_; }
+
+ private:
+  void PrepareOnServer() {
+    if (!name_.empty()) return;
+    const std::string name = conn_.NextStatementName();
+    conn_.Check(PQprepare(conn_.conn(), name.c_str(), sql_.c_str(), 0, nullptr));
+    name_ = name;
+    Result d = conn_.Check(PQdescribePrepared(conn_.conn(), name_.c_str()));
+    params_ = PQnparams(d.get());
+  }
+  void Describe();
+
+  PgConnection& conn_;
+  std::string sql_;
+  bool has_params_;
+  std::string name_;
+  int params_ = 0;
+  std::vector<std::optional<std::string>> binds_;
+  Result result_;
+  std::vector<ColumnInfo> columns_;
+  std::vector<ValueKind> kinds_;
+  int row_ = -1;
+  std::int64_t rows_affected_ = -1;
+};
+
+bool IsQueryText(const std::string& sql) {
+  std::size_t i = sql.find_first_not_of(" \t\r\n(");
+  if (i == std::string::npos) return false;
+  std::string word;
+  while (i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i])))
+    word += static_cast<char>(std::toupper(static_cast<unsigned char>(sql[i++])));
+  return word == "SELECT" || word == "WITH" || word == "VALUES" || word == "SHOW";
+}
+
+void PgStatement::Execute() {
+  if (conn_.Quirks().read_only && !IsQueryText(sql_))
+    RaiseSqlState(conn_.source(), "25006", 0, "The connection is read-only");
+  result_.reset();
+  columns_.clear();
+  kinds_.clear();
+  row_ = -1;
+  rows_affected_ = -1;
+  if (has_params_) {
+    PrepareOnServer();
+    std::vector<const char*> values(static_cast<std::size_t>(params_), nullptr);
+    for (std::size_t i = 0; i < values.size() && i < binds_.size(); ++i)
+      if (binds_[i]) values[i] = binds_[i]->c_str();
+    result_ = conn_.Check(
+        PQexecPrepared(conn_.conn(), name_.c_str(), params_, values.data(), nullptr, nullptr, 0));
+  } else {
+    result_ = conn_.Check(
+        PQexecParams(conn_.conn(), sql_.c_str(), 0, nullptr, nullptr, nullptr, nullptr, 0));
+  }
+  if (PQresultStatus(result_.get()) == PGRES_TUPLES_OK) {
+    Describe();
+  } else {
+    const char* n = PQcmdTuples(result_.get());
+    if (n && *n) rows_affected_ = std::atoll(n);
+  }
+}
+
+void PgStatement::Describe() {
+  const PGresult* r = result_.get();
+  const bool writable = !conn_.Quirks().read_only;
+  for (int i = 0; i < PQnfields(r); ++i) {
+    const PgType& t = TypeForOid(PQftype(r, i));
+    const TypeMapping m = MapResultColumn(t, PQfmod(r, i));
+    ColumnInfo c;
+    c.name = PQfname(r, i);
+    c.type = m.ado_type;
+    c.defined_size = m.defined_size;
+    c.precision = m.precision;
+    c.scale = m.scale;
+    c.attributes = m.attributes;
+    bool nullable = true;
+    if (const BaseColumn* b = conn_.Base(PQftable(r, i), PQftablecol(r, i))) {
+      c.base_table = b->table;
+      c.base_column = b->column;
+      c.key_column = b->key;
+      c.auto_increment = b->auto_increment;
+      nullable = !b->not_null;
+      if (writable) c.attributes |= attr::kUpdatable | attr::kUnknownUpdatable;
+      if (b->key) c.attributes |= attr::kKeyColumn;
+    }
+    if (nullable) c.attributes |= attr::kIsNullable | attr::kMayBeNull;
+    columns_.push_back(std::move(c));
+    kinds_.push_back(t.kind);
+  }
+}
+
+std::unique_ptr<StatementBackend> PgConnection::Prepare(const std::string& sql) {
+  return std::make_unique<PgStatement>(*this, sql);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Schema rowsets: tables, columns and primary keys from information_schema (the layer's
+// defaults), every index from pg_index. No schema restriction means the default schema, so a
+// table list does not drown in pg_catalog.
+// ---------------------------------------------------------------------------------------------
+RowSet PgConnection::Schema(SchemaKind kind, const SchemaRestrictions& in) {
+  SchemaRestrictions r = in;
+  if (!r.schema || r.schema->empty()) r.schema = DefaultSchema();
+  if (kind != SchemaKind::kIndexes) return ConnectionBackend::Schema(kind, r);
+
+  std::string where = "WHERE n.nspname = $1";
+  std::vector<std::string> values{*r.schema};
+  auto add = [&](const char* column, const std::optional<std::string>& v) {
+    if (!v) return;
+    values.push_back(*v);
+    where += std::string(" AND ") + column + " = $" + std::to_string(values.size());
+  };
+  add("current_database()", r.catalog);
+  add("t.relname", r.table);
+  add("i.relname", r.extra);
+  std::vector<const char*> params;
+  for (const auto& v : values) params.push_back(v.c_str());
+  Result res = Check(PQexecParams(
+      conn_,
+      ("SELECT current_database(), n.nspname, t.relname, i.relname, x.indisprimary, "
+       "x.indisunique, x.indisclustered, k.ord, a.attname "
+       "FROM pg_index x JOIN pg_class i ON i.oid = x.indexrelid "
+       "JOIN pg_class t ON t.oid = x.indrelid JOIN pg_namespace n ON n.oid = t.relnamespace "
+       "CROSS JOIN LATERAL unnest(x.indkey::int2[]) WITH ORDINALITY AS k(attnum, ord) "
+       "JOIN pg_attribute a ON a.attrelid = t.oid AND a.attnum = k.attnum " +
+       where + " ORDER BY 2, 3, 4, 8")
+          .c_str(),
+      static_cast<int>(params.size()), nullptr, params.data(), nullptr, nullptr, 0));
+  RowSet out;
+  out.columns = IndexRowsetColumns();
+  auto text = [&](int row, int col) { return std::string(PQgetvalue(res.get(), row, col)); };
+  auto flag = [&](int row, int col) { return PQgetvalue(res.get(), row, col)[0] == 't'; };
+  for (int i = 0; i < PQntuples(res.get()); ++i)
+    out.rows.push_back(IndexRow(Variant(text(i, 0)), Variant(text(i, 1)), text(i, 2), text(i, 3),
+                                flag(i, 4), flag(i, 5), flag(i, 6),
+                                std::atoi(PQgetvalue(res.get(), i, 7)), text(i, 8)));
+  return out;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Bulk loading through COPY. Rows are gathered into text-format lines and sent in blocks; the
+// server applies all or nothing when the stream ends.
+// ---------------------------------------------------------------------------------------------
+class CopyBulk : public BulkWriterBackend {
+ public:
+  CopyBulk(PgConnection& conn, const std::string& table, const std::vector<std::string>& columns)
+      : conn_(conn), width_(columns.size()) {
+    if (conn.Quirks().read_only)
+      RaiseSqlState(conn.source(), "25006", 0, "The connection is read-only");
+    std::string sql = "COPY " + QuoteIdentifier(table, conn.Quirks()) + " (";
+    for (std::size_t i = 0; i < columns.size(); ++i)
+      sql += (i ? ", " : "") + QuoteIdentifier(columns[i], conn.Quirks());
+    sql += ") FROM STDIN";
+    conn_.Check(PQexec(conn_.conn(), sql.c_str()));
+    open_ = true;
+  }
+  ~CopyBulk() override {
+    // Ending the stream with an error message makes the server discard every row of it.
+    if (open_) {
+      PQputCopyEnd(conn_.conn(), "load abandoned");
+      while (PGresult* r = PQgetResult(conn_.conn())) PQclear(r);
+    }
+  }
+  void AddRow(const std::vector<Variant>& values) override {
+    if (!open_) RaiseSqlState(conn_.source(), "HY010", 0, "The bulk load has ended");
+    if (values.size() != width_)
+      RaiseSqlState(conn_.source(), "07002", 0,
+                    "A bulk row has " + std::to_string(values.size()) + " values for " +
+                        std::to_string(width_) + " columns");
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      if (i) buffer_ += '\t';
+      AppendCopyField(buffer_, values[i]);
+    }
+    buffer_ += '\n';
+    if (buffer_.size() >= kBlock) Flush();
+  }
+  void Finish() override {
+    if (!open_) return;
+    Flush();
+    open_ = false;
+    if (PQputCopyEnd(conn_.conn(), nullptr) != 1) conn_.Fail(nullptr);
+    Result last;
+    while (PGresult* r = PQgetResult(conn_.conn())) {
+      if (PQresultStatus(r) != PGRES_COMMAND_OK) {
+        last.reset(r);
+        while (PGresult* rest = PQgetResult(conn_.conn())) PQclear(rest);
+        conn_.Fail(last.get());
+      }
+      PQclear(r);
+    }
+  }
+
+ private:
+  static constexpr std::size_t kBlock = 256 * 1024;
+  void Flush() {
+    if (buffer_.empty()) return;
+    if (PQputCopyData(conn_.conn(), buffer_.data(), static_cast<int>(buffer_.size())) != 1) {
+      open_ = false;
+      conn_.Fail(nullptr);
+    }
+    buffer_.clear();
+  }
+
+  PgConnection& conn_;
+  std::size_t width_;
+  std::string buffer_;
+  bool open_ = false;
+};
+
+std::unique_ptr<BulkWriterBackend> PgConnection::BeginBulk(
+    const std::string& table, const std::vector<std::string>& columns) {
+  return std::make_unique<CopyBulk>(*this, table, columns);
+}
+
+const DriverRegistration kRegistration{
+    "postgresql", [](const ConnectParams& p) -> std::unique_ptr<ConnectionBackend> {
+      return std::make_unique<PgConnection>(p);
+    }};
+
+}  // namespace
+}  // namespace zt::platform

@@ -1,0 +1,228 @@
+// The unixODBC driver against real targets: FreeTDS with no server behind it, MariaDB.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+
+#include "engines.h"
+#include "platform/errors.h"
+#include "support/test_env.h"
+
+namespace zt::testing {
+namespace {
+
+using platform::SchemaKind;
+using platform::SchemaRestrictions;
+using Clock = std::chrono::steady_clock;
+
+// A loopback TCP socket on a free port; listening or merely bound (then nothing accepts).
+class LoopbackPort {
+ public:
+  explicit LoopbackPort(bool listen_on) {
+    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    socklen_t len = sizeof a;
+    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
+    port_ = ntohs(a.sin_port);
+    if (listen_on) ::listen(fd_, 4);
+  }
+  ~LoopbackPort() { ::close(fd_); }
+  int port() const { return port_; }
+
+ private:
+  int fd_ = -1;
+  int port_ = 0;
+};
+
+std::string SqlServerString(int port, const std::string& extra = {}) {
+  return "Provider=MSOLEDBSQL;Data Source=127.0.0.1," + std::to_string(port) +
+         ";Initial Catalog=master;User ID=sa;Password='Secr3t;pw'" + extra;
+}
+
+TEST(FreeTdsDriver, UnreachableServerFailsFastAndSilentServerWithinLoginTimeout) {
+  RecordingEnv env;
+  {
+    // Bound but not listening: the connection is refused at once.
+    LoopbackPort closed(false);
+    const auto start = Clock::now();
+    try {
+      OpenBackend(SqlServerString(closed.port(), ";Connect Timeout=5"));
+      FAIL() << "connected to a closed port";
+    } catch (const ZtError& e) {
+      EXPECT_EQ(e.Number(), -2147467259);
+      EXPECT_EQ(e.Source(), "MSOLEDBSQL");
+      EXPECT_NE(e.Description().find("Unable to connect"), std::string::npos) << e.Description();
+      EXPECT_NE(e.Description().find("(20009)"), std::string::npos) << e.Description();
+      EXPECT_EQ(e.Description().find("Secr3t"), std::string::npos);
+    }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(5));
+  }
+  {
+    // Listening but never answering: without the driver's TDS_Version the login time-out is
+    // ignored and this would hang for good.
+    LoopbackPort silent(true);
+    const auto start = Clock::now();
+    try {
+      OpenBackend(SqlServerString(silent.port(), ";Connect Timeout=1"));
+      FAIL() << "connected to a silent port";
+    } catch (const ZtError& e) {
+      EXPECT_EQ(e.Number(), platform::hr::kTimeout) << e.Description();
+      EXPECT_NE(e.Description().find("Timeout expired"), std::string::npos) << e.Description();
+    }
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
+  }
+}
+
+class MariaDbDriver : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    text_ = ServerConnectionString("MySQLProv", "MY");
+    ZT_NEED_ENGINE(text_, "MariaDB (DBTEST_MY_HOST)");
+    conn_ = OpenBackend(*text_);
+    Exec(*conn_, "DROP TABLE IF EXISTS zt_drv_child");
+    Exec(*conn_, "DROP TABLE IF EXISTS zt_drv_items");
+    Exec(*conn_,
+         "CREATE TABLE zt_drv_items (id INT NOT NULL PRIMARY KEY, code VARCHAR(50) NOT NULL, "
+         "descr TEXT, active BOOLEAN, amount DOUBLE, price DECIMAL(12,2), created DATETIME, "
+         "big BIGINT, UNIQUE KEY UN_code (code), KEY IN_two (active, amount))");
+  }
+  void TearDown() override {
+    if (conn_) Exec(*conn_, "DROP TABLE IF EXISTS zt_drv_items");
+  }
+  std::optional<std::string> text_;
+  std::unique_ptr<platform::ConnectionBackend> conn_;
+};
+
+TEST_F(MariaDbDriver, RowCountsAreMatchedRowsAndValuesRoundTrip) {
+  EXPECT_EQ(conn_->Quirks().quote, platform::QuoteStyle::kBackticks);
+  const Date when = Date::FromParts(2024, 2, 1, 13, 45, 30);
+  EXPECT_EQ(Exec(*conn_,
+                 "INSERT INTO zt_drv_items (id, code, descr, active, amount, price, "
+                 "created, big) VALUES (?, ?, ?, ?, ?, ?, ?, ?)",
+                 {1, "a;b{c}", Variant::Null(), true, 2.5, 10.25, when, std::int64_t{5000000000}}),
+            1);
+  // Rewriting a row with its own values still counts it: a caller checking "1 row" after an
+  // optimistic update must not see a conflict.
+  EXPECT_EQ(Exec(*conn_, "UPDATE zt_drv_items SET code = code WHERE id = 1"), 1);
+  EXPECT_EQ(Exec(*conn_, "UPDATE zt_drv_items SET code = 'x' WHERE id = 99"), 0);
+
+  auto rs = Rows(*conn_,
+                 "SELECT id, code, descr, active, amount, price, created, big "
+                 "FROM zt_drv_items");
+  ASSERT_EQ(rs.rows.size(), 1u);
+  const auto& r = rs.rows[0];
+  EXPECT_EQ(r[0].ToInt32(), 1);
+  EXPECT_EQ(r[1].ToText(), "a;b{c}");
+  EXPECT_TRUE(r[2].IsNull());
+  EXPECT_TRUE(r[3].ToBool());
+  EXPECT_DOUBLE_EQ(r[4].ToDouble(), 2.5);
+  EXPECT_DOUBLE_EQ(r[5].ToDouble(), 10.25);
+  EXPECT_EQ(r[6].Type(), VarType::Date);
+  EXPECT_NEAR(r[6].ToDouble(), when.serial, 1e-6);
+  EXPECT_EQ(r[7].ToInt64(), 5000000000);
+  // Field codes follow the engine's type names.
+  EXPECT_EQ(rs.columns[0].type, 3);
+  EXPECT_EQ(rs.columns[1].type, 202);
+  EXPECT_EQ(rs.columns[1].defined_size, 50);
+  EXPECT_EQ(rs.columns[2].type, 203);
+  EXPECT_EQ(rs.columns[5].type, 131);
+  EXPECT_EQ(rs.columns[5].precision, 12);
+  EXPECT_EQ(rs.columns[5].scale, 2);
+  EXPECT_EQ(rs.columns[7].type, 20);
+  EXPECT_TRUE(rs.columns[2].attributes & 0x20);
+  EXPECT_FALSE(rs.columns[0].attributes & 0x20);
+}
+
+TEST_F(MariaDbDriver, CatalogRowsetsStayInTheCurrentDatabase) {
+  auto tables = conn_->Schema(SchemaKind::kTables, {});
+  const int name = ColumnIndex(tables, "TABLE_NAME"), cat = ColumnIndex(tables, "TABLE_CATALOG");
+  bool found = false;
+  for (const auto& row : tables.rows) {
+    // Without the current database as catalog the driver lists mysql.*, sys.* ...
+    EXPECT_EQ(row[cat].ToText(), EnvOr("DBTEST_MY_DB"));
+    found = found || row[name].ToText() == "zt_drv_items";
+  }
+  EXPECT_TRUE(found);
+
+  SchemaRestrictions r;
+  r.table = "zt_drv_items";
+  auto cols = conn_->Schema(SchemaKind::kColumns, r);
+  ASSERT_EQ(cols.rows.size(), 8u);
+  const int cname = ColumnIndex(cols, "COLUMN_NAME"), type = ColumnIndex(cols, "DATA_TYPE"),
+            len = ColumnIndex(cols, "CHARACTER_MAXIMUM_LENGTH"),
+            nullable = ColumnIndex(cols, "IS_NULLABLE"),
+            ord = ColumnIndex(cols, "ORDINAL_POSITION");
+  EXPECT_EQ(cols.rows[1][cname].ToText(), "code");
+  EXPECT_EQ(cols.rows[1][type].ToInt32(), 202);
+  EXPECT_EQ(cols.rows[1][len].ToInt32(), 50);
+  EXPECT_FALSE(cols.rows[1][nullable].ToBool());
+  EXPECT_EQ(cols.rows[1][ord].ToInt32(), 2);
+  EXPECT_TRUE(cols.rows[2][nullable].ToBool());
+
+  auto pk = conn_->Schema(SchemaKind::kPrimaryKeys, r);
+  ASSERT_EQ(pk.rows.size(), 1u);
+  EXPECT_EQ(pk.rows[0][ColumnIndex(pk, "COLUMN_NAME")].ToText(), "id");
+  EXPECT_EQ(conn_->PrimaryKeyColumns("zt_drv_items"), std::vector<std::string>{"id"});
+
+  auto idx = conn_->Schema(SchemaKind::kIndexes, r);
+  const int iname = ColumnIndex(idx, "INDEX_NAME"), prim = ColumnIndex(idx, "PRIMARY_KEY"),
+            uniq = ColumnIndex(idx, "UNIQUE"), icol = ColumnIndex(idx, "COLUMN_NAME"),
+            ipos = ColumnIndex(idx, "ORDINAL_POSITION");
+  std::map<std::string, std::vector<std::string>> columns;
+  for (const auto& row : idx.rows) {
+    const std::string n = row[iname].ToText();
+    columns[n].push_back(row[icol].ToText());
+    EXPECT_EQ(row[prim].ToBool(), n == "PRIMARY") << n;
+    EXPECT_EQ(row[uniq].ToBool(), n != "IN_two") << n;
+    EXPECT_EQ(row[ipos].ToInt32(), static_cast<int>(columns[n].size())) << n;
+  }
+  EXPECT_EQ(columns["IN_two"], (std::vector<std::string>{"active", "amount"}));
+  EXPECT_EQ(columns["UN_code"], std::vector<std::string>{"code"});
+}
+
+TEST_F(MariaDbDriver, TransactionsErrorsAndBraceQuotedPasswords) {
+  conn_->BeginTransaction();
+  Exec(*conn_, "INSERT INTO zt_drv_items (id, code) VALUES (1, 'a')");
+  conn_->Rollback();
+  EXPECT_TRUE(Rows(*conn_, "SELECT id FROM zt_drv_items").rows.empty());
+  conn_->BeginTransaction();
+  Exec(*conn_, "INSERT INTO zt_drv_items (id, code) VALUES (2, 'b')");
+  conn_->Commit();
+  EXPECT_EQ(Rows(*conn_, "SELECT id FROM zt_drv_items").rows.size(), 1u);
+
+  try {
+    Exec(*conn_, "INSERT INTO zt_drv_items (id, code) VALUES (2, 'c')");
+    FAIL() << "duplicate key accepted";
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Number(), platform::hr::kIntegrity);
+    EXPECT_NE(e.Description().find("(1062)"), std::string::npos) << e.Description();
+  }
+  EXPECT_THROW(Exec(*conn_, "SELEC nothing"), ZtError);
+  EXPECT_TRUE(conn_->IsAlive());
+
+  // A password holding ";" and braces reaches the server whole instead of adding keys.
+  const std::string pw = "p;w{d}}x";
+  Exec(*conn_, "DROP USER IF EXISTS 'zt_semi'@'%'");
+  Exec(*conn_, "CREATE USER 'zt_semi'@'%' IDENTIFIED BY 'p;w{d}}x'");
+  auto params = platform::ParseConnectionString(*text_, "zt_semi", pw);
+  params.database.clear();  // the new user may not use the test database
+  EXPECT_NO_THROW((*platform::FindDriver(params.driver))(params));
+  params.password = "p;w{d}";
+  try {
+    (*platform::FindDriver(params.driver))(params);
+    FAIL() << "wrong password accepted";
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Number(), platform::hr::kLogin);
+    EXPECT_EQ(e.Description().find("p;w"), std::string::npos);
+  }
+  Exec(*conn_, "DROP USER 'zt_semi'@'%'");
+}
+
+}  // namespace
+}  // namespace zt::testing
