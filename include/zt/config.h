@@ -68,6 +68,21 @@ class CZtConfigReader {
   InstanceTrace trace_{"CZtConfigReader"};
 };
 
+// The calling thread's shared reader (created on first use; forgotten by ResetThreadState).
+CZtConfigReader& ThreadConfigReader();
+
+// Puts the providers that the configuration file names in front of the data-access layer's
+// built-in provider table. An entry
+//   <add key="Provider:MSOLEDBSQL*" value="Driver=odbc;OdbcDriver=FreeTDS;ServerKey=Server;
+//        DatabaseKey=Database;TDS_Version=7.4"/>
+// maps provider names matching the pattern (a trailing "*" matches any rest, case ignored) to a
+// driver of the layer ("sqlite", "odbc", "postgresql"), with the ODBC driver name, the keys that
+// carry server and database, and every other key as a fixed key for the ODBC driver. A bad entry
+// is logged and skipped. Data stores call this before they open a connection. The table is
+// process-wide and is replaced only when the configured entries changed; a host that opens
+// connections from several threads should not change the file's providers while they run.
+void ApplyConfiguredProviderTable();
+
 // The configured text for `key` through the calling thread's shared reader, which loads the
 // default file once per thread. This is what the rest of the library uses for provider names,
 // retry settings and the like.

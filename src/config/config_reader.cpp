@@ -164,9 +164,13 @@ void ResetThreadReader() {
 
 }  // namespace
 
-std::string LoadConfigResString(const std::string& key) {
+CZtConfigReader& ThreadConfigReader() {
   if (!t_reader) t_reader = std::make_unique<CZtConfigReader>();
-  return t_reader->LoadConfigResString(key);
+  return *t_reader;
+}
+
+std::string LoadConfigResString(const std::string& key) {
+  return ThreadConfigReader().LoadConfigResString(key);
 }
 
 }  // namespace zt

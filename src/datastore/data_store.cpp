@@ -1,12 +1,12 @@
 // CZtDataStore: definition members and connection strings.
 #include <string>
 
-#include "datastore/text_match.h"
 #include "foundation/paths.h"
 #include "foundation/utf8.h"
 #include "zt/config.h"
 #include "zt/datastore.h"
 #include "zt/error.h"
+#include "zt/text/compare.h"
 #include "zt/trap.h"
 
 namespace zt {
@@ -49,7 +49,7 @@ std::string CZtDataStore::Provider() {
   return at.Returning(
       [&] {
         at = 10;
-        if (ds::TrimBlanks(provider_).empty())
+        if (TrimSpaces(provider_).empty())
           provider_ = ProviderObject().GetOLEDBProvider(provider_type_, "");
         return provider_;
       },
@@ -83,7 +83,7 @@ std::string CZtDataStore::ConnectionString() {
   return at.Returning(
       [&] {
         at = 10;
-        const std::string alt = ds::TrimBlanks(alt_conn_);
+        const std::string alt = TrimSpaces(alt_conn_);
         if (!alt.empty() && alt_op_ == kAltConnReplace) return alt_conn_;
         at = 20;
         const bool odbc = (attributes_ & kAttrOdbcForm) != 0;
@@ -151,8 +151,8 @@ std::string CZtDataStore::DAOConnectionString(const std::string& user_name,
           }
         }
         at = 30;
-        if (ds::ContainsNoCase(ConnectionString(), "Integrated Security=SSPI") &&
-            !ds::ContainsNoCase(dao_conn_cache_, "Trusted_Connection=Yes"))
+        if (InStr(1, ConnectionString(), "Integrated Security=SSPI", CompareMode::Text) != 0 &&
+            InStr(1, dao_conn_cache_, "Trusted_Connection=Yes", CompareMode::Text) == 0)
           dao_conn_cache_ += ";Trusted_Connection=Yes";
         return dao_conn_cache_;
       },
@@ -170,7 +170,8 @@ std::string CZtDataStore::GetValueFromConnectionString(const std::string& key,
           if (!open.empty()) conn_string = open;
         }
         at = 20;
-        const std::size_t pos = ds::InStrNoCase(conn_string, key + "=");
+        const std::size_t pos =
+            static_cast<std::size_t>(InStr(1, conn_string, key + "=", CompareMode::Text));
         if (pos > kMaxSearchPosition) rt::Raise(rt::kOverflow);
         if (pos == 0) return std::string{};
         at = 30;
@@ -193,19 +194,19 @@ bool CZtDataStore::SameConnectionString(std::string& conn_string1, std::string& 
         };
         if (!conn_string2.empty()) {
           at = 20;
-          if (!ds::EqualsNoCase(value("DATABASE", conn_string1), value("DATABASE", conn_string2)))
+          if (!TextEquals(value("DATABASE", conn_string1), value("DATABASE", conn_string2)))
             return false;
           if (provider_type_ == kProviderJet) return true;
           if (provider_type_ == kProviderSqlServer)
-            return ds::EqualsNoCase(value("SERVER", conn_string1), value("SERVER", conn_string2));
+            return TextEquals(value("SERVER", conn_string1), value("SERVER", conn_string2));
           return false;
         }
         at = 30;
         if (provider_type_ == kProviderJet)
-          return ds::EqualsNoCase(value("DATABASE", conn_string1), FullPath());
+          return TextEquals(value("DATABASE", conn_string1), FullPath());
         if (provider_type_ == kProviderSqlServer)
-          return ds::EqualsNoCase(value("DATABASE", conn_string1), name_) &&
-                 ds::EqualsNoCase(value("SERVER", conn_string1), location_);
+          return TextEquals(value("DATABASE", conn_string1), name_) &&
+                 TextEquals(value("SERVER", conn_string1), location_);
         return false;
       },
       false);

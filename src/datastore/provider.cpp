@@ -5,11 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "datastore/text_match.h"
+#include "platform/driver.h"
 #include "zt/config.h"
 #include "zt/datastore.h"
 #include "zt/error_handling.h"
 #include "zt/resources.h"
+#include "zt/text/compare.h"
 #include "zt/trap.h"
 #include "zt/version.h"
 
@@ -66,8 +67,8 @@ std::vector<CZtProvider::Installed> RegisteredOdbcDrivers() {
       auto eq = pair.find('=');
       if (eq == std::string::npos) continue;
       std::string key = pair.substr(0, eq);
-      if (ds::EqualsNoCase(key, "Version")) version = pair.substr(eq + 1);
-      if (ds::EqualsNoCase(key, "DriverODBCVer")) odbc_version = pair.substr(eq + 1);
+      if (TextEquals(key, "Version")) version = pair.substr(eq + 1);
+      if (TextEquals(key, "DriverODBCVer")) odbc_version = pair.substr(eq + 1);
     }
     d.version = version.empty() ? odbc_version : version;
     out.push_back(std::move(d));
@@ -79,16 +80,21 @@ std::vector<CZtProvider::Installed> RegisteredOdbcDrivers() {
 }  // namespace
 
 std::vector<CZtProvider::Installed> CZtProvider::InstalledProviders() {
-  // The OLE DB names that this library itself answers (the data-access layer maps each one to
-  // an engine here). They are part of the library and carry its version; Jet 4.0 is listed
-  // before 3.51 so that, at equal versions, the newer Jet name is the one chosen.
+  // The OLE DB names that this library answers itself: installed when the data-access layer's
+  // provider table maps the name to a driver built into this library. They are part of the
+  // library and carry its version; Jet 4.0 is listed before 3.51 so that, at equal versions,
+  // the newer Jet name is the one chosen.
   const std::string v = LibraryVersion();
-  std::vector<Installed> out = {{"Microsoft.Jet.OLEDB.4.0", v},
-                                {"Microsoft.Jet.OLEDB.3.51", v},
-                                {"MSOLEDBSQL", v},
-                                {"SQLOLEDB", v},
-                                {"OraOLEDB.Oracle", v},
-                                {"MSDASQL", v}};
+  std::vector<Installed> out;
+  for (const char* name : {"Microsoft.Jet.OLEDB.4.0", "Microsoft.Jet.OLEDB.3.51", "MSOLEDBSQL",
+                           "SQLOLEDB", "OraOLEDB.Oracle", "MSDASQL"}) {
+    try {
+      platform::ConnectParams p = platform::ParseConnectionString("Provider=" + std::string(name));
+      if (platform::FindDriver(p.driver)) out.push_back({name, v});
+    } catch (const ZtError&) {
+      // not in the provider table: not installed
+    }
+  }
   for (auto& d : RegisteredOdbcDrivers()) out.push_back(std::move(d));
   return out;
 }
@@ -128,7 +134,7 @@ std::string CZtProvider::GetLatestOLEDBProvider(std::int32_t provider_type) {
     const Installed* candidate = nullptr;
     std::vector<Installed> installed = InstalledProviders();
     for (const Installed& p : installed) {
-      if (!ds::ContainsNoCase(p.name, prefix)) continue;
+      if (InStr(1, p.name, prefix, CompareMode::Text) == 0) continue;
       if (!candidate || CompareVersions(p.version, candidate->version) > 0) candidate = &p;
     }
     return candidate ? candidate->name : std::string{};
@@ -202,7 +208,7 @@ std::int32_t CZtProvider::GetProviderType(const std::string& provider) {
     // the MySQL bridge even though no SQL Server prefix is in it, and an SQL Server name that
     // also carried the MySQL bridge's prefix counts as MySQL.
     for (std::int32_t type : {kProviderJet, kProviderOracle, kProviderSqlServer, kProviderMySql})
-      if (ds::ContainsNoCase(provider, GetOLEDBProviderPrefix(type))) result = type;
+      if (InStr(1, provider, GetOLEDBProviderPrefix(type), CompareMode::Text) != 0) result = type;
     return result;
   });
 }

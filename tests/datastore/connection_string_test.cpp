@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -262,8 +264,20 @@ TEST_F(DataStoreDefinitionTest, ProviderNamesPrefixesAndTypes) {
     }
   }
 
-  // The newest installed Jet name is 4.0; a renamed prefix that nothing carries finds nothing.
-  EXPECT_EQ(p.GetLatestOLEDBProvider(zt::kProviderJet), "Microsoft.Jet.OLEDB.4.0");
+  // ODBC drivers registered with the driver manager count as installed, with their versions:
+  // the newest name carrying the prefix wins over the library's own provider.
+  std::ofstream(dir_ / "odbcinst.ini")
+      << "[MSOLEDBSQL bridge old]\nDriver=/nonexistent/a.so\nVersion=1.5\n\n"
+      << "[MSOLEDBSQL bridge new]\nDriver=/nonexistent/b.so\nVersion=19.2\n\n"
+      << "[Unrelated]\nDriver=/nonexistent/c.so\nVersion=99\n";
+  ::setenv("ODBCSYSINI", dir_.c_str(), 1);
+  const std::string latest_sql = p.GetLatestOLEDBProvider(zt::kProviderSqlServer);
+  const auto installed = zt::CZtProvider::InstalledProviders();
+  ::unsetenv("ODBCSYSINI");
+  EXPECT_EQ(latest_sql, "MSOLEDBSQL bridge new");
+  EXPECT_EQ(std::count_if(installed.begin(), installed.end(),
+                          [](const auto& i) { return i.name == "Unrelated" && i.version == "99"; }),
+            1);
   EXPECT_EQ(p.GetLatestOLEDBProvider(zt::kProviderMySql), "MSDASQL");
   EXPECT_LT(zt::CZtProvider::CompareVersions("9.11", "10.2"), 0);
   EXPECT_EQ(zt::CZtProvider::CompareVersions("3.0", "3"), 0);

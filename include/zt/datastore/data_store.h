@@ -12,6 +12,16 @@
 
 namespace zt {
 
+class Connection;
+class DaoDatabase;
+
+// One user connected to a data store (GetUserRoster).
+struct RosterEntry {
+  std::string computer_name;  // COMPUTER_NAME: the client's host
+  std::string login_name;     // LOGIN_NAME: the login it used
+  friend bool operator==(const RosterEntry&, const RosterEntry&) = default;
+};
+
 class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
  public:
   // Reads the retry settings (configuration values 501 and 502) from the configuration.
@@ -81,6 +91,85 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   // this definition. Always false unless `compare` is true, and for Oracle and MySQL.
   bool SameConnectionString(std::string& conn_string1, std::string& conn_string2, bool compare);
 
+  // ---- Live side ---------------------------------------------------------------------------
+  // Connections are opened on first need and cached; the data store owns them until
+  // CloseConnections (or its destruction). Members that open, create, change or delete
+  // something raise their failure after logging it; members that answer a question log it and
+  // return their default (false, "", 0, empty).
+
+  // The cached connection, or nullptr when none was opened.
+  std::shared_ptr<Connection> DataStoreConnection() const { return connection_; }
+  // Adopts a connection the caller opened; the data store now shares it.
+  void DataStoreConnection(std::shared_ptr<Connection> connection);
+  std::shared_ptr<DaoDatabase> DataStoreDAOConnection() const { return dao_; }
+  // Adopts a DAO database the caller opened and sets Attributes bit 2.
+  void DataStoreDAOConnection(std::shared_ptr<DaoDatabase> database);
+
+  // Mode 1: opens the connection when there is none or it is not open, then returns it.
+  // Mode 2: as mode 1 when there is none; otherwise closes and reopens it with its own stored
+  // connection string. Other modes return the cached connection as it is (maybe nullptr).
+  // Raises when the opening fails.
+  std::shared_ptr<Connection> GetConnection(std::int32_t mode);
+  // Closes an open cached connection and opens ConnectionString() with retries (MaxRetries,
+  // RetryInterval, the error numbers of configuration value 503; SQL Server stores are never
+  // retried). `user_name` and `password` are passed to the opening as given. Logs the masked
+  // connection string. Raises the last error when every attempt fails.
+  bool OpenDataStore(const std::string& user_name = {}, const std::string& password = {});
+  // True when the data store opens and answers a query; false (logged) otherwise.
+  bool ValidateDataStore();
+  // The DAO view of a Jet data store's file (cached); raises for other provider types.
+  std::shared_ptr<DaoDatabase> OpenDAODataStore();
+  // Jet: creates an empty database file at FullPath (an existing file is an error). Servers:
+  // CREATE DATABASE for DataStoreName on Location. Raises on failure.
+  void CreatePhysicalDataStore();
+  // Jet: closes the connections and deletes the file with its lock, journal and WAL files,
+  // logging "File deleted: " + path for each. Servers: DROP DATABASE. Raises on failure.
+  void DeletePhysicalDataStore();
+  // Replicas do not exist on these engines: always false.
+  bool IsReplica();
+  // Deletes the rows of `table` (all of them when `where` is empty) and returns how many went.
+  std::int64_t DeleteTableRecords(const std::string& table, const std::string& where = {});
+  // Single-field schema changes; they belong to the schema layer and raise until it is there.
+  void AddFieldToTable(const std::string& table, const std::string& field, std::int32_t field_type,
+                       std::int32_t size);
+  void DeleteFieldFromTable(const std::string& table, const std::string& field);
+  // Drops `table` and logs "Table [" + table + "] deleted.". Raises on failure.
+  void DeleteTable(const std::string& table);
+  // Jet: moves the file to `new_location` (a folder) and makes that the Location. Raises
+  // ERR_SOURCE_SAME_AS_TARGET when it is the current folder; a server database cannot be moved
+  // this way (tslDBFilesNotOnServerError2).
+  void MovePhysicalDataStore(const std::string& new_location);
+  // The application version in tblTesselVersion: format 2 tMajor, 3 tMinor, otherwise
+  // tMajor + "." + tMinor; "" for an empty table or on failure (logged).
+  std::string TesselVersion(std::int32_t format = 0);
+  // Writes the version into tblTesselVersion. A store without that table is reported
+  // (".SetTesselVersion - tblTesselVersion is missing in " + name) and left unchanged; returns
+  // false then. Raises when the UPDATE fails.
+  bool SetTesselVersion(const std::string& major, const std::string& minor);
+  // Bytes the data store occupies (file with its WAL; a server's database size); 0 (logged) on
+  // failure.
+  std::int64_t Size();
+  // Jet: rebuilds the file through a temporary database and swaps it in; needs the file to
+  // itself. Servers manage their own files: nothing is done. Raises on failure.
+  void Compact();
+  // Closes the cached connection and DAO database (the objects stay, closed).
+  void CloseConnections();
+  // The name under which `table` exists in this store: on MySQL the user table (configuration
+  // value 10403) is kept as 10402; every other name is returned unchanged.
+  std::string GetLinkedTableName(const std::string& table);
+  // Sets the definition from a property text "ProviderType=2;Location=...;Name=...;
+  // User=...;Password=...;Type=...;Provider=...;ODBCDriver=...;AltConnString=...;
+  // AltConnStringOperation=...". Missing properties keep their values. An unsupported provider
+  // type raises vbObjectError + 9020 and changes nothing.
+  void Initialize(const std::string& param);
+  // The users connected to the data store (server process lists; none for a file), without
+  // duplicates and without the entries of `exclude`.
+  std::vector<RosterEntry> GetUserRoster(const std::vector<RosterEntry>& exclude = {});
+
+  // `connection_string` (ConnectionString() when empty) with every password masked by "*",
+  // for log lines and displays.
+  std::string MaskedConnectionString(const std::string& connection_string = {});
+
   // ---- IZtDSDefinition ----------------------------------------------------------------------
   std::string Name() const override { return name_; }
   void Name(const std::string& value) override { name_ = value; }
@@ -108,6 +197,12 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
 
  private:
   CZtProvider& ProviderObject();
+  void ZtConnOpen(Connection& connection, const std::string& connection_string,
+                  const std::string& user, const std::string& password, std::int32_t options,
+                  std::int32_t max_retries, std::int32_t retry_interval);
+  bool IsRetryOnError(std::int32_t number);
+  static std::vector<RosterEntry> RemoveSameEntries(std::vector<RosterEntry> entries);
+
   // The connection string of the cached connection when it is open, else "".
   std::string OpenConnectionString() const;
 
@@ -129,6 +224,10 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   std::string security_db_;
   std::string alt_location_;
   std::unique_ptr<CZtProvider> provider_object_;
+  std::shared_ptr<Connection> connection_;
+  std::shared_ptr<DaoDatabase> dao_;
+  std::vector<std::string> retry_errors_;
+  bool retry_errors_read_ = false;
 
   std::int32_t max_retries_ = 5;
   std::int32_t retry_interval_ = 100;
