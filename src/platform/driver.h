@@ -160,6 +160,10 @@ class ConnectionBackend {
   // One schema rowset with the OLE DB column names. Default: information_schema queries.
   virtual RowSet Schema(SchemaKind kind, const SchemaRestrictions& restrictions);
 
+  // The value the engine gave the auto-increment column of the last INSERT on this connection
+  // (Null when unknown). Default: Null.
+  virtual Variant LastInsertId() { return Variant::Null(); }
+
   // Starts a bulk load. Default: one prepared INSERT per row inside one transaction.
   virtual std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                        const std::vector<std::string>& columns);

@@ -1,0 +1,255 @@
+// Connection, Command, PreparedStatement and BulkInserter.
+#include <algorithm>
+
+#include "platform/driver.h"
+#include "platform/errors.h"
+#include "platform/session.h"
+#include "platform/sql_text.h"
+#include "zt/platform.h"
+
+namespace zt {
+
+using platform::AdoError;
+using platform::RaiseAdo;
+
+namespace {
+constexpr const char* kConnectionSource = "ADODB.Connection";
+constexpr const char* kCommandSource = "ADODB.Command";
+
+// One element of a restrictions array, absent when Empty (or missing).
+std::optional<std::string> Restriction(const VariantArray* a, std::int32_t i) {
+  if (!a || !a->Contains(a->lower_bound + i)) return std::nullopt;
+  const Variant& v = a->at(a->lower_bound + i);
+  if (v.IsEmpty() || v.IsNull()) return std::nullopt;
+  return v.ToText();
+}
+}  // namespace
+
+namespace platform {
+
+std::unique_ptr<StatementBackend> Session::PrepareText(const std::string& sql) {
+  return Guard([&] { return backend->Prepare(PrepareSqlText(sql, Quirks(), provider)); });
+}
+
+void Session::NoteFailure(const ZtError& e) {
+  if (e.Number() == hr::kFail && !broken && !backend->IsAlive()) broken = true;
+}
+
+}  // namespace platform
+
+Connection::Connection() = default;
+Connection::~Connection() = default;
+
+void Connection::Open(const std::string& connection_string, const std::string& user,
+                      const std::string& password, std::int32_t /*options*/) {
+  if (State() == ado::adStateOpen) RaiseAdo(AdoError::kObjectOpen, kConnectionSource);
+  const std::string text = connection_string.empty() ? connection_string_ : connection_string;
+  platform::ConnectParams params = platform::ParseConnectionString(text, user, password);
+  if (params.login_timeout == 0) params.login_timeout = connection_timeout_;
+  const platform::DriverFactory* factory = platform::FindDriver(params.driver);
+  if (!factory)
+    RaiseAdo(AdoError::kProviderNotFound, kConnectionSource, "(driver " + params.driver + ")");
+  auto session = std::make_shared<platform::Session>();
+  session->provider = params.provider.empty() ? params.driver : params.provider;
+  session->backend = (*factory)(params);
+  session->backend->SetCommandTimeout(command_timeout_);
+  session_ = std::move(session);
+  connection_string_ = text;
+}
+
+void Connection::Close() {
+  session_.reset();
+}
+
+std::int32_t Connection::State() const {
+  return session_ && !session_->broken ? ado::adStateOpen : ado::adStateClosed;
+}
+
+bool Connection::IsAlive() {
+  if (State() != ado::adStateOpen) return false;
+  if (session_->backend->IsAlive()) return true;
+  session_.reset();
+  return false;
+}
+
+platform::Session& Connection::RequireSession() const {
+  if (State() != ado::adStateOpen) RaiseAdo(AdoError::kObjectClosed, kConnectionSource);
+  return *session_;
+}
+
+std::shared_ptr<Recordset> Connection::Execute(const std::string& sql,
+                                               std::int64_t* records_affected,
+                                               std::int32_t /*options*/) {
+  platform::Session& s = RequireSession();
+  auto stmt = s.PrepareText(sql);
+  s.Guard([&] { stmt->Execute(); });
+  if (records_affected) *records_affected = stmt->RowsAffected();
+  auto rs = std::make_shared<Recordset>();
+  if (!stmt->Columns().empty()) rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
+  return rs;
+}
+
+std::int32_t Connection::BeginTrans() {
+  platform::Session& s = RequireSession();
+  if (s.transaction_level > 0)
+    RaiseAdo(AdoError::kIllegalOperation, kConnectionSource, "(a transaction is already open)");
+  s.Guard([&] { s.backend->BeginTransaction(); });
+  s.transaction_level = 1;
+  return 1;
+}
+
+void Connection::CommitTrans() {
+  platform::Session& s = RequireSession();
+  if (s.transaction_level == 0)
+    RaiseAdo(AdoError::kIllegalOperation, kConnectionSource, "(no transaction is open)");
+  s.Guard([&] { s.backend->Commit(); });
+  s.transaction_level = 0;
+}
+
+void Connection::RollbackTrans() {
+  platform::Session& s = RequireSession();
+  if (s.transaction_level == 0)
+    RaiseAdo(AdoError::kIllegalOperation, kConnectionSource, "(no transaction is open)");
+  s.transaction_level = 0;
+  s.Guard([&] { s.backend->Rollback(); });
+}
+
+bool Connection::InTransaction() const {
+  return session_ && session_->transaction_level > 0;
+}
+
+void Connection::SetCursorLocation(std::int32_t location) {
+  if (location != ado::adUseServer && location != ado::adUseClient)
+    RaiseAdo(AdoError::kInvalidArgument, kConnectionSource);
+  cursor_location_ = location;
+}
+
+void Connection::SetCommandTimeout(std::int32_t seconds) {
+  if (seconds < 0) RaiseAdo(AdoError::kInvalidArgument, kConnectionSource);
+  command_timeout_ = seconds;
+  if (session_) session_->backend->SetCommandTimeout(seconds);
+}
+
+std::string Connection::Provider() const {
+  if (session_) return session_->provider;
+  try {
+    const auto keys = platform::SplitConnectionString(connection_string_);
+    return platform::FindKey(keys, "Provider").value_or("MSDASQL");
+  } catch (const ZtError&) {
+    return {};
+  }
+}
+
+std::string Connection::Engine() const {
+  return session_ ? session_->Quirks().engine : "";
+}
+
+void Connection::SetConnectionString(const std::string& text) {
+  if (State() == ado::adStateOpen) RaiseAdo(AdoError::kObjectOpen, kConnectionSource);
+  connection_string_ = text;
+}
+
+std::string Connection::DefaultDatabase() const {
+  return RequireSession().backend->CurrentCatalog();
+}
+
+std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,
+                                                  const Variant& restrictions) {
+  platform::Session& s = RequireSession();
+  if (schema != ado::adSchemaTables && schema != ado::adSchemaColumns &&
+      schema != ado::adSchemaIndexes && schema != ado::adSchemaPrimaryKeys)
+    RaiseAdo(AdoError::kNotUpdatable, kConnectionSource,
+             "(schema rowset " + std::to_string(schema) + " is not supported)");
+  if (!restrictions.IsEmpty() && !restrictions.IsArray())
+    RaiseAdo(AdoError::kInvalidArgument, kConnectionSource);
+  const VariantArray* a = restrictions.AsArray();
+  platform::SchemaRestrictions r;
+  r.catalog = Restriction(a, 0);
+  r.schema = Restriction(a, 1);
+  if (a && a->Contains(a->lower_bound + 1) && a->at(a->lower_bound + 1).AsString())
+    r.schema = a->at(a->lower_bound + 1).ToText();  // "" asks for the default schema
+  r.table = Restriction(a, 2);
+  r.extra = Restriction(a, 3);
+  const auto kind = static_cast<platform::SchemaKind>(schema);
+  if (kind == platform::SchemaKind::kIndexes && !s.Quirks().index_rowset)
+    RaiseAdo(AdoError::kNotUpdatable, s.provider, "(the driver cannot list indexes)");
+  platform::RowSet rows = s.Guard([&] { return s.backend->Schema(kind, r); });
+  auto rs = std::make_shared<Recordset>();
+  rs->OpenRowSet(std::move(rows), session_);
+  return rs;
+}
+
+PreparedStatement::PreparedStatement(const Connection& connection, const std::string& sql)
+    : session_(connection.SessionPtr()) {
+  platform::Session& s = connection.RequireSession();
+  stmt_ = s.PrepareText(sql);
+  parameters_ = stmt_->ParameterCount();
+}
+
+PreparedStatement::~PreparedStatement() = default;
+
+int PreparedStatement::ParameterCount() {
+  return parameters_;
+}
+
+void PreparedStatement::Bind(int index, const Variant& value) {
+  if (index < 0 || index >= parameters_) RaiseAdo(AdoError::kInvalidArgument, kCommandSource);
+  stmt_->Bind(index, value);
+}
+
+std::int64_t PreparedStatement::Execute() {
+  session_->Guard([&] { stmt_->Execute(); });
+  return stmt_->RowsAffected();
+}
+
+BulkInserter::BulkInserter(const Connection& connection, const std::string& table,
+                           const std::vector<std::string>& columns)
+    : session_(connection.SessionPtr()), columns_(columns.size()) {
+  platform::Session& s = connection.RequireSession();
+  if (s.transaction_level > 0)
+    RaiseAdo(AdoError::kIllegalOperation, kConnectionSource,
+             "(a bulk load runs in its own transaction)");
+  writer_ = s.Guard([&] { return s.backend->BeginBulk(table, columns); });
+}
+
+BulkInserter::~BulkInserter() = default;
+
+void BulkInserter::AddRow(const std::vector<Variant>& values) {
+  if (!writer_) RaiseAdo(AdoError::kObjectClosed, kConnectionSource);
+  if (values.size() != columns_) RaiseAdo(AdoError::kInvalidArgument, kConnectionSource);
+  session_->Guard([&] { writer_->AddRow(values); });
+}
+
+void BulkInserter::Finish() {
+  if (!writer_) RaiseAdo(AdoError::kObjectClosed, kConnectionSource);
+  auto w = std::move(writer_);
+  session_->Guard([&] { w->Finish(); });
+}
+
+void Command::SetCommandTimeout(std::int32_t seconds) {
+  if (seconds < 0) RaiseAdo(AdoError::kInvalidArgument, kCommandSource);
+  timeout_ = seconds;
+}
+
+std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected,
+                                            std::int32_t /*options*/) {
+  if (!connection_) RaiseAdo(AdoError::kObjectClosed, kCommandSource);
+  platform::Session& s = connection_->RequireSession();
+  auto stmt = s.PrepareText(text_);
+  for (std::size_t i = 0; i < parameters_.size(); ++i)
+    stmt->Bind(static_cast<int>(i), parameters_[i]);
+  s.backend->SetCommandTimeout(timeout_);
+  struct Restore {
+    platform::Session& s;
+    int seconds;
+    ~Restore() { s.backend->SetCommandTimeout(seconds); }
+  } restore{s, connection_->CommandTimeout()};
+  s.Guard([&] { stmt->Execute(); });
+  if (records_affected) *records_affected = stmt->RowsAffected();
+  auto rs = std::make_shared<Recordset>();
+  if (!stmt->Columns().empty())
+    rs->OpenStatement(connection_->SessionPtr(), std::move(stmt), /*stream=*/true);
+  return rs;
+}
+
+}  // namespace zt

@@ -1,0 +1,386 @@
+// One suite for every engine: what the layer above relies on, checked on real databases.
+#include <gtest/gtest.h>
+
+#include "engines.h"
+#include "zt/platform.h"
+
+namespace zt::testing {
+namespace {
+
+using namespace zt::ado;
+
+TEST_P(EngineTest, OpenExecuteAndReopen) {
+  EXPECT_EQ(cn->State(), adStateOpen);
+  EXPECT_TRUE(cn->IsAlive());
+  EXPECT_EQ(cn->Provider(), GetParam().provider);
+  MakeTable("zt_open", 3);
+  std::int64_t affected = 0;
+  cn->Execute("UPDATE [zt_open] SET [qty] = [qty] + 1 WHERE [id] >= 2", &affected);
+  EXPECT_EQ(affected, 2);
+  auto rs = cn->Execute("SELECT [code], [qty] FROM [zt_open] WHERE [id] = 3");
+  EXPECT_EQ(rs->State(), adStateOpen);
+  EXPECT_EQ(rs->Fields("code").Value().ToText(), "C3");
+  EXPECT_EQ(rs->Fields("QTY").Value().ToInt32(), 31);  // names ignore case
+  // A statement without rows gives a closed recordset.
+  EXPECT_EQ(cn->Execute("DELETE FROM [zt_open] WHERE [id] = 99", &affected)->State(),
+            adStateClosed);
+  EXPECT_EQ(affected, 0);
+
+  cn->Close();
+  EXPECT_EQ(cn->State(), adStateClosed);
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->Execute("SELECT 1")), Hr(0x800A0E78));
+  cn->Open();  // the stored connection string
+  EXPECT_EQ(Count("zt_open"), 3);
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->Open(cn->ConnectionString())), Hr(0x800A0E79));
+}
+
+TEST_P(EngineTest, SqlTextRulesAndErrors) {
+  MakeTable("zt_sql", 2);
+  // Brackets are rewritten outside literals only; a literal keeps "[x]" and ";".
+  cn->Execute("UPDATE [zt_sql] SET [descr] = 'a;[b]' WHERE [id] = 1 -- trailing ; [c]");
+  auto rs = cn->Execute("SELECT [descr] FROM [zt_sql] WHERE [id] = 1;");
+  EXPECT_EQ(rs->Fields(0).Value().ToText(), "a;[b]");
+
+  // A second statement is refused before anything runs.
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->Execute("DELETE FROM [zt_sql]; DROP TABLE [zt_sql]")),
+            Hr(0x80040E14));
+  EXPECT_EQ(Count("zt_sql"), 2);
+
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->Execute("SELEKT nothing")), Hr(0x80040E14));
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->Execute("SELECT * FROM [zt_no_such_table]")), Hr(0x80040E37));
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->Execute("INSERT INTO [zt_sql] ([id], [code]) VALUES (1, 'dup')")),
+            Hr(0x80040E2F));
+  try {
+    cn->Execute("SELECT * FROM [zt_no_such_table]");
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Source(), GetParam().provider);
+    EXPECT_NE(e.Description().find("zt_no_such_table"), std::string::npos) << e.Description();
+  }
+  // The connection is still usable after errors.
+  EXPECT_EQ(cn->State(), adStateOpen);
+  EXPECT_EQ(Count("zt_sql"), 2);
+}
+
+TEST_P(EngineTest, Transactions) {
+  MakeTable("zt_tx", 1);
+  EXPECT_EQ(cn->BeginTrans(), 1);
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->BeginTrans()), Hr(0x800A0C93));
+  cn->Execute("INSERT INTO [zt_tx] ([id], [code]) VALUES (2, 'T2')");
+  cn->RollbackTrans();
+  EXPECT_EQ(Count("zt_tx"), 1);
+  cn->BeginTrans();
+  cn->Execute("INSERT INTO [zt_tx] ([id], [code]) VALUES (3, 'T3')");
+  cn->CommitTrans();
+  EXPECT_EQ(Count("zt_tx"), 2);
+  EXPECT_FALSE(cn->InTransaction());
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->CommitTrans()), Hr(0x800A0C93));
+}
+
+TEST_P(EngineTest, CursorsAndMoves) {
+  MakeTable("zt_cur", 4);
+  const std::string sql = "SELECT [id], [code] FROM [zt_cur] ORDER BY [id]";
+  for (std::int32_t cursor : {adOpenForwardOnly, adOpenKeyset, adOpenDynamic, adOpenStatic}) {
+    for (std::int32_t lock :
+         {adLockReadOnly, adLockPessimistic, adLockOptimistic, adLockBatchOptimistic}) {
+      SCOPED_TRACE(::testing::Message() << "cursor " << cursor << " lock " << lock);
+      Recordset rs;
+      rs.Open(sql, cn, cursor, lock);
+      EXPECT_FALSE(rs.Bof());
+      std::vector<std::int32_t> ids;
+      while (!rs.Eof()) {
+        ids.push_back(rs.Fields("id").Value().ToInt32());
+        rs.MoveNext();
+      }
+      EXPECT_EQ(ids, (std::vector<std::int32_t>{1, 2, 3, 4}));
+      EXPECT_EQ(ZT_ERROR_NUMBER(rs.MoveNext()), Hr(0x800A0BCD));
+      EXPECT_EQ(ZT_ERROR_NUMBER(rs.Fields(0).Value()), Hr(0x800A0BCD));
+      if (cursor == adOpenForwardOnly) {
+        EXPECT_EQ(rs.CursorType(), adOpenForwardOnly);
+        EXPECT_EQ(ZT_ERROR_NUMBER(rs.MovePrevious()), Hr(0x800A0C93));
+        if (lock == adLockReadOnly) {
+          EXPECT_EQ(rs.RecordCount(), -1);
+          rs.MoveFirst();  // runs the statement again
+          EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 1);
+        }
+        continue;
+      }
+      EXPECT_EQ(rs.RecordCount(), 4);
+      rs.MoveLast();
+      EXPECT_EQ(rs.Fields("code").Value().ToText(), "C4");
+      EXPECT_EQ(rs.AbsolutePosition(), 4);
+      rs.MovePrevious();
+      EXPECT_EQ(rs.Fields("code").Value().ToText(), "C3");
+      rs.Move(-5);
+      EXPECT_TRUE(rs.Bof());
+      rs.MoveFirst();
+      rs.Move(2);
+      EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 3);
+    }
+  }
+  Recordset empty;
+  empty.Open("SELECT [id] FROM [zt_cur] WHERE [id] < 0", cn, adOpenKeyset, adLockOptimistic);
+  EXPECT_TRUE(empty.Eof());
+  EXPECT_TRUE(empty.Bof());
+  EXPECT_EQ(empty.RecordCount(), 0);
+  EXPECT_EQ(ZT_ERROR_NUMBER(empty.Open("x", cn)), Hr(0x800A0E79));
+}
+
+TEST_P(EngineTest, FieldsFindAndFilter) {
+  MakeTable("zt_find", 6);
+  Recordset rs;
+  rs.Open("SELECT * FROM [zt_find] ORDER BY [id]", cn, adOpenKeyset, adLockOptimistic);
+  EXPECT_TRUE(rs.HasField("CODE"));
+  EXPECT_FALSE(rs.HasField("nope"));
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.Fields("nope")), Hr(0x800A0CC1));
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.Fields(99)), Hr(0x800A0CC1));
+
+  rs.Find("code = 'c4'");  // text compares without regard to case
+  ASSERT_FALSE(rs.Eof());
+  EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 4);
+  rs.Find("qty >= 20", 1);  // skips the current row
+  EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 5);
+  rs.Find("code LIKE 'C2*'", 0, adSearchBackward);
+  EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 2);
+  rs.Find("code = 'none'");
+  EXPECT_TRUE(rs.Eof());
+  rs.MoveFirst();
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.Find("code = ")), Hr(0x800A0BB9));
+  EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 1);  // a bad criteria leaves the position
+
+  rs.SetFilter("qty > 15 AND (active = true OR [code] = 'C4')");
+  EXPECT_EQ(rs.RecordCount(), 3);  // 3, 4, 5
+  EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 3);
+  rs.SetFilter("descr = NULL");
+  EXPECT_EQ(rs.RecordCount(), 1);
+  EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 2);
+  rs.SetFilter(std::int32_t{adFilterNone});
+  EXPECT_EQ(rs.RecordCount(), 6);
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.SetFilter("nope = 1")), Hr(0x800A0BB9));
+
+  // Filter on a streaming recordset reads the rest of its rows.
+  auto fwd = cn->Execute("SELECT [id], [code] FROM [zt_find] ORDER BY [id]");
+  fwd->SetFilter("id > 4");
+  EXPECT_EQ(fwd->RecordCount(), 2);
+}
+
+TEST_P(EngineTest, ImmediateEdits) {
+  MakeTable("zt_edit", 3);
+  Recordset rs;
+  rs.Open("SELECT * FROM [zt_edit] ORDER BY [id]", cn, adOpenKeyset, adLockOptimistic);
+  rs.Fields("descr").SetValue("changed");
+  EXPECT_EQ(rs.EditMode(), adEditInProgress);
+  EXPECT_EQ(rs.Fields("descr").OriginalValue().ToText(), "row 1");
+  rs.Update();
+  EXPECT_EQ(Count("zt_edit", "[descr] = 'changed'"), 1);
+  EXPECT_EQ(rs.Fields("descr").OriginalValue().ToText(), "changed");
+
+  rs.MoveNext();
+  rs.Fields("qty").SetValue(999);
+  rs.CancelUpdate();
+  EXPECT_EQ(rs.Fields("qty").Value().ToInt32(), 20);
+  EXPECT_EQ(Count("zt_edit", "[qty] = 999"), 0);
+
+  // A text longer than the column is refused and nothing changes.
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.Fields("code").SetValue(std::string(51, 'x'))), Hr(0x80040E21));
+  EXPECT_EQ(rs.EditMode(), adEditNone);
+
+  rs.AddNew();
+  rs.Fields("id").SetValue(10);
+  rs.Fields("code").SetValue("NEW");
+  rs.Update();
+  EXPECT_EQ(Count("zt_edit"), 4);
+  EXPECT_TRUE(rs.Fields("qty").Value().IsNull());
+
+  rs.MoveFirst();
+  rs.Delete();
+  EXPECT_EQ(Count("zt_edit", "[id] = 1"), 0);
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.Fields("id").Value()), Hr(0x800A0BCD));
+  rs.MoveNext();
+  EXPECT_EQ(rs.Fields("id").Value().ToInt32(), 2);
+
+  // Another session changed the row since it was read.
+  cn->Execute("UPDATE [zt_edit] SET [code] = 'OTHER' WHERE [id] = 2");
+  Recordset stale;
+  stale.Open("SELECT [code], [qty] FROM [zt_edit] WHERE [id] = 3", cn, adOpenStatic,
+             adLockOptimistic);
+  cn->Execute("DELETE FROM [zt_edit] WHERE [id] = 3");
+  stale.Fields("qty").SetValue(5);
+  EXPECT_EQ(ZT_ERROR_NUMBER(stale.Update()), Hr(0x80040E38));
+
+  Recordset ro;
+  ro.Open("SELECT * FROM [zt_edit]", cn, adOpenStatic, adLockReadOnly);
+  EXPECT_EQ(ZT_ERROR_NUMBER(ro.Fields("qty").SetValue(1)), Hr(0x800A0CB3));
+  EXPECT_EQ(ZT_ERROR_NUMBER(ro.AddNew()), Hr(0x800A0CB3));
+}
+
+TEST_P(EngineTest, BatchUpdates) {
+  MakeTable("zt_batch", 3);
+  Recordset rs;
+  rs.Open("zt_batch", cn, adOpenKeyset, adLockBatchOptimistic, adCmdTable);
+  rs.Find("id = 1");
+  rs.Fields("qty").SetValue(111);
+  rs.Update();
+  rs.Find("id = 2");
+  rs.Delete();
+  rs.AddNew();
+  rs.Fields("id").SetValue(4);
+  rs.Fields("code").SetValue("C4");
+  rs.Update();
+  EXPECT_EQ(Count("zt_batch"), 3);  // nothing written yet
+  EXPECT_EQ(Count("zt_batch", "[qty] = 111"), 0);
+  rs.SetFilter(std::int32_t{adFilterPendingRecords});
+  EXPECT_EQ(rs.RecordCount(), 2);  // the deleted row is not shown
+  rs.SetFilter(std::int32_t{adFilterNone});
+  rs.UpdateBatch();
+  EXPECT_EQ(Count("zt_batch"), 3);
+  EXPECT_EQ(Count("zt_batch", "[qty] = 111"), 1);
+  EXPECT_EQ(Count("zt_batch", "[id] = 2"), 0);
+  EXPECT_EQ(Count("zt_batch", "[code] = 'C4'"), 1);
+
+  // A batch that fails part-way leaves the table as it was.
+  rs.MoveFirst();
+  rs.Fields("qty").SetValue(222);
+  rs.Update();
+  rs.AddNew();
+  rs.Fields("id").SetValue(3);  // duplicate key
+  rs.Fields("code").SetValue("DUP");
+  rs.Update();
+  EXPECT_EQ(ZT_ERROR_NUMBER(rs.UpdateBatch()), Hr(0x80040E2F));
+  EXPECT_EQ(Count("zt_batch", "[qty] = 222"), 0);
+  EXPECT_EQ(Count("zt_batch"), 3);
+  rs.CancelBatch();
+  rs.SetFilter(std::int32_t{adFilterPendingRecords});
+  EXPECT_EQ(rs.RecordCount(), 0);
+}
+
+TEST_P(EngineTest, FieldTypesSizesAndNullability) {
+  const Engine& e = GetParam();
+  MakeTable("zt_types", 2);
+  Recordset rs;
+  rs.Open("SELECT * FROM [zt_types] ORDER BY [id]", cn, adOpenStatic, adLockReadOnly);
+  struct Expect {
+    const char* name;
+    std::int32_t type;
+    std::int64_t size;  // 0: not checked
+    bool nullable;
+  };
+  const Expect expected[] = {
+      {"id", adInteger, 4, false},     {"code", adVarWChar, 50, false},
+      {"descr", e.memo_code, 0, true}, {"qty", adInteger, 4, true},
+      {"ratio", adDouble, 8, true},    {"price", e.money_code, 0, true},
+      {"active", adBoolean, 0, true},  {"created", e.date_code, 0, true},
+  };
+  ASSERT_EQ(rs.GetFields().Count(), 8);
+  for (const auto& x : expected) {
+    SCOPED_TRACE(x.name);
+    Field& f = rs.Fields(x.name);
+    EXPECT_EQ(f.Type(), x.type);
+    if (x.size) {
+      EXPECT_EQ(f.DefinedSize(), x.size);
+    }
+    EXPECT_EQ((f.Attributes() & adFldIsNullable) != 0, x.nullable);
+  }
+  EXPECT_EQ(rs.Fields("descr").Attributes() & adFldLong, adFldLong);
+  EXPECT_EQ(rs.Fields("code").Value().ToText(), "C1");
+  EXPECT_EQ(rs.Fields("ratio").Value().ToDouble(), 0.5);
+  EXPECT_EQ(rs.Fields("price").Value().ToDouble(), 1.25);
+  EXPECT_TRUE(rs.Fields("active").Value().ToBool());
+  EXPECT_EQ(rs.Fields("created").Value().Type(), VarType::Date);
+  EXPECT_EQ(Variant::Compare(rs.Fields("created").Value(), Date::FromParts(2024, 1, 1, 8, 30)), 0);
+  rs.MoveNext();
+  EXPECT_FALSE(rs.Fields("active").Value().ToBool());
+  EXPECT_TRUE(rs.Fields("descr").Value().IsNull());
+}
+
+TEST_P(EngineTest, SchemaRowsets) {
+  const Engine& e = GetParam();
+  MakeTable("zt_schema", 1);
+  cn->Execute("DROP VIEW IF EXISTS [zt_schema_v]");
+  cn->Execute("CREATE VIEW [zt_schema_v] AS SELECT [id] FROM [zt_schema]");
+  const Variant none;
+  const Variant schema = e.has_schemas ? Variant("") : none;
+
+  auto tables = cn->OpenSchema(adSchemaTables, Variant::Array({none, schema, "zt_schema"}));
+  ASSERT_EQ(tables->RecordCount(), 1);
+  EXPECT_EQ(tables->Value("TABLE_TYPE").ToText(), "TABLE");
+  EXPECT_EQ(tables->Value("TABLE_SCHEMA").IsNull(), !e.has_schemas);
+  auto views = cn->OpenSchema(adSchemaTables, Variant::Array({none, schema, none, "VIEW"}));
+  views->Find("TABLE_NAME = 'zt_schema_v'");
+  EXPECT_FALSE(views->Eof());
+  auto all = cn->OpenSchema(adSchemaTables);
+  all->SetFilter("TABLE_NAME = 'zt_schema' AND TABLE_TYPE = 'TABLE'");
+  EXPECT_EQ(all->RecordCount(), 1);
+
+  auto cols = cn->OpenSchema(adSchemaColumns, Variant::Array({none, schema, "zt_schema"}));
+  EXPECT_EQ(cols->RecordCount(), 8);
+  cols->Find("COLUMN_NAME = 'code'");
+  ASSERT_FALSE(cols->Eof());
+  EXPECT_EQ(cols->Value("DATA_TYPE").ToInt32(), adVarWChar);
+  EXPECT_EQ(cols->Value("CHARACTER_MAXIMUM_LENGTH").ToInt32(), 50);
+  EXPECT_FALSE(cols->Value("IS_NULLABLE").ToBool());
+  EXPECT_EQ(cols->Value("ORDINAL_POSITION").ToInt32(), 2);
+  cols->Find("COLUMN_NAME = 'qty'");
+  EXPECT_TRUE(cols->Value("IS_NULLABLE").ToBool());
+  EXPECT_EQ(cols->Value("COLUMN_FLAGS").ToInt32() & adFldIsNullable, adFldIsNullable);
+
+  auto idx =
+      cn->OpenSchema(adSchemaIndexes, Variant::Array({none, schema, none, none, "zt_schema"}));
+  idx->SetFilter("TABLE_NAME = 'zt_schema'");
+  bool pk = false, unique_code = false;
+  while (!idx->Eof()) {
+    if (idx->Value("PRIMARY_KEY").ToBool() && idx->Value("COLUMN_NAME").ToText() == "id") pk = true;
+    if (idx->Value("UNIQUE").ToBool() && !idx->Value("PRIMARY_KEY").ToBool() &&
+        idx->Value("COLUMN_NAME").ToText() == "code")
+      unique_code = true;
+    idx->MoveNext();
+  }
+  EXPECT_TRUE(pk);
+  EXPECT_TRUE(unique_code);
+
+  auto pks = cn->OpenSchema(adSchemaPrimaryKeys, Variant::Array({none, schema, "zt_schema"}));
+  ASSERT_EQ(pks->RecordCount(), 1);
+  EXPECT_EQ(pks->Value("COLUMN_NAME").ToText(), "id");
+  EXPECT_EQ(pks->Value("ORDINAL").ToInt32(), 1);
+  EXPECT_FALSE(pks->Value("PK_NAME").ToText().empty());
+
+  // A schema that does not exist restricts to nothing; rowsets other than the four are refused.
+  EXPECT_EQ(cn->OpenSchema(adSchemaTables, Variant::Array({"zt_no_catalog", none, "zt_schema"}))
+                ->RecordCount(),
+            0);
+  EXPECT_EQ(ZT_ERROR_NUMBER(cn->OpenSchema(27)), Hr(0x800A0CB3));
+}
+
+TEST_P(EngineTest, PreparedStatementsAndBulk) {
+  MakeTable("zt_bulk", 0);
+  {
+    BulkInserter bulk(*cn, "zt_bulk", {"id", "code", "qty"});
+    for (int i = 1; i <= 500; ++i) bulk.AddRow({i, "B" + std::to_string(i), i});
+    EXPECT_EQ(ZT_ERROR_NUMBER(bulk.AddRow({1})), Hr(0x800A0BB9));
+    bulk.Finish();
+  }
+  EXPECT_EQ(Count("zt_bulk"), 500);
+  {
+    BulkInserter abandoned(*cn, "zt_bulk", {"id", "code"});
+    abandoned.AddRow({1000, "X"});
+  }  // never finished: nothing kept
+  EXPECT_EQ(Count("zt_bulk"), 500);
+
+  PreparedStatement upd(*cn, "UPDATE [zt_bulk] SET [qty] = ? WHERE [id] <= ?");
+  EXPECT_EQ(upd.ParameterCount(), 2);
+  upd.Bind(0, 7);
+  upd.Bind(1, 10);
+  EXPECT_EQ(upd.Execute(), 10);
+  EXPECT_EQ(ZT_ERROR_NUMBER(upd.Bind(2, 1)), Hr(0x800A0BB9));
+
+  Command cmd;
+  cmd.SetActiveConnection(cn);
+  cmd.SetCommandText("SELECT COUNT(*) FROM [zt_bulk] WHERE [qty] = ?");
+  cmd.Parameters() = {7};
+  EXPECT_EQ(cmd.Execute()->Fields(0).Value().ToInt32(), 10);
+}
+
+INSTANTIATE_TEST_SUITE_P(Engines, EngineTest, ::testing::ValuesIn(AllEngines()),
+                         [](const auto& info) { return info.param.name; });
+
+}  // namespace
+}  // namespace zt::testing
