@@ -238,8 +238,4 @@ std::shared_ptr<IZtDSDefinition> CZtDataStore::Copy() const {
   return copy;
 }
 
-std::string CZtDataStore::OpenConnectionString() const {
-  return {};
-}
-
 }  // namespace zt

@@ -7,6 +7,7 @@
 #include <memory>
 #include <system_error>
 
+#include "platform/errors.h"
 #include "zt/error.h"
 
 namespace fs = std::filesystem;
@@ -16,12 +17,12 @@ namespace zt::ds {
 namespace {
 
 constexpr std::string_view kSource = "CZtDataStore";
-constexpr std::int32_t kFail = static_cast<std::int32_t>(0x80004005u);
 constexpr std::int32_t kFileAlreadyExists = 58;
 
+// Engine failures take the data-access layer's numbers, so a busy file is the same error here
+// as when a connection meets it.
 [[noreturn]] void RaiseEngine(sqlite3* db, int code) {
-  std::string message = db ? sqlite3_errmsg(db) : sqlite3_errstr(code);
-  throw ZtError(kFail, std::string(kSource), message + " (" + std::to_string(code) + ")");
+  platform::RaiseSqlite(std::string(kSource), code, db ? sqlite3_errmsg(db) : sqlite3_errstr(code));
 }
 
 [[noreturn]] void RaiseFile(std::int32_t number, const std::string& what, const std::string& path) {
@@ -120,12 +121,18 @@ std::int64_t SqliteFileSize(const std::string& path) {
   return static_cast<std::int64_t>(size + (ec ? 0 : wal));
 }
 
-bool IsSqliteDatabase(const std::string& path, std::string* why) {
-  char header[16] = {};
+bool IsDatabaseFile(const std::string& path, std::string* why) {
+  char header[20] = {};
   std::ifstream in(path, std::ios::binary);
-  if (!in || !in.read(header, sizeof header) ||
-      std::string(header, sizeof header) != std::string("SQLite format 3\0", 16)) {
-    if (why) *why = "not an SQLite database: " + path;
+  if (!in || !in.read(header, sizeof header)) {
+    if (why) *why = "File not found or not a database: " + path;
+    return false;
+  }
+  // An old Access file is read through MDB Tools; its header is all that can be checked here.
+  const std::string jet(header + 4, 15);
+  if (jet == "Standard Jet DB" || jet == "Standard ACE DB") return true;
+  if (std::string(header, 16) != std::string("SQLite format 3\0", 16)) {
+    if (why) *why = "Not a database file: " + path;
     return false;
   }
   try {

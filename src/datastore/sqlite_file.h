@@ -31,7 +31,8 @@ std::string CompactSqliteFile(const std::string& path);
 // Bytes on disk: the file plus its write-ahead log.
 std::int64_t SqliteFileSize(const std::string& path);
 
-// True when `path` is a readable SQLite database (the header is checked and the schema read).
-bool IsSqliteDatabase(const std::string& path, std::string* why = nullptr);
+// True when `path` is a readable SQLite database (header checked, schema read) or an Access
+// file (header checked); otherwise false with the reason in `why`.
+bool IsDatabaseFile(const std::string& path, std::string* why = nullptr);
 
 }  // namespace zt::ds

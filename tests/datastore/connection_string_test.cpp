@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -270,15 +272,35 @@ TEST_F(DataStoreDefinitionTest, ProviderNamesPrefixesAndTypes) {
       << "[MSOLEDBSQL bridge old]\nDriver=/nonexistent/a.so\nVersion=1.5\n\n"
       << "[MSOLEDBSQL bridge new]\nDriver=/nonexistent/b.so\nVersion=19.2\n\n"
       << "[Unrelated]\nDriver=/nonexistent/c.so\nVersion=99\n";
-  ::setenv("ODBCSYSINI", dir_.c_str(), 1);
-  const std::string latest_sql = p.GetLatestOLEDBProvider(zt::kProviderSqlServer);
-  const auto installed = zt::CZtProvider::InstalledProviders();
-  ::unsetenv("ODBCSYSINI");
+  // The driver manager remembers the first odbcinst.ini it read for the life of the process,
+  // so the private list is read in a child process of its own.
+  std::string latest_sql, unrelated_version;
+  {
+    int fds[2];
+    ASSERT_EQ(::pipe(fds), 0);
+    pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      ::setenv("ODBCSYSINI", dir_.c_str(), 1);
+      std::string out = p.GetLatestOLEDBProvider(zt::kProviderSqlServer) + "\n";
+      for (const auto& i : zt::CZtProvider::InstalledProviders())
+        if (i.name == "Unrelated") out += i.version;
+      (void)!::write(fds[1], out.data(), out.size());
+      ::_exit(0);
+    }
+    ::close(fds[1]);
+    std::string got;
+    char buf[256];
+    for (ssize_t n; (n = ::read(fds[0], buf, sizeof buf)) > 0;) got.append(buf, n);
+    ::close(fds[0]);
+    ::waitpid(child, nullptr, 0);
+    latest_sql = got.substr(0, got.find('\n'));
+    unrelated_version = got.substr(got.find('\n') + 1);
+  }
   EXPECT_EQ(latest_sql, "MSOLEDBSQL bridge new");
-  EXPECT_EQ(std::count_if(installed.begin(), installed.end(),
-                          [](const auto& i) { return i.name == "Unrelated" && i.version == "99"; }),
-            1);
+  EXPECT_EQ(unrelated_version, "99");
   EXPECT_EQ(p.GetLatestOLEDBProvider(zt::kProviderMySql), "MSDASQL");
+  EXPECT_EQ(p.GetLatestOLEDBProvider(zt::kProviderJet), "Microsoft.Jet.OLEDB.4.0");
   EXPECT_LT(zt::CZtProvider::CompareVersions("9.11", "10.2"), 0);
   EXPECT_EQ(zt::CZtProvider::CompareVersions("3.0", "3"), 0);
   EXPECT_GT(zt::CZtProvider::CompareVersions("03.51.2", "03.51"), 0);
