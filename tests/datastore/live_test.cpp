@@ -109,6 +109,10 @@ TEST_F(DataStoreLiveTest, GetConnectionReopensOnSqlite) {
   EXPECT_EQ(c->State(), zt::ado::adStateOpen);
   EXPECT_THROW(c->Execute("SELECT * FROM marker"), zt::ZtError);
   EXPECT_EQ(ds->GetConnection(7), c);
+  // With no text given, the open connection's own string is read (and handed back).
+  std::string cs;
+  EXPECT_EQ(ds->GetValueFromConnectionString("Data Source", cs), ds->FullPath());
+  EXPECT_EQ(cs, ds->ConnectionString());
   ds->CloseConnections();
   EXPECT_EQ(c->State(), zt::ado::adStateClosed);
   EXPECT_TRUE(env_.Logged("Data Store succesfully open with parameters: Provider="));
@@ -142,6 +146,21 @@ TEST_F(DataStoreLiveTest, LockedFileIsRetriedThenRaised) {
               0u)
         << env_.Warnings()[i];
   EXPECT_EQ(CountContaining(env_.Errors(), "CZtDataStore.ZtConnOpen, Line#20"), 1);
+
+  // The retry list is read once per data store: this store keeps retrying after the
+  // configuration drops the error from the list, a new store does not.
+  std::ofstream(dir_ / "ztdbtools.zt.config") << "<configuration><appSettings><add key=\"503\" "
+                                                 "value=\"1;2\"/></appSettings></configuration>";
+  zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());
+  ds->MaxRetries(1);
+  env_.sleeps.clear();
+  EXPECT_THROW(ds->OpenDataStore(), zt::ZtError);
+  EXPECT_EQ(env_.sleeps.size(), 1u);
+  auto fresh = SqliteStore();
+  fresh->MaxRetries(1);
+  env_.sleeps.clear();
+  EXPECT_THROW(fresh->OpenDataStore(), zt::ZtError);
+  EXPECT_TRUE(env_.sleeps.empty());
 
   // Once the other party lets go, the same store opens.
   holder->Close();
