@@ -70,10 +70,10 @@ class Variant;
 struct VariantArray {
   std::int32_t lower_bound = 0;
   std::vector<Variant> items;
-  std::int32_t UpperBound() const {
-    return lower_bound + static_cast<std::int32_t>(items.size()) - 1;
-  }
-  bool Contains(std::int32_t index) const { return index >= lower_bound && index <= UpperBound(); }
+  // Defined after Variant: clang instantiates std::vector's constexpr members where they are
+  // used, and Variant is still incomplete here.
+  std::int32_t UpperBound() const;
+  bool Contains(std::int32_t index) const;
   // Element at `index` (bounds-checked; error 9 "Subscript out of range" when outside).
   const Variant& at(std::int32_t index) const;
   Variant& at(std::int32_t index);
@@ -154,6 +154,13 @@ class Variant {
                std::string, std::shared_ptr<Object>, ArrayPtr>
       v_;
 };
+
+inline std::int32_t VariantArray::UpperBound() const {
+  return lower_bound + static_cast<std::int32_t>(items.size()) - 1;
+}
+inline bool VariantArray::Contains(std::int32_t index) const {
+  return index >= lower_bound && index <= UpperBound();
+}
 
 // Formats a double as the run time's CStr does (15 significant digits, "1E-05", "1E+15").
 std::string FormatDouble(double d);

@@ -56,6 +56,7 @@ struct DriverQuirks {
   bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
   RowCountStyle row_count = RowCountStyle::kMatched;
   bool backslash_escapes = false;  // '\'' escapes a quote inside a literal (MySQL)
+  bool dollar_quotes = false;      // $tag$ ... $tag$ is a literal (PostgreSQL)
   bool keyset_cursors = false;     // the engine itself keeps keysets (else emulated)
   bool read_only = false;          // every write is refused (Access files via MDB Tools)
   bool index_rowset = true;        // the indexes rowset can be listed safely

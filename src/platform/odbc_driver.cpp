@@ -55,7 +55,8 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //                       MariaDB Option=2, so that UPDATE reports matched rows (the driver counts
 //                       changed rows, and rewriting a row with its own values would look like a
 //                       lost update); FreeTDS TDS_Version, without which no login time-out is
-//                       honoured at all and a silent server hangs the caller for good.
+//                       honoured at all and a silent server hangs the caller for good;
+//                       psqlODBC BoolsAsChar=0, else booleans arrive as the text "1"/"0".
 //   login_timeout       seconds given as SQL_ATTR_LOGIN_TIMEOUT before connecting
 //   catalog_is_db       catalog functions get the current database as catalog; the MariaDB
 //                       driver searches every database of the server without it
@@ -101,6 +102,7 @@ std::vector<Family> MakeFamilies() {
 
   t.push_back({.quirks = Quirks("PostgreSQL", QuoteStyle::kDoubleQuotes),
                .match = {"postgresql", "psqlodbc"},
+               .added_keys = {{"BoolsAsChar", "0"}},
                .default_schema_sql = "SELECT current_schema()"});
 
   Family lite{

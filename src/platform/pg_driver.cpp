@@ -180,11 +180,32 @@ std::optional<std::string> ParameterText(const Variant& v) {
 }
 
 // One field of a COPY text-format row: \N for NULL, backslash escapes for \, tab, LF and CR.
+// Numbers and text are written straight into the line: this runs once per value of a load.
 void AppendCopyField(std::string& line, const Variant& v) {
-  const auto text = ParameterText(v);
+  char buf[32];
+  switch (v.Type()) {
+    case VarType::Empty:
+    case VarType::Null:
+      line += "\\N";
+      return;
+    case VarType::Boolean:
+      line += v.ToBool() ? 't' : 'f';
+      return;
+    case VarType::Long:
+    case VarType::LongLong:
+      line.append(buf, std::to_chars(buf, buf + sizeof buf, v.ToInt64()).ptr);
+      return;
+    case VarType::Double:
+      line.append(buf, std::to_chars(buf, buf + sizeof buf, v.ToDouble()).ptr);
+      return;
+    default:
+      break;
+  }
+  std::string converted;
+  const std::string* text = v.AsString();
   if (!text) {
-    line += "\\N";
-    return;
+    converted = *ParameterText(v);
+    text = &converted;
   }
   for (char c : *text) {
     switch (c) {
@@ -328,6 +349,9 @@ void PgConnection::SetCommandTimeout(int seconds) {
 
 bool PgConnection::IsAlive() {
   if (PQstatus(conn_) != CONNECTION_OK) return false;
+  // A transaction that failed refuses every statement until it is rolled back, yet the server
+  // is there: it just answered.
+  if (PQtransactionStatus(conn_) == PQTRANS_INERROR) return true;
   Result r(PQexec(conn_, "SELECT 1"));
   return r && PQresultStatus(r.get()) == PGRES_TUPLES_OK;
 }

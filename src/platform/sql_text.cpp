@@ -40,6 +40,20 @@ struct Scanner {
       }
       return s.size();
     }
+    if (c == '$' && q.dollar_quotes) {
+      const std::size_t tag_end = s.find('$', i + 1);
+      if (tag_end != std::string::npos) {
+        const std::string tag = s.substr(i, tag_end - i + 1);
+        bool word = true;
+        for (std::size_t k = 1; k + 1 < tag.size(); ++k)
+          word = word && (std::isalnum(static_cast<unsigned char>(tag[k])) || tag[k] == '_');
+        if (word && !(tag.size() > 2 && std::isdigit(static_cast<unsigned char>(tag[1])))) {
+          const std::size_t e = s.find(tag, tag_end + 1);
+          return e == std::string::npos ? s.size() : e + tag.size();
+        }
+      }
+      return i;
+    }
     if (c == '-' && Peek(1) == '-') {
       const std::size_t e = s.find('\n', i);
       return e == std::string::npos ? s.size() : e + 1;
@@ -69,6 +83,16 @@ bool OnlyBlanksAndComments(const std::string& s, std::size_t from, const DriverQ
   return true;
 }
 
+bool IsWordChar(char c) {
+  return std::isalnum(static_cast<unsigned char>(c)) || c == '_';
+}
+
+std::string UpperWord(const std::string& s, std::size_t from, std::size_t to) {
+  std::string w = s.substr(from, to - from);
+  for (char& c : w) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return w;
+}
+
 }  // namespace
 
 std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks) {
@@ -89,6 +113,11 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
   std::string out;
   out.reserve(sql.size() + 8);
   Scanner sc{sql, quirks};
+  // A trigger body (CREATE TRIGGER ... BEGIN ...; ...; END) holds semicolons of its own; they
+  // belong to the one statement. CASE ... END inside the body nests.
+  int words = 0;
+  bool trigger = false;
+  int block_depth = 0;
   while (!sc.AtEnd()) {
     const std::size_t end = sc.SkipOpaque();
     if (end != sc.i) {
@@ -97,6 +126,26 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
       continue;
     }
     const char c = sc.Peek();
+    if (IsWordChar(c)) {
+      std::size_t j = sc.i;
+      while (j < sql.size() && IsWordChar(sql[j])) ++j;
+      const std::string w = UpperWord(sql, sc.i, j);
+      if (words < 4) {
+        if (words == 0 && w != "CREATE") words = 4;
+        if (w == "TRIGGER") trigger = true;
+        ++words;
+      }
+      if (trigger && (w == "BEGIN" || (w == "CASE" && block_depth > 0))) ++block_depth;
+      if (trigger && w == "END" && block_depth > 0) --block_depth;
+      out.append(sql, sc.i, j - sc.i);
+      sc.i = j;
+      continue;
+    }
+    if (c == ';' && block_depth > 0) {
+      out += c;
+      ++sc.i;
+      continue;
+    }
     if (c == ';') {
       if (!OnlyBlanksAndComments(sql, sc.i + 1, quirks))
         throw ZtError(hr::kCommand, source,
@@ -149,9 +198,10 @@ std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quir
       sc.i = end;
       continue;
     }
-    if (sc.Peek() == '?')
-      out += "$" + std::to_string(++n);
-    else
+    if (sc.Peek() == '?') {
+      out += '$';
+      out += std::to_string(++n);
+    } else
       out += sc.Peek();
     ++sc.i;
   }

@@ -22,8 +22,13 @@ struct Chars {
   }
 };
 
-// Decodes `text`; a malformed byte b becomes the lone surrogate U+DC00 + b, which no
-// well-formed character can equal. With CompareMode::Text each character is case-folded.
+// Decodes the character at byte `pos` and advances `pos` over it (by the same count as
+// utf8::Next, so character counts agree). Sets `valid` to false for a malformed byte, an overlong
+// form, a surrogate or a value beyond U+10FFFF: such bytes are not a character of any code page.
+char32_t NextChar(std::string_view text, std::size_t& pos, bool& valid);
+
+// Decodes `text`; a malformed sequence with lead byte b becomes the lone surrogate U+DC00 + b,
+// which no well-formed character can equal. With CompareMode::Text each character is case-folded.
 Chars Decode(std::string_view text, CompareMode mode = CompareMode::Binary);
 
 // 0-based index of the first match of `find` in `text` at or after `from`, or npos.

@@ -112,6 +112,15 @@ char32_t AnsiToUnicode(unsigned char byte) {
 
 namespace text_detail {
 
+char32_t NextChar(std::string_view text, std::size_t& pos, bool& valid) {
+  const std::size_t begin = pos;
+  const char32_t cp = utf8::Next(text, pos);
+  const std::size_t n = pos - begin;
+  valid = !(n == 1 && cp == 0xFFFD) && !(n == 2 && cp < 0x80) && !(n == 3 && cp < 0x800) &&
+          !(n == 4 && cp < 0x10000) && !(cp >= 0xD800 && cp <= 0xDFFF) && cp <= 0x10FFFF;
+  return cp;
+}
+
 Chars Decode(std::string_view text, CompareMode mode) {
   Chars out;
   out.cps.reserve(text.size());
@@ -119,8 +128,9 @@ Chars Decode(std::string_view text, CompareMode mode) {
   std::size_t pos = 0;
   while (pos < text.size()) {
     std::size_t begin = pos;
-    char32_t cp = utf8::Next(text, pos);
-    if (cp == 0xFFFD && pos - begin == 1) cp = 0xDC00 + static_cast<unsigned char>(text[begin]);
+    bool valid = true;
+    char32_t cp = NextChar(text, pos, valid);
+    if (!valid) cp = 0xDC00 + static_cast<unsigned char>(text[begin]);
     out.offsets.push_back(begin);
     out.cps.push_back(mode == CompareMode::Text ? FoldCase(cp) : cp);
   }

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "zt/text/compare.h"
-#include "zt/text/strings.h"
 
 namespace zt::text_detail {
 
@@ -46,7 +45,10 @@ std::string MaskAllPasswordItems(const std::string& text) {
 
 std::string MaskForDiagnostic(const std::string& property_name, const std::string& value) {
   if (IsPasswordKey(property_name)) return "*";
-  return MaskAllPasswordItems(ZtStrMan_RemovePasswordFromConnectionString(value));
+  // Masking every item gives the documented masking's text wherever that one masks, and also
+  // masks what it misses. It must see the value before any other masking: a value already cut
+  // at the ";" inside "{x;y}" no longer shows where the braced password ends.
+  return MaskAllPasswordItems(value);
 }
 
 }  // namespace zt::text_detail

@@ -6,9 +6,9 @@
 namespace zt::text_detail {
 
 // The value of property `property_name` as it may appear in a log: "*" when the property is
-// itself a password ("Password", "Pwd"); otherwise the value with ZtStrMan_RemovePassword...
-// applied and then every remaining password item masked too (one at the very start of the
-// text, a repeated one, one whose value is braced as "{a;b}").
+// itself a password ("Password", "Pwd"); otherwise the value with the value of every password
+// item replaced by "*": those ZtStrMan_RemovePasswordFromConnectionString masks, and also one at
+// the very start of the text, a repeated one, one whose value is braced as "{a;b}".
 std::string MaskForDiagnostic(const std::string& property_name, const std::string& value);
 
 // True when `key` (blanks around it ignored) names a password item.

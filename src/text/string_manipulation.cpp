@@ -1,5 +1,6 @@
 // basCZtStringManipulation.
 #include <cstdio>
+#include <vector>
 
 #include "foundation/utf8.h"
 #include "text/chars.h"
@@ -20,10 +21,10 @@ constexpr std::int32_t kCodeUnknown = -1;
 std::int32_t AscOf(const std::string& ch) {
   if (ch.empty()) rt::Raise(rt::kInvalidProcedureCall);
   std::size_t pos = 0;
-  char32_t cp = utf8::Next(ch, pos);
-  // A malformed byte is not a character the code page knows.
-  if (cp == 0xFFFD && pos == 1) return '?';
-  return AnsiCode(cp);
+  bool valid = true;
+  char32_t cp = text_detail::NextChar(ch, pos, valid);
+  // Malformed bytes are not a character the code page knows.
+  return valid ? AnsiCode(cp) : '?';
 }
 
 bool IsAsciiAlnum(std::int32_t code) {
@@ -222,17 +223,25 @@ std::string ZtStrMan_GetNullTerminatedString(const std::string& buffer) {
 
 std::string ZtStrMan_GetToken(const std::string& text, std::int32_t index,
                               const std::string& delimiter) {
-  const auto length = static_cast<std::int64_t>(CharCount(text));
-  std::int64_t previous = 0;
-  std::int64_t position = 0;
+  // The text is decoded once: callers walk long paths with growing indexes.
+  const text_detail::Chars chars = text_detail::Decode(text, CompareMode::Text);
+  const text_detail::Chars delim = text_detail::Decode(delimiter, CompareMode::Text);
+  const std::size_t length = chars.size();
+  std::size_t previous = 0;  // 1-based position of the previous delimiter, 0 before the first
+  std::size_t position = 0;
   for (std::int32_t k = 1; k <= index; ++k) {
-    position = InStr(previous + 1, text, delimiter, CompareMode::Text);
-    if (position == 0) position = length + 1;
-    if (k < index) previous = position;
+    // InStr(previous + 1, text, delimiter), or Len(text) + 1 when there is none.
+    std::size_t found =
+        previous < length ? text_detail::Find(chars, delim, previous) : std::string::npos;
+    position = found == std::string::npos ? length + 1 : found + 1;
+    if (k < index) {
+      // Past the end every later search fails the same way: the piece is empty.
+      if (position > length) return {};
+      previous = position;
+    }
   }
   if (position <= previous) return {};
-  return utf8::Mid(text, static_cast<std::size_t>(previous + 1),
-                   static_cast<std::size_t>(position - previous - 1));
+  return std::string(chars.Slice(text, previous, position - previous - 1));
 }
 
 std::string ZtStrMan_VariantToString(const Variant& value) {
@@ -354,10 +363,14 @@ std::string ZtStrMan_UTF16_To_UTF8(const std::string& text) {
   return at.Returning(
       [&] {
         at = 10;
-        // Re-encode first so that malformed input becomes U+FFFD, as the platform's UTF-8
-        // conversion did with unpaired surrogates.
+        // Re-encode first so that malformed input (stray bytes, overlong forms, surrogates) becomes
+        // U+FFFD, as the platform's UTF-8 conversion did with unpaired surrogates.
         std::string bytes;
-        for (std::size_t pos = 0; pos < text.size();) utf8::Append(bytes, utf8::Next(text, pos));
+        for (std::size_t pos = 0; pos < text.size();) {
+          bool valid = true;
+          char32_t cp = text_detail::NextChar(text, pos, valid);
+          utf8::Append(bytes, valid ? cp : U'\uFFFD');
+        }
         at = 20;
         std::string widened;
         for (unsigned char b : bytes) utf8::Append(widened, AnsiToUnicode(b));

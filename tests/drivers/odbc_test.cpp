@@ -76,6 +76,13 @@ TEST(FreeTdsDriver, UnreachableServerFailsFastAndSilentServerWithinLoginTimeout)
       EXPECT_NE(e.Description().find("Timeout expired"), std::string::npos) << e.Description();
     }
     EXPECT_LT(Clock::now() - start, std::chrono::seconds(6));
+
+    // Named through MSDASQL's Driver= the FreeTDS driver gets its TDS_Version all the same.
+    const auto again = Clock::now();
+    EXPECT_THROW(OpenBackend("Provider=MSDASQL;Driver={FreeTDS};Server=127.0.0.1;Port=" +
+                             std::to_string(silent.port()) + ";UID=sa;PWD=x;Connect Timeout=1"),
+                 ZtError);
+    EXPECT_LT(Clock::now() - again, std::chrono::seconds(6));
   }
 }
 
@@ -137,6 +144,23 @@ TEST_F(MariaDbDriver, RowCountsAreMatchedRowsAndValuesRoundTrip) {
   EXPECT_EQ(rs.columns[7].type, 20);
   EXPECT_TRUE(rs.columns[2].attributes & 0x20);
   EXPECT_FALSE(rs.columns[0].attributes & 0x20);
+}
+
+TEST_F(MariaDbDriver, MsdasqlDriverKeyGetsTheFamilyOptionsAndDeadConnectionsAreSeen) {
+  // Through MSDASQL the provider table adds nothing; the driver's family still asks for
+  // matched-row counts.
+  auto direct =
+      OpenBackend("Provider=MSDASQL;Driver={MariaDB Unicode};Server=" + EnvOr("DBTEST_MY_HOST") +
+                  ";Port=" + EnvOr("DBTEST_MY_PORT") + ";Database=" + EnvOr("DBTEST_MY_DB") +
+                  ";Uid=" + EnvOr("DBTEST_MY_USER") + ";Pwd=" + EnvOr("DBTEST_MY_PASSWORD"));
+  Exec(*direct, "INSERT INTO zt_drv_items (id, code) VALUES (1, 'a')");
+  EXPECT_EQ(Exec(*direct, "UPDATE zt_drv_items SET code = 'a' WHERE id = 1"), 1);
+
+  EXPECT_TRUE(direct->IsAlive());
+  const auto id = Rows(*direct, "SELECT CONNECTION_ID()").rows.at(0).at(0).ToInt64();
+  Exec(*conn_, "KILL CONNECTION " + std::to_string(id));
+  EXPECT_FALSE(direct->IsAlive());
+  EXPECT_TRUE(conn_->IsAlive());
 }
 
 TEST_F(MariaDbDriver, CatalogRowsetsStayInTheCurrentDatabase) {
@@ -222,6 +246,33 @@ TEST_F(MariaDbDriver, TransactionsErrorsAndBraceQuotedPasswords) {
     EXPECT_EQ(e.Description().find("p;w"), std::string::npos);
   }
   Exec(*conn_, "DROP USER 'zt_semi'@'%'");
+}
+
+}  // namespace
+}  // namespace zt::testing
+
+namespace zt::testing {
+namespace {
+
+TEST(PsqlOdbcDriver, BooleansStayBooleanAndEmptyUpdatesCountZero) {
+  const std::string host = EnvOr("DBTEST_PG_HOST");
+  ZT_NEED_ENGINE(!host.empty(), "PostgreSQL (DBTEST_PG_HOST)");
+  auto conn =
+      OpenBackend("Provider=MSDASQL;Driver={PostgreSQL Unicode};Server=" + host +
+                  ";Port=" + EnvOr("DBTEST_PG_PORT") + ";Database=" + EnvOr("DBTEST_PG_DB") +
+                  ";Uid=" + EnvOr("DBTEST_PG_USER") + ";Pwd=" + EnvOr("DBTEST_PG_PASSWORD"));
+  EXPECT_EQ(conn->Quirks().quote, platform::QuoteStyle::kDoubleQuotes);
+  EXPECT_EQ(conn->DefaultSchema(), "public");
+  Exec(*conn, "DROP TABLE IF EXISTS zt_psql_items");
+  Exec(*conn, "CREATE TABLE zt_psql_items (id int PRIMARY KEY, flag boolean)");
+  Exec(*conn, "INSERT INTO zt_psql_items VALUES (?, ?)", {1, true});
+  auto rs = Rows(*conn, "SELECT flag FROM zt_psql_items");
+  EXPECT_EQ(rs.columns.at(0).type, 11);
+  EXPECT_EQ(rs.rows.at(0).at(0).Type(), VarType::Boolean);
+  EXPECT_TRUE(rs.rows[0][0].ToBool());
+  // The driver answers an UPDATE that matched nothing with SQL_NO_DATA.
+  EXPECT_EQ(Exec(*conn, "UPDATE zt_psql_items SET flag = false WHERE id = 42"), 0);
+  Exec(*conn, "DROP TABLE zt_psql_items");
 }
 
 }  // namespace

@@ -215,9 +215,12 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
   conn_->SetCommandTimeout(0);
 
-  // A failed statement inside a transaction leaves it to the caller's rollback.
+  // A failed statement inside a transaction leaves it to the caller's rollback; the connection
+  // is not taken for dead meanwhile.
   conn_->BeginTransaction();
   Exec(*conn_, "INSERT INTO zt_pg_items (code) VALUES ('kept?')");
+  EXPECT_THROW(Exec(*conn_, "SELEC 1"), ZtError);
+  EXPECT_TRUE(conn_->IsAlive());
   conn_->Rollback();
   EXPECT_EQ(Count(), 0);
 
@@ -230,6 +233,13 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
     EXPECT_EQ(e.Number(), platform::hr::kLogin) << e.Description();
     EXPECT_EQ(e.Description().find("wrong;pw"), std::string::npos);
   }
+  // A connection whose server side went away is reported dead, not open.
+  auto victim = OpenBackend(*text_);
+  const auto pid = Rows(*victim, "SELECT pg_backend_pid()").rows.at(0).at(0).ToInt64();
+  EXPECT_TRUE(victim->IsAlive());
+  Rows(*conn_, "SELECT pg_terminate_backend(" + std::to_string(pid) + ")");
+  EXPECT_FALSE(victim->IsAlive());
+
   params = platform::ParseConnectionString(*text_);
   params.port = 1;
   try {
