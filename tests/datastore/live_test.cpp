@@ -300,6 +300,15 @@ void CheckReopening(zt::CZtDataStore& ds) {
   EXPECT_GT(ds.Size(), 0);
   ds.DeleteTable("zt_size_probe");
   EXPECT_FALSE(ds.GetUserRoster().empty());
+
+  // A database of its own is created on the same server and dropped again.
+  auto other = std::dynamic_pointer_cast<zt::CZtDataStore>(ds.Copy());
+  other->DataStoreName("zt_ds_created");
+  other->CreatePhysicalDataStore();
+  EXPECT_TRUE(other->ValidateDataStore());
+  EXPECT_EQ(other->GetConnection(1)->DefaultDatabase(), "zt_ds_created");
+  other->DeletePhysicalDataStore();
+  EXPECT_FALSE(other->ValidateDataStore());
 }
 
 TEST_F(DataStoreLiveTest, GetConnectionReopensOnServers) {
