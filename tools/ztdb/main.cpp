@@ -240,6 +240,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version",
                        "ztdb " + zt::LibraryVersion() + " (" + zt::ProductName() + ")");
   app.require_subcommand(0, 1);
+  app.fallthrough();  // data-store options may follow the command as well
   app.footer(
       "The data store is given by the options above; without them it is the SQLite file\n"
       "helpdesk.db in the current folder. The password is read from $ZTDB_PASSWORD or, with\n"
