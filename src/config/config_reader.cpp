@@ -136,6 +136,8 @@ std::shared_ptr<zt::Dictionary> CZtConfigReader::CreateDictionary(const std::str
         const std::string value_name = ResText(kValueAttribute);
         at = 30;
         for (pugi::xml_node child : section.node().children()) {
+          // Comments and blank text between entries are not entries; administrators comment
+          // out settings, and such a file must keep loading.
           if (child.type() != pugi::node_element) continue;
           pugi::xml_attribute key = child.attribute(key_name.c_str());
           if (!key) continue;

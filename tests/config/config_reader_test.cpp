@@ -39,7 +39,8 @@ TEST_F(ConfigReaderTest, FileOverridesAndFallsBackToResources) {
                            "<add key=\"417\" value=\"Second\"/>"          // first entry wins
                            "<setting key=\"10452\" value=\"SQLOLEDB\"/>"  // any element name
                            "<add value=\"no key\"/>"                      // skipped
-                           "<add key=\"502\" value=\"\"/>"                // empty: falls back
+                           "<!-- <add key=\"421\" value=\"commented out\"/> -->"
+                           "<add key=\"502\" value=\"\"/>"  // empty: falls back
                            "<add key=\"PROVIDER_SQL\" value=\"SQL box\"/>"
                            "</appSettings></configuration>");
   zt::CZtConfigReader reader;
@@ -52,6 +53,7 @@ TEST_F(ConfigReaderTest, FileOverridesAndFallsBackToResources) {
   EXPECT_EQ(reader.LoadConfigResString("417"), "Query");
   EXPECT_EQ(reader.LoadConfigResString("10452"), "SQLOLEDB");
   EXPECT_EQ(reader.LoadConfigResString("416"), "//appSettings");  // numbered table
+  EXPECT_EQ(reader.LoadConfigResString("421"), "key");
   EXPECT_EQ(reader.LoadConfigResString("502"), "100");
   EXPECT_EQ(reader.LoadConfigResString("PROVIDER_SQL"), "SQL box");
   EXPECT_EQ(reader.LoadConfigResString("PROVIDER_JET"), "Microsoft Access (Jet)");  // named
