@@ -13,6 +13,7 @@
 #include "zt/error_handling.h"
 #include "zt/event_logger.h"
 #include "zt/platform.h"
+#include "zt/platform/dao.h"
 #include "zt/text/compare.h"
 #include "zt/text/strings.h"
 #include "zt/trap.h"
@@ -72,7 +73,7 @@ void CZtDataStore::DataStoreConnection(std::shared_ptr<Connection> connection) {
   connection_ = std::move(connection);
 }
 
-void CZtDataStore::DataStoreDAOConnection(std::shared_ptr<DaoDatabase> database) {
+void CZtDataStore::DataStoreDAOConnection(std::shared_ptr<dao::Database> database) {
   dao_ = std::move(database);
   attributes_ |= kAttrDaoSupplied;
 }
@@ -209,14 +210,20 @@ bool CZtDataStore::ValidateDataStore() {
       false);
 }
 
-std::shared_ptr<DaoDatabase> CZtDataStore::OpenDAODataStore() {
+std::shared_ptr<dao::Database> CZtDataStore::OpenDAODataStore() {
   Trap at(kTypeName, "OpenDAODataStore");
-  return at.Reraising([&]() -> std::shared_ptr<DaoDatabase> {
+  return at.Reraising([&]() -> std::shared_ptr<dao::Database> {
     at = 10;
     if (dao_) return dao_;
-    // The DAO view over the file belongs to the data-access layer; until it offers one, a DAO
-    // database is only what a caller handed in.
-    RaiseNotAvailable("No DAO database is available for " + FullPath());
+    if (provider_type_ != kProviderJet) {
+      VariantArray args;
+      args.items = {Variant(provider_type_)};
+      ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
+                           std::string(kTypeName), args);
+    }
+    at = 20;
+    dao_ = dao::Database::OpenDatabase(FullPath());
+    return dao_;
   });
 }
 
@@ -458,6 +465,7 @@ void CZtDataStore::CloseConnections() {
     at = 10;
     if (connection_ && connection_->State() != ado::adStateClosed) connection_->Close();
     at = 20;
+    if (dao_) dao_->Close();
     dao_.reset();
     attributes_ &= ~kAttrDaoSupplied;
   });

@@ -11,6 +11,7 @@
 #include "zt/datastore.h"
 #include "zt/error.h"
 #include "zt/platform.h"
+#include "zt/platform/dao.h"
 
 namespace fs = std::filesystem;
 
@@ -85,6 +86,18 @@ TEST_F(DataStoreLiveTest, VersionTableAndRecordOperations) {
   EXPECT_EQ(ds->TesselVersion(0), "");
   EXPECT_THROW(ds->DeleteTable("tblTesselVersion"), zt::ZtError);
   EXPECT_THROW(ds->DeleteTableRecords("nope"), zt::ZtError);
+
+  // The DAO view of the same file, cached until the connections are closed.
+  auto db = ds->OpenDAODataStore();
+  ASSERT_TRUE(db);
+  EXPECT_EQ(ds->OpenDAODataStore(), db);
+  EXPECT_EQ(db->TableDefs("tblTickets").Name(), "tblTickets");
+  ds->CloseConnections();
+  EXPECT_EQ(ds->DataStoreDAOConnection(), nullptr);
+  EXPECT_NE(ds->OpenDAODataStore(), db);
+  auto server = std::make_shared<zt::CZtDataStore>();
+  server->GeneralProviderType(zt::kProviderSqlServer);
+  EXPECT_THROW(server->OpenDAODataStore(), zt::ZtError);
 
   EXPECT_THROW(ds->DeleteFieldFromTable("tblTickets", "tTitle"), zt::ZtError);
   EXPECT_TRUE(env_.Logged("DeleteFieldFromTable, Field:tTitle"));

@@ -13,7 +13,9 @@
 namespace zt {
 
 class Connection;
-class DaoDatabase;
+namespace dao {
+class Database;
+}
 
 // One user connected to a data store (GetUserRoster).
 struct RosterEntry {
@@ -101,9 +103,9 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   std::shared_ptr<Connection> DataStoreConnection() const { return connection_; }
   // Adopts a connection the caller opened; the data store now shares it.
   void DataStoreConnection(std::shared_ptr<Connection> connection);
-  std::shared_ptr<DaoDatabase> DataStoreDAOConnection() const { return dao_; }
+  std::shared_ptr<dao::Database> DataStoreDAOConnection() const { return dao_; }
   // Adopts a DAO database the caller opened and sets Attributes bit 2.
-  void DataStoreDAOConnection(std::shared_ptr<DaoDatabase> database);
+  void DataStoreDAOConnection(std::shared_ptr<dao::Database> database);
 
   // Mode 1: opens the connection when there is none or it is not open, then returns it.
   // Mode 2: as mode 1 when there is none; otherwise closes and reopens it with its own stored
@@ -117,8 +119,10 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   bool OpenDataStore(const std::string& user_name = {}, const std::string& password = {});
   // True when the data store opens and answers a query; false (logged) otherwise.
   bool ValidateDataStore();
-  // The DAO view of a Jet data store's file (cached); raises for other provider types.
-  std::shared_ptr<DaoDatabase> OpenDAODataStore();
+  // The DAO view of a Jet data store's file, opened on first call and cached (the data store
+  // and the caller share it). Raises the engine's error when the file cannot be opened, and
+  // vbObjectError + 9020 for a server data store, which has no DAO view here.
+  std::shared_ptr<dao::Database> OpenDAODataStore();
   // Jet: creates an empty database file at FullPath (an existing file is an error). Servers:
   // CREATE DATABASE for DataStoreName on Location. Raises on failure.
   void CreatePhysicalDataStore();
@@ -225,7 +229,7 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   std::string alt_location_;
   std::unique_ptr<CZtProvider> provider_object_;
   std::shared_ptr<Connection> connection_;
-  std::shared_ptr<DaoDatabase> dao_;
+  std::shared_ptr<dao::Database> dao_;
   std::vector<std::string> retry_errors_;
   bool retry_errors_read_ = false;
 
