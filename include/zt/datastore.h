@@ -1,2 +1,141 @@
-// Public interface of the datastore layer.
+// Data stores: the definition of one database of the help-desk application and the connection
+// strings built from it.
+//
+// A data store is a Jet file (on this platform an SQLite file, or an old .mdb read through MDB
+// Tools), a SQL Server database, an Oracle schema or a MySQL/MariaDB database. The caller sets
+// its provider type, location, name and credentials; the data store answers the ADO/OLE DB
+// connection string (ConnectionString) and the DAO connect string (DAOConnectionString). No
+// other part of the library writes connection strings.
+//
+//   auto ds = std::make_shared<zt::CZtDataStore>();
+//   ds->GeneralProviderType(zt::kProviderSqlServer);
+//   ds->Location("HDSRV");
+//   ds->DataStoreName("HelpDesk");
+//   ds->UserName("user1");
+//   ds->Password("abc");
+//   ds->ConnectionString();  // "Provider=MSOLEDBSQL;Data Source=HDSRV;Database=HelpDesk;..."
+//
+// The texts are exactly those that administrators have always pasted and compared, odd parts
+// included (";;" after an appended alternative string, the empty "dbq=" of the ODBC Jet form,
+// a Jet password cut to 14 characters).
+//
+// Failures: every member logs its failure once through the error tail and then returns its
+// default ("" or false); only CZtProvider raises (error vbObjectError + 9020 for a provider type
+// it does not know). Objects belong to the thread that created them.
 #pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zt/trap.h"
+#include "zt/variant.h"
+
+namespace zt {
+
+// Provider types (GeneralProviderType).
+inline constexpr std::int32_t kProviderJet = 1;
+inline constexpr std::int32_t kProviderSqlServer = 2;
+inline constexpr std::int32_t kProviderOracle = 4;
+inline constexpr std::int32_t kProviderMySql = 16;
+
+// Attributes bits of a data store.
+inline constexpr std::int32_t kAttrDaoSupplied = 2;  // the DAO database came from the caller
+inline constexpr std::int32_t kAttrOdbcForm = 16;    // build the ODBC form of ConnectionString
+
+// AltConnStringOperation values (any other value appends, as 1 does).
+inline constexpr std::int32_t kAltConnAppend = 1;
+inline constexpr std::int32_t kAltConnReplace = 2;
+inline constexpr std::int32_t kAltConnIgnore = 4;
+
+// Maps provider types to OLE DB provider names, prefixes and captions. Names and prefixes are
+// configuration texts (see zt/config.h), so an administrator may rename a provider.
+class CZtProvider {
+ public:
+  // An OLE DB provider (or ODBC driver) installed on this machine, with its version text.
+  struct Installed {
+    std::string name;
+    std::string version;
+  };
+
+  CZtProvider() = default;
+
+  // The installed provider whose name contains the prefix of `provider_type` (ignoring case)
+  // with the greatest version; the first one listed when versions are equal; "" when none is
+  // installed. Raises 9020 for an unknown provider type.
+  std::string GetLatestOLEDBProvider(std::int32_t provider_type);
+  // The configured provider name: 10451 for Jet (10450 when `version` is given and below 4),
+  // 10452 SQL Server, 10453 Oracle, 10457 MySQL. Raises vbObjectError + 9020
+  // (tslDSProviderNotSupportedErr) for any other type.
+  std::string GetOLEDBProvider(std::int32_t provider_type, const std::string& version);
+  // The configured prefix: 10454, 10455, 10456, 10457. Raises 9020 like GetOLEDBProvider.
+  std::string GetOLEDBProviderPrefix(std::int32_t provider_type);
+  // The caption text (PROVIDER_JET, PROVIDER_SQL, PROVIDER_ORACLE, PROVIDER_MYSQL). Raises 9020
+  // like GetOLEDBProvider.
+  std::string GetCaptionName(std::int32_t provider_type);
+  // The provider type whose prefix occurs in `provider` (ignoring case), testing 1, 4, 2, 16 in
+  // that order with the last match winning; 0 when none occurs. "MSDASQL" gives 16.
+  std::int32_t GetProviderType(const std::string& provider);
+
+  // The providers installed here: the library's built-in provider names, then the ODBC drivers
+  // registered with the driver manager. Never raises; an unreadable driver list gives only the
+  // built-in names.
+  static std::vector<Installed> InstalledProviders();
+  // Compares dotted version texts numerically ("10.2" > "9.11"); <0, 0 or >0.
+  static int CompareVersions(const std::string& a, const std::string& b);
+
+ private:
+  InstanceTrace trace_{"CZtProvider"};
+};
+
+// The definition of a data store as the data-store collection keeps it. Name, Location, Type,
+// ProviderType, AltConnString and AltConnStringOperation are the data store's DataStoreName,
+// Location, DataStoreType, GeneralProviderType, AltConnString and AltConnStringOperation;
+// Order, SecurityAccess, SecurityDB and AltLocation are kept only for the collection.
+class IZtDSDefinition {
+ public:
+  virtual ~IZtDSDefinition() = default;
+  virtual std::string Name() const = 0;
+  virtual void Name(const std::string& value) = 0;
+  virtual std::string Location() const = 0;
+  virtual void Location(const std::string& value) = 0;
+  virtual std::int32_t Type() const = 0;
+  virtual void Type(std::int32_t value) = 0;
+  virtual std::int32_t ProviderType() const = 0;
+  virtual void ProviderType(std::int32_t value) = 0;
+  virtual std::string AltConnString() const = 0;
+  virtual void AltConnString(const std::string& value) = 0;
+  virtual std::int32_t AltConnStringOperation() const = 0;
+  virtual void AltConnStringOperation(std::int32_t value) = 0;
+  virtual std::int32_t Order() const = 0;
+  virtual void Order(std::int32_t value) = 0;
+  virtual std::int32_t SecurityAccess() const = 0;
+  virtual void SecurityAccess(std::int32_t value) = 0;
+  virtual std::string SecurityDB() const = 0;
+  virtual void SecurityDB(const std::string& value) = 0;
+  virtual std::string AltLocation() const = 0;
+  virtual void AltLocation(const std::string& value) = 0;
+  // A new, unconnected data store with the same definition (credentials included). The
+  // caller owns it.
+  virtual std::shared_ptr<IZtDSDefinition> Copy() const = 0;
+};
+
+// Retry parameters of the connection opening.
+class IZtRetry {
+ public:
+  virtual ~IZtRetry() = default;
+  // Attempts after the first failed one (configuration value 501, default 5).
+  virtual std::int32_t MaxRetries() const = 0;
+  virtual void MaxRetries(std::int32_t value) = 0;
+  // Milliseconds between attempts (configuration value 502, default 100).
+  virtual std::int32_t RetryInterval() const = 0;
+  virtual void RetryInterval(std::int32_t value) = 0;
+  // Kept for callers; the connection opening does not consult it.
+  virtual bool AddRandomDelay() const = 0;
+  virtual void AddRandomDelay(bool value) = 0;
+};
+
+}  // namespace zt
+
+#include "zt/datastore/data_store.h"

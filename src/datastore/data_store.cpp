@@ -1,0 +1,241 @@
+// CZtDataStore: definition members and connection strings.
+#include <string>
+
+#include "foundation/paths.h"
+#include "foundation/utf8.h"
+#include "zt/config.h"
+#include "zt/datastore.h"
+#include "zt/error.h"
+#include "zt/text/compare.h"
+#include "zt/trap.h"
+
+namespace zt {
+
+namespace {
+
+constexpr std::string_view kTypeName = "CZtDataStore";
+// Jet stored at most 14 characters of a password; a longer one in the connection string would
+// not match what the security database holds, so the Jet forms cut it.
+constexpr std::size_t kJetPasswordLength = 14;
+// Positions in the old connection-string search were 16-bit integers.
+constexpr std::size_t kMaxSearchPosition = 32767;
+
+}  // namespace
+
+CZtDataStore::CZtDataStore() {
+  Trap at(kTypeName, "Class_Initialize");
+  at.Returning([&] {
+    at = 10;
+    max_retries_ = Variant(LoadConfigResString(501)).ToInt32();
+    at = 20;
+    retry_interval_ = Variant(LoadConfigResString(502)).ToInt32();
+  });
+}
+
+CZtDataStore::~CZtDataStore() = default;
+
+void CZtDataStore::Location(const std::string& value) {
+  dao_conn_cache_.clear();
+  location_ = value;
+}
+
+CZtProvider& CZtDataStore::ProviderObject() {
+  if (!provider_object_) provider_object_ = std::make_unique<CZtProvider>();
+  return *provider_object_;
+}
+
+std::string CZtDataStore::Provider() {
+  Trap at(kTypeName, "Provider");
+  return at.Returning(
+      [&] {
+        at = 10;
+        if (TrimSpaces(provider_).empty())
+          provider_ = ProviderObject().GetOLEDBProvider(provider_type_, "");
+        return provider_;
+      },
+      std::string{});
+}
+
+std::string CZtDataStore::ODBCDriver() {
+  if (!odbc_driver_.empty()) return odbc_driver_;
+  switch (provider_type_) {
+    case kProviderSqlServer:
+      odbc_driver_ = "SQL Server";
+      break;
+    case kProviderOracle:
+      odbc_driver_ = "Microsoft ODBC Driver for Oracle";
+      break;
+    case kProviderMySql:
+      odbc_driver_ = "{MySQL ODBC 5.3 ANSI Driver}";
+      break;
+    default:
+      break;  // Jet and unknown types have no driver; nothing is stored
+  }
+  return odbc_driver_;
+}
+
+std::string CZtDataStore::FullPath() const {
+  return JoinPath(location_, name_);
+}
+
+std::string CZtDataStore::ConnectionString() {
+  Trap at(kTypeName, "ConnectionString");
+  return at.Returning(
+      [&] {
+        at = 10;
+        const std::string alt = TrimSpaces(alt_conn_);
+        if (!alt.empty() && alt_op_ == kAltConnReplace) return alt_conn_;
+        at = 20;
+        const bool odbc = (attributes_ & kAttrOdbcForm) != 0;
+        std::string s = odbc ? "Driver=" + ODBCDriver() + ";dbq=" : "Provider=" + Provider();
+        at = 30;
+        switch (provider_type_) {
+          case kProviderJet: {
+            s += ";Data Source=" + FullPath();
+            const std::string jet_password = utf8::Left(password_, kJetPasswordLength);
+            if (odbc) {
+              if (!system_db_.empty()) s += ";SystemDB=" + system_db_;
+              if (!user_.empty()) s += ";Uid=" + user_ + ";Pwd=" + jet_password;
+            } else {
+              if (!system_db_.empty()) s += ";Jet OLEDB:System Database=" + system_db_;
+              if (!user_.empty()) s += ";User ID=" + user_ + ";Password=" + jet_password;
+            }
+            break;
+          }
+          case kProviderSqlServer:
+            at = 40;
+            // User and password are written even when empty: the server side reads an empty
+            // Uid as "no SQL login" and integrated security may follow.
+            s += ";Data Source=" + location_ + ";Database=" + name_ + ";Uid=" + user_ +
+                 ";Pwd=" + password_ + ";";
+            at = 50;
+            if (LoadConfigResString(203) == "1") s += "Integrated Security=SSPI;";
+            break;
+          case kProviderOracle:
+            s += ";Data Source=" + location_ + ";User ID=" + user_ + ";Password=" + password_ + ";";
+            break;
+          case kProviderMySql:
+            s += ";Driver=" + ODBCDriver() + ";Server=" + location_ + ";Database=" + name_ +
+                 ";User=" + user_ + ";Password=" + password_ + ";Option=3";
+            break;
+          default:
+            break;
+        }
+        at = 60;
+        // The alternative text is appended untrimmed after a ";" even when the built string
+        // already ends in one; administrators compare the ";;" that results, so it stays.
+        if (!alt.empty() && alt_op_ != kAltConnIgnore) s += ";" + alt_conn_;
+        return s;
+      },
+      std::string{});
+}
+
+std::string CZtDataStore::DAOConnectionString(const std::string& user_name,
+                                              const std::string& password) {
+  Trap at(kTypeName, "DAOConnectionString");
+  return at.Returning(
+      [&] {
+        at = 10;
+        if (!user_name.empty()) {
+          user_ = user_name;
+          password_ = password;
+        }
+        at = 20;
+        if (dao_conn_cache_.empty()) {
+          if (provider_type_ == kProviderJet) {
+            dao_conn_cache_ = ";Database=" + FullPath();
+          } else if (provider_type_ == kProviderSqlServer) {
+            dao_conn_cache_ =
+                "ODBC;Driver=" + ODBCDriver() + ";Server=" + location_ + ";Database=" + name_;
+            if (!user_name.empty()) dao_conn_cache_ += ";Uid=" + user_name + ";Pwd=" + password;
+          }
+        }
+        at = 30;
+        if (InStr(1, ConnectionString(), "Integrated Security=SSPI", CompareMode::Text) != 0 &&
+            InStr(1, dao_conn_cache_, "Trusted_Connection=Yes", CompareMode::Text) == 0)
+          dao_conn_cache_ += ";Trusted_Connection=Yes";
+        return dao_conn_cache_;
+      },
+      std::string{});
+}
+
+std::string CZtDataStore::GetValueFromConnectionString(const std::string& key,
+                                                       std::string& conn_string) {
+  Trap at(kTypeName, "GetValueFromConnectionString");
+  return at.Returning(
+      [&] {
+        at = 10;
+        if (conn_string.empty()) {
+          std::string open = OpenConnectionString();
+          if (!open.empty()) conn_string = open;
+        }
+        at = 20;
+        const std::size_t pos =
+            static_cast<std::size_t>(InStr(1, conn_string, key + "=", CompareMode::Text));
+        if (pos > kMaxSearchPosition) rt::Raise(rt::kOverflow);
+        if (pos == 0) return std::string{};
+        at = 30;
+        std::string value = utf8::Mid(conn_string, pos + utf8::Length(key) + 1);
+        if (auto semi = value.find(';'); semi != std::string::npos) value.erase(semi);
+        return value;
+      },
+      std::string{});
+}
+
+bool CZtDataStore::SameConnectionString(std::string& conn_string1, std::string& conn_string2,
+                                        bool compare) {
+  Trap at(kTypeName, "SameConnectionString");
+  return at.Returning(
+      [&] {
+        if (!compare) return false;
+        at = 10;
+        auto value = [&](const char* key, std::string& cs) {
+          return GetValueFromConnectionString(key, cs);
+        };
+        if (!conn_string2.empty()) {
+          at = 20;
+          if (!TextEquals(value("DATABASE", conn_string1), value("DATABASE", conn_string2)))
+            return false;
+          if (provider_type_ == kProviderJet) return true;
+          if (provider_type_ == kProviderSqlServer)
+            return TextEquals(value("SERVER", conn_string1), value("SERVER", conn_string2));
+          return false;
+        }
+        at = 30;
+        if (provider_type_ == kProviderJet)
+          return TextEquals(value("DATABASE", conn_string1), FullPath());
+        if (provider_type_ == kProviderSqlServer)
+          return TextEquals(value("DATABASE", conn_string1), name_) &&
+                 TextEquals(value("SERVER", conn_string1), location_);
+        return false;
+      },
+      false);
+}
+
+std::shared_ptr<IZtDSDefinition> CZtDataStore::Copy() const {
+  auto copy = std::make_shared<CZtDataStore>();
+  // The copy is a definition only: it gets no connection, so the "DAO database supplied by the
+  // caller" bit does not travel with it.
+  copy->attributes_ = attributes_ & ~kAttrDaoSupplied;
+  copy->location_ = location_;
+  copy->name_ = name_;
+  copy->type_ = type_;
+  copy->provider_type_ = provider_type_;
+  copy->provider_ = provider_;
+  copy->odbc_driver_ = odbc_driver_;
+  copy->system_db_ = system_db_;
+  copy->user_ = user_;
+  copy->password_ = password_;
+  copy->alt_conn_ = alt_conn_;
+  copy->alt_op_ = alt_op_;
+  copy->order_ = order_;
+  copy->security_access_ = security_access_;
+  copy->security_db_ = security_db_;
+  copy->alt_location_ = alt_location_;
+  copy->max_retries_ = max_retries_;
+  copy->retry_interval_ = retry_interval_;
+  copy->add_random_delay_ = add_random_delay_;
+  return copy;
+}
+
+}  // namespace zt

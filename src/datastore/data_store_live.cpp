@@ -1,0 +1,585 @@
+// CZtDataStore: the live side. The cached connection, its opening with retries, the
+// application's version stamp, and the operations on the physical database as a whole.
+#include <algorithm>
+#include <filesystem>
+#include <string>
+
+#include "datastore/sqlite_file.h"
+#include "foundation/paths.h"
+#include "zt/config.h"
+#include "zt/datastore.h"
+#include "zt/env.h"
+#include "zt/error.h"
+#include "zt/error_handling.h"
+#include "zt/event_logger.h"
+#include "zt/platform.h"
+#include "zt/platform/dao.h"
+#include "zt/text/compare.h"
+#include "zt/text/strings.h"
+#include "zt/trap.h"
+
+namespace fs = std::filesystem;
+
+namespace zt {
+
+namespace {
+
+constexpr std::string_view kTypeName = "CZtDataStore";
+constexpr std::string_view kVersionTable = "tblTesselVersion";
+constexpr std::int32_t kOpenStep = 20;
+constexpr std::int32_t kProviderNotSupported = 9020;
+// Numbers of the data store's own move errors (vbObjectError + n).
+constexpr std::int32_t kSourceSameAsTarget = 9031;
+constexpr std::int32_t kFilesNotOnServer = 9032;
+constexpr std::int32_t kNotAvailable = 9033;
+
+void Diagnostic(const std::string& text) {
+  ZtLog_LogEvent(std::string(kTypeName) + text, nullptr, kEventInformation, kLevelDiagnostic);
+}
+
+// A retry warning carries the error's values in its text, in the same shape as the logger's
+// error entries, so that it stays a warning (an entry that carries an error object is always
+// written as an error).
+void RetryWarning(const std::string& location, const ErrorInfo& e) {
+  ZtLog_LogEvent(location + "\tError: #" + std::to_string(e.number) + "\tSource: " + e.source +
+                     "\tDescription: " + e.description,
+                 nullptr, kEventWarning, kLevelPropertyDiagnostic);
+}
+
+// A text for a log line with every password masked: the shared masking first, then any
+// remaining occurrence of the password the caller knows (the shared one leaves a password at the
+// very start of a string, or a second password key, as it is).
+std::string MaskPasswords(const std::string& text, const std::string& password) {
+  std::string masked = ZtStrMan_RemovePasswordFromConnectionString(text);
+  if (!password.empty()) masked = ReplaceAll(masked, password, "*", CompareMode::Binary);
+  return masked;
+}
+
+[[noreturn]] void RaiseNotAvailable(const std::string& what) {
+  throw ZtError(ZtErr_ObjectErrorNumber(kNotAvailable), std::string(kTypeName), what);
+}
+
+bool IsOpen(const std::shared_ptr<Connection>& c) {
+  return c && c->State() == ado::adStateOpen;
+}
+
+std::string Bracketed(const std::string& name) {
+  return ZtStrMan_AddBrackets(name);
+}
+
+}  // namespace
+
+void CZtDataStore::DataStoreConnection(std::shared_ptr<Connection> connection) {
+  connection_ = std::move(connection);
+}
+
+void CZtDataStore::DataStoreDAOConnection(std::shared_ptr<dao::Database> database) {
+  dao_ = std::move(database);
+  attributes_ |= kAttrDaoSupplied;
+}
+
+std::string CZtDataStore::OpenConnectionString() const {
+  return IsOpen(connection_) ? connection_->ConnectionString() : std::string{};
+}
+
+std::string CZtDataStore::MaskedConnectionString(const std::string& connection_string) {
+  return MaskPasswords(connection_string.empty() ? ConnectionString() : connection_string,
+                       password_);
+}
+
+std::shared_ptr<Connection> CZtDataStore::GetConnection(std::int32_t mode) {
+  Trap at(kTypeName, "GetConnection");
+  return at.Reraising([&] {
+    at = 10;
+    if (mode == 1) {
+      if (!IsOpen(connection_)) OpenDataStore();
+    } else if (mode == 2) {
+      at = 20;
+      if (!connection_) {
+        OpenDataStore();
+      } else {
+        at = 30;
+        if (connection_->State() != ado::adStateClosed) connection_->Close();
+        // An empty string reopens with the connection's own stored string, so a connection
+        // the caller handed in keeps its own settings.
+        ZtConnOpen(*connection_, "", "", "", -1, -1, -1);
+      }
+    }
+    return connection_;
+  });
+}
+
+bool CZtDataStore::OpenDataStore(const std::string& user_name, const std::string& password) {
+  Trap at(kTypeName, "OpenDataStore");
+  return at.Reraising([&] {
+    at = 10;
+    if (IsOpen(connection_)) connection_->Close();
+    if (!connection_) connection_ = std::make_shared<Connection>();
+    at = 20;
+    const std::string cs = ConnectionString();
+    at = 30;
+    ZtConnOpen(*connection_, cs, user_name, password, -1, -1, -1);
+    at = 40;
+    ZtLog_LogEvent("Data Store succesfully open with parameters: " +
+                       MaskPasswords(MaskedConnectionString(cs), password),
+                   nullptr, kEventInformation, kLevelDiagnostic);
+    return true;
+  });
+}
+
+void CZtDataStore::ZtConnOpen(Connection& connection, const std::string& connection_string,
+                              const std::string& user, const std::string& password,
+                              std::int32_t options, std::int32_t max_retries,
+                              std::int32_t retry_interval) {
+  if (max_retries == -1) max_retries = max_retries_;
+  if (retry_interval == -1) retry_interval = retry_interval_;
+  ApplyConfiguredProviderTable();
+  std::int32_t attempt = 0;
+  for (;;) {
+    ErrorInfo failure;
+    try {
+      connection.Open(connection_string, user, password, options);
+      // SQLite opens a file lazily: a locked or damaged file would only show at the first
+      // statement, outside this loop. Reading the schema once makes the opening itself meet
+      // the lock, so it is retried like a busy Jet file was.
+      if (TextEquals(connection.Engine(), "SQLite")) {
+        try {
+          connection.Execute("SELECT COUNT(*) FROM sqlite_master");
+        } catch (...) {
+          connection.Close();
+          throw;
+        }
+      }
+      return;
+    } catch (...) {  // the retry loop handles the failure itself
+      failure = ToErrorInfo(std::current_exception());
+    }
+    Err() = failure;
+    RetryWarning(std::string(kTypeName) + ".ZtConnOpen, Retry:" + std::to_string(attempt) +
+                     ", Line#" + std::to_string(kOpenStep),
+                 failure);
+    if (!IsRetryOnError(failure.number)) throw ZtError(failure);
+    // SQL Server stores are never retried: its own client library has already waited for the
+    // login time-out, and a second wait only hides a server that is down.
+    if (provider_type_ == kProviderSqlServer || attempt >= max_retries) {
+      Trap at(kTypeName, "ZtConnOpen", ", Line#");
+      at = kOpenStep;
+      at.Reraising([&] { throw ZtError(failure); });
+    }
+    ++attempt;
+    // The old wait was Int(Rnd + 1) * RetryInterval, which is always RetryInterval.
+    Env::Current().SleepForMilliseconds(retry_interval);
+  }
+}
+
+bool CZtDataStore::IsRetryOnError(std::int32_t number) {
+  ErrorSnapshot saved;
+  saved.Capture(Err());
+  bool retry = false;
+  try {
+    if (!retry_errors_read_) {
+      retry_errors_ = SplitText(LoadConfigResString(503), ";");
+      retry_errors_read_ = true;
+    }
+    const std::string text = std::to_string(number);
+    retry = std::find(retry_errors_.begin(), retry_errors_.end(), text) != retry_errors_.end();
+  } catch (...) {
+    retry = false;  // an unreadable list retries nothing
+  }
+  saved.Restore(Err());
+  return retry;
+}
+
+bool CZtDataStore::ValidateDataStore() {
+  Trap at(kTypeName, "ValidateDataStore");
+  return at.Returning(
+      [&] {
+        at = 10;
+        // A Jet store must name an existing database file: opening would otherwise create an
+        // empty one, and an administrator validating a path does not expect a new file.
+        if (provider_type_ == kProviderJet) {
+          std::string why;
+          if (!ds::IsDatabaseFile(FullPath(), &why))
+            throw ZtError(rt::kFileNotFound, std::string(kTypeName), why);
+        }
+        at = 20;
+        auto c = GetConnection(1);
+        at = 30;
+        return c && c->IsAlive();
+      },
+      false);
+}
+
+std::shared_ptr<dao::Database> CZtDataStore::OpenDAODataStore() {
+  Trap at(kTypeName, "OpenDAODataStore");
+  return at.Reraising([&]() -> std::shared_ptr<dao::Database> {
+    at = 10;
+    if (dao_) return dao_;
+    if (provider_type_ != kProviderJet) {
+      VariantArray args;
+      args.items = {Variant(provider_type_)};
+      ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
+                           std::string(kTypeName), args);
+    }
+    at = 20;
+    dao_ = dao::Database::OpenDatabase(FullPath());
+    return dao_;
+  });
+}
+
+void CZtDataStore::CreatePhysicalDataStore() {
+  Trap at(kTypeName, "CreatePhysicalDataStore");
+  at.Reraising([&] {
+    at = 10;
+    if (provider_type_ == kProviderJet) {
+      ds::CreateSqliteFile(FullPath());
+      Diagnostic(".CreatePhysicalDataStore, File created: " + FullPath());
+      return;
+    }
+    at = 20;
+    // A server database is created from a connection to the server itself: the definition
+    // without its database name.
+    auto server = std::make_shared<Connection>();
+    const std::string name = name_;
+    name_.clear();
+    const std::string cs = ConnectionString();
+    name_ = name;
+    ZtConnOpen(*server, cs, "", "", -1, -1, -1);
+    at = 30;
+    server->Execute("CREATE DATABASE " + Bracketed(name_));
+    server->Close();
+    Diagnostic(".CreatePhysicalDataStore, Database created: " + name_);
+  });
+}
+
+void CZtDataStore::DeletePhysicalDataStore() {
+  Trap at(kTypeName, "DeletePhysicalDataStore");
+  at.Reraising([&] {
+    at = 10;
+    CloseConnections();
+    if (provider_type_ == kProviderJet) {
+      at = 20;
+      ds::DeleteSqliteFile(FullPath(), [](const std::string& path) {
+        ZtLog_LogEvent("File deleted: " + path, nullptr, kEventInformation, kLevelDiagnostic);
+      });
+      return;
+    }
+    at = 30;
+    auto server = std::make_shared<Connection>();
+    const std::string name = name_;
+    name_.clear();
+    const std::string cs = ConnectionString();
+    name_ = name;
+    ZtConnOpen(*server, cs, "", "", -1, -1, -1);
+    at = 40;
+    server->Execute("DROP DATABASE " + Bracketed(name_));
+    server->Close();
+    Diagnostic(".DeletePhysicalDataStore, Database deleted: " + name_);
+  });
+}
+
+bool CZtDataStore::IsReplica() {
+  // Jet replication has no counterpart on these engines; no data store is a replica.
+  return false;
+}
+
+std::int64_t CZtDataStore::DeleteTableRecords(const std::string& table, const std::string& where) {
+  Trap at(kTypeName, "DeleteTableRecords");
+  return at.Reraising([&] {
+    at = 10;
+    std::string sql = "DELETE FROM [" + table + "] ";
+    if (!where.empty()) sql = "DELETE FROM [" + table + "] WHERE " + where;
+    at = 20;
+    std::int64_t affected = 0;
+    GetConnection(1)->Execute(sql, &affected);
+    at = 30;
+    ZtLog_LogEvent(std::to_string(affected) + " records deleted from " + table, nullptr,
+                   kEventInformation, kLevelDiagnostic);
+    return affected;
+  });
+}
+
+void CZtDataStore::AddFieldToTable(const std::string& table, const std::string& field, std::int32_t,
+                                   std::int32_t) {
+  Trap at(kTypeName, "AddFieldToTable");
+  at.Reraising([&] {
+    at = 10;
+    RaiseNotAvailable("Adding field " + field + " to table " + table +
+                      " needs the schema operations, which are not available yet.");
+  });
+}
+
+void CZtDataStore::DeleteFieldFromTable(const std::string& table, const std::string& field) {
+  Trap at(kTypeName, "DeleteFieldFromTable");
+  at.Reraising([&] {
+    at = 10;
+    ZtLog_LogEvent("DeleteFieldFromTable, Field:" + field, nullptr, kEventInformation,
+                   kLevelDiagnostic);
+    RaiseNotAvailable("Deleting field " + field + " from table " + table +
+                      " needs the schema operations, which are not available yet.");
+  });
+}
+
+void CZtDataStore::DeleteTable(const std::string& table) {
+  Trap at(kTypeName, "DeleteTable");
+  at.Reraising([&] {
+    at = 10;
+    GetConnection(1)->Execute("DROP TABLE " + Bracketed(table));
+    at = 20;
+    ZtLog_LogEvent("Table [" + table + "] deleted.", nullptr, kEventInformation, kLevelDiagnostic);
+  });
+}
+
+void CZtDataStore::MovePhysicalDataStore(const std::string& new_location) {
+  Trap at(kTypeName, "MovePhysicalDataStore");
+  at.Reraising([&] {
+    at = 10;
+    if (provider_type_ != kProviderJet) {
+      // A server keeps its database files itself; moving them is the server administrator's
+      // work (detach and attach), not something a client can do over a connection.
+      VariantArray args;
+      args.items = {Variant(name_), Variant(location_)};
+      ZtErr_RaiseFormatted(kFilesNotOnServer, "tslDBFilesNotOnServerError2", std::string(kTypeName),
+                           args);
+    }
+    at = 20;
+    const fs::path from = fs::path(FullPath());
+    const fs::path to = fs::path(JoinPath(new_location, name_));
+    std::error_code ec;
+    if (fs::weakly_canonical(from, ec) == fs::weakly_canonical(to, ec)) {
+      VariantArray args;
+      args.items = {Variant(to.string())};
+      ZtErr_RaiseFormatted(kSourceSameAsTarget, "ERR_SOURCE_SAME_AS_TARGET", std::string(kTypeName),
+                           args);
+    }
+    at = 30;
+    if (fs::exists(to))
+      throw ZtError(58, std::string(kTypeName), "File already exists: " + to.string());
+    CloseConnections();
+    at = 40;
+    fs::rename(from, to, ec);
+    if (ec) {
+      // Another file system: copy, then remove the original only once the copy is complete.
+      ec.clear();
+      fs::copy_file(from, to, ec);
+      if (ec)
+        throw ZtError(rt::kPathFileAccess, std::string(kTypeName),
+                      "Path/File access error: " + to.string());
+      fs::remove(from);
+    }
+    at = 50;
+    Location(new_location);
+    Diagnostic(".MovePhysicalDataStore, File moved: " + from.string() + " -> " + to.string());
+  });
+}
+
+std::string CZtDataStore::TesselVersion(std::int32_t format) {
+  Trap at(kTypeName, "TesselVersion");
+  return at.Returning(
+      [&] {
+        at = 10;
+        auto rs = GetConnection(1)->Execute("SELECT * FROM " + std::string(kVersionTable));
+        at = 20;
+        if (!rs || rs->State() != ado::adStateOpen || rs->Eof()) return std::string{};
+        const std::string major = rs->Value("tMajor").ToText();
+        const std::string minor = rs->Value("tMinor").ToText();
+        rs->Close();
+        if (format == 2) return major;
+        if (format == 3) return minor;
+        return major + "." + minor;
+      },
+      std::string{});
+}
+
+bool CZtDataStore::SetTesselVersion(const std::string& major, const std::string& minor) {
+  Trap at(kTypeName, "SetTesselVersion");
+  return at.Reraising([&] {
+    at = 10;
+    auto c = GetConnection(1);
+    VariantArray restrictions;
+    restrictions.items = {Variant(), Variant(), Variant(std::string(kVersionTable))};
+    auto tables = c->OpenSchema(ado::adSchemaTables, Variant(restrictions));
+    const bool exists = tables && !tables->Eof();
+    if (tables) tables->Close();
+    if (!exists) {
+      at = 20;
+      ZtLog_LogEvent(std::string(kTypeName) + ".SetTesselVersion - " + std::string(kVersionTable) +
+                         " is missing in " + name_,
+                     nullptr, kEventWarning, kLevelError);
+      return false;
+    }
+    at = 30;
+    // No blank before SET: the bracket ends the name, and log readers match this exact text.
+    // The values are quoted the SQL way; a version never holds a quote, so the text is the
+    // same as it always was.
+    c->Execute("UPDATE " + Bracketed(std::string(kVersionTable)) + "SET tMajor='" +
+               ZtStrMan_EscapeQuotes(Variant(major)) + "', tMinor='" +
+               ZtStrMan_EscapeQuotes(Variant(minor)) + "'");
+    return true;
+  });
+}
+
+std::int64_t CZtDataStore::Size() {
+  Trap at(kTypeName, "Size");
+  return at.Returning(
+      [&]() -> std::int64_t {
+        at = 10;
+        if (provider_type_ == kProviderJet) return ds::SqliteFileSize(FullPath());
+        at = 20;
+        auto c = GetConnection(1);
+        const std::string engine = c->Engine();
+        std::string sql;
+        if (TextEquals(engine, "PostgreSQL"))
+          sql = "SELECT pg_database_size(current_database())";
+        else if (TextEquals(engine, "MariaDB") || TextEquals(engine, "MySQL"))
+          sql =
+              "SELECT SUM(data_length + index_length) FROM information_schema.tables WHERE "
+              "table_schema = DATABASE()";
+        else
+          sql = "SELECT SUM(CAST(size AS BIGINT)) * 8192 FROM sysfiles";
+        at = 30;
+        auto rs = c->Execute(sql);
+        if (!rs || rs->Eof()) return 0;
+        Variant v = rs->Fields(0).Value();
+        return v.IsNull() ? 0 : v.ToInt64();
+      },
+      std::int64_t{0});
+}
+
+void CZtDataStore::Compact() {
+  Trap at(kTypeName, "Compact");
+  at.Reraising([&] {
+    at = 10;
+    // Server engines reclaim space themselves; there is nothing for a client to compact.
+    if (provider_type_ != kProviderJet) return;
+    CloseConnections();
+    at = 20;
+    const std::string temp = ds::CompactSqliteFile(FullPath());
+    Diagnostic(".Compact, compacted through " + temp + ": " + FullPath());
+  });
+}
+
+void CZtDataStore::CloseConnections() {
+  Trap at(kTypeName, "CloseConnections");
+  at.Returning([&] {
+    at = 10;
+    if (connection_ && connection_->State() != ado::adStateClosed) connection_->Close();
+    at = 20;
+    if (dao_) dao_->Close();
+    dao_.reset();
+    attributes_ &= ~kAttrDaoSupplied;
+  });
+}
+
+std::string CZtDataStore::GetLinkedTableName(const std::string& table) {
+  Trap at(kTypeName, "GetLinkedTableName");
+  return at.Returning(
+      [&] {
+        at = 10;
+        if (provider_type_ == kProviderMySql && TextEquals(table, LoadConfigResString(10403)))
+          return LoadConfigResString(10402);
+        return table;
+      },
+      std::string{});
+}
+
+void CZtDataStore::Initialize(const std::string& param) {
+  Trap at(kTypeName, "Initialize");
+  at.Reraising([&] {
+    at = 10;
+    auto get = [&](const char* name) {
+      return ZtStrMan_GetProperty_FromString(param, name, ";", "=");
+    };
+    Diagnostic(".Initialize, Param:" + MaskPasswords(param, get("Password")));
+    at = 20;
+    const std::string type_text = get("ProviderType");
+    std::int32_t type = provider_type_;
+    if (!type_text.empty()) type = Variant(type_text).ToInt32();
+    if (type != kProviderJet && type != kProviderSqlServer && type != kProviderOracle &&
+        type != kProviderMySql) {
+      VariantArray args;
+      args.items = {Variant(type)};
+      ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
+                           std::string(kTypeName), args);
+    }
+    at = 30;
+    // Everything is read before anything is changed, so a bad value leaves the definition as
+    // it was.
+    const std::string store_type = get("Type");
+    const std::int32_t store_type_value =
+        store_type.empty() ? type_ : Variant(store_type).ToInt32();
+    const std::string alt_op = get("AltConnStringOperation");
+    const std::int32_t alt_op_value = alt_op.empty() ? alt_op_ : Variant(alt_op).ToInt32();
+    provider_type_ = type;
+    type_ = store_type_value;
+    alt_op_ = alt_op_value;
+    auto set = [&](const char* name, std::string& field, bool location = false) {
+      std::string v = get(name);
+      if (v.empty()) return;
+      if (location)
+        Location(v);
+      else
+        field = v;
+    };
+    set("Location", location_, true);
+    set("Name", name_);
+    set("User", user_);
+    set("Password", password_);
+    set("Provider", provider_);
+    set("ODBCDriver", odbc_driver_);
+    set("SystemDB", system_db_);
+    set("AltConnString", alt_conn_);
+  });
+}
+
+std::vector<RosterEntry> CZtDataStore::RemoveSameEntries(std::vector<RosterEntry> entries) {
+  std::vector<RosterEntry> out;
+  for (auto& e : entries)
+    if (std::find(out.begin(), out.end(), e) == out.end()) out.push_back(std::move(e));
+  return out;
+}
+
+std::vector<RosterEntry> CZtDataStore::GetUserRoster(const std::vector<RosterEntry>& exclude) {
+  Trap at(kTypeName, "GetUserRoster");
+  return at.Returning(
+      [&] {
+        at = 10;
+        std::string filter;
+        for (const auto& e : exclude) {
+          if (!filter.empty()) filter += " AND ";
+          filter +=
+              " [COMPUTER_NAME]='" + e.computer_name + "' AND [LOGIN_NAME]='" + e.login_name + "' ";
+        }
+        Diagnostic(".GetUserRoster Exclude:" + filter);
+        std::vector<RosterEntry> rows;
+        // A file has no server that could tell who has it open.
+        if (provider_type_ == kProviderJet) return rows;
+        at = 20;
+        auto c = GetConnection(1);
+        const std::string engine = c->Engine();
+        std::string sql;
+        if (TextEquals(engine, "PostgreSQL"))
+          sql =
+              "SELECT COALESCE(client_hostname, host(client_addr), 'local'), usename FROM "
+              "pg_stat_activity WHERE datname = current_database()";
+        else if (TextEquals(engine, "MariaDB") || TextEquals(engine, "MySQL"))
+          sql =
+              "SELECT SUBSTRING_INDEX(HOST, ':', 1), USER FROM information_schema.PROCESSLIST "
+              "WHERE DB = DATABASE()";
+        else
+          sql = "SELECT hostname, loginame FROM master..sysprocesses WHERE dbid = DB_ID()";
+        at = 30;
+        auto rs = c->Execute(sql);
+        while (rs && rs->State() == ado::adStateOpen && !rs->Eof()) {
+          RosterEntry e{
+              TrimSpaces(rs->Fields(0).Value().IsNull() ? "" : rs->Fields(0).Value().ToText()),
+              TrimSpaces(rs->Fields(1).Value().IsNull() ? "" : rs->Fields(1).Value().ToText())};
+          if (std::find(exclude.begin(), exclude.end(), e) == exclude.end()) rows.push_back(e);
+          rs->MoveNext();
+        }
+        return RemoveSameEntries(std::move(rows));
+      },
+      std::vector<RosterEntry>{});
+}
+
+}  // namespace zt

@@ -1,0 +1,38 @@
+// Whole-file operations on the SQLite file behind a Jet data store: create, delete with its
+// companions, compact, size. They work on the file directly, not through a cached connection,
+// because each of them needs the file to itself.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace zt::ds {
+
+// Creates an empty database file. An existing file is an error (error 58): a data store is
+// never created over somebody's data.
+void CreateSqliteFile(const std::string& path);
+
+// The files that belong to a database file and go with it: the old lock file (same name, ".ldb")
+// and SQLite's rollback journal, write-ahead log and shared-memory index.
+std::vector<std::string> CompanionFiles(const std::string& path);
+
+// Deletes the file and every companion that exists; `deleted` is told each path removed. A
+// missing database file is error 53.
+void DeleteSqliteFile(const std::string& path,
+                      const std::function<void(const std::string&)>& deleted);
+
+// Rebuilds the file through a temporary database ("temp" + number + ".mdb" in the same folder)
+// and swaps it in. Needs the file to itself: while another connection holds it, this fails
+// with the engine's busy error and the file is left as it was. Returns the temporary name used.
+std::string CompactSqliteFile(const std::string& path);
+
+// Bytes on disk: the file plus its write-ahead log.
+std::int64_t SqliteFileSize(const std::string& path);
+
+// True when `path` is a readable SQLite database (header checked, schema read) or an Access
+// file (header checked); otherwise false with the reason in `why`.
+bool IsDatabaseFile(const std::string& path, std::string* why = nullptr);
+
+}  // namespace zt::ds

@@ -1,0 +1,359 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "support/test_env.h"
+#include "zt/config.h"
+#include "zt/datastore.h"
+#include "zt/error.h"
+#include "zt/platform.h"
+#include "zt/platform/dao.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr std::int32_t kEFail = static_cast<std::int32_t>(0x80004005u);
+
+int CountContaining(const std::vector<std::string>& entries, const std::string& needle) {
+  int n = 0;
+  for (const auto& e : entries) n += e.find(needle) != std::string::npos;
+  return n;
+}
+
+class DataStoreLiveTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ =
+        fs::temp_directory_path() /
+        ("ztlive-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    env_.app_path = dir_.string();
+    env_.real_sleep = false;
+  }
+  void TearDown() override { fs::remove_all(dir_); }
+
+  std::shared_ptr<zt::CZtDataStore> SqliteStore(const std::string& name = "help.db") {
+    auto ds = std::make_shared<zt::CZtDataStore>();
+    ds->GeneralProviderType(zt::kProviderJet);
+    ds->Location(dir_.string());
+    ds->DataStoreName(name);
+    return ds;
+  }
+  // A store whose file exists with a version table holding 7.6 and a few tickets.
+  std::shared_ptr<zt::CZtDataStore> SampleStore() {
+    auto ds = SqliteStore();
+    ds->CreatePhysicalDataStore();
+    auto c = ds->GetConnection(1);
+    c->Execute("CREATE TABLE [tblTesselVersion] ([tMajor] TEXT(10), [tMinor] TEXT(10))");
+    c->Execute("INSERT INTO [tblTesselVersion] VALUES ('7', '6')");
+    c->Execute("CREATE TABLE [tblTickets] ([nId] LONG PRIMARY KEY, [tTitle] TEXT(50))");
+    for (int i = 1; i <= 5; ++i)
+      c->Execute("INSERT INTO [tblTickets] VALUES (" + std::to_string(i) + ", 'T')");
+    return ds;
+  }
+
+  zt::testing::RecordingEnv env_;
+  fs::path dir_;
+};
+
+TEST_F(DataStoreLiveTest, VersionTableAndRecordOperations) {
+  auto ds = SampleStore();
+  EXPECT_EQ(ds->TesselVersion(2), "7");
+  EXPECT_EQ(ds->TesselVersion(3), "6");
+  EXPECT_EQ(ds->TesselVersion(0), "7.6");
+  EXPECT_TRUE(ds->SetTesselVersion("8", "1"));
+  EXPECT_EQ(ds->TesselVersion(0), "8.1");
+
+  EXPECT_EQ(ds->DeleteTableRecords("tblTickets", "nId > 3"), 2);
+  EXPECT_TRUE(env_.Logged("2 records deleted from tblTickets"));
+  EXPECT_EQ(ds->DeleteTableRecords("tblTickets"), 3);
+  ds->DeleteTableRecords("tblTesselVersion");
+  EXPECT_EQ(ds->TesselVersion(0), "");  // an empty table
+
+  ds->DeleteTable("tblTesselVersion");
+  EXPECT_TRUE(env_.Logged("Table [tblTesselVersion] deleted."));
+  EXPECT_TRUE(env_.Errors().empty());
+  // Without the table: reported, nothing changed, and the readers answer "".
+  EXPECT_FALSE(ds->SetTesselVersion("9", "9"));
+  EXPECT_TRUE(
+      env_.Logged("CZtDataStore.SetTesselVersion - tblTesselVersion is missing in help.db"));
+  EXPECT_EQ(ds->TesselVersion(0), "");
+  EXPECT_THROW(ds->DeleteTable("tblTesselVersion"), zt::ZtError);
+  EXPECT_THROW(ds->DeleteTableRecords("nope"), zt::ZtError);
+
+  // The DAO view of the same file, cached until the connections are closed.
+  auto db = ds->OpenDAODataStore();
+  ASSERT_TRUE(db);
+  EXPECT_EQ(ds->OpenDAODataStore(), db);
+  EXPECT_EQ(db->TableDefs("tblTickets").Name(), "tblTickets");
+  ds->CloseConnections();
+  EXPECT_EQ(ds->DataStoreDAOConnection(), nullptr);
+  EXPECT_NE(ds->OpenDAODataStore(), db);
+  auto server = std::make_shared<zt::CZtDataStore>();
+  server->GeneralProviderType(zt::kProviderSqlServer);
+  EXPECT_THROW(server->OpenDAODataStore(), zt::ZtError);
+
+  EXPECT_THROW(ds->DeleteFieldFromTable("tblTickets", "tTitle"), zt::ZtError);
+  EXPECT_TRUE(env_.Logged("DeleteFieldFromTable, Field:tTitle"));
+  EXPECT_THROW(ds->AddFieldToTable("tblTickets", "tNew", 10, 50), zt::ZtError);
+}
+
+TEST_F(DataStoreLiveTest, GetConnectionReopensOnSqlite) {
+  auto ds = SampleStore();
+  auto c = ds->GetConnection(1);
+  // A temporary table lives exactly as long as one session, so it shows whether a connection
+  // was reopened.
+  c->Execute("CREATE TEMP TABLE marker (x)");
+  EXPECT_EQ(ds->GetConnection(1), c);
+  EXPECT_NO_THROW(c->Execute("SELECT * FROM marker"));
+  c->Close();  // behind the data store's back
+  EXPECT_EQ(ds->GetConnection(1), c);
+  EXPECT_EQ(c->State(), zt::ado::adStateOpen);
+  EXPECT_THROW(c->Execute("SELECT * FROM marker"), zt::ZtError);
+
+  c->Execute("CREATE TEMP TABLE marker (x)");
+  EXPECT_EQ(ds->GetConnection(2), c);  // always reopened
+  EXPECT_EQ(c->State(), zt::ado::adStateOpen);
+  EXPECT_THROW(c->Execute("SELECT * FROM marker"), zt::ZtError);
+  EXPECT_EQ(ds->GetConnection(7), c);
+  // With no text given, the open connection's own string is read (and handed back).
+  std::string cs;
+  EXPECT_EQ(ds->GetValueFromConnectionString("Data Source", cs), ds->FullPath());
+  EXPECT_EQ(cs, ds->ConnectionString());
+  ds->CloseConnections();
+  EXPECT_EQ(c->State(), zt::ado::adStateClosed);
+  EXPECT_TRUE(env_.Logged("Data Store succesfully open with parameters: Provider="));
+}
+
+TEST_F(DataStoreLiveTest, LockedFileIsRetriedThenRaised) {
+  auto ds = SampleStore();
+  ds->CloseConnections();
+  // Another party holds the file exclusively: a write under the exclusive locking mode keeps
+  // the lock until that connection closes.
+  auto holder = std::make_shared<zt::Connection>();
+  holder->Open("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + ds->FullPath());
+  holder->Execute("PRAGMA locking_mode=EXCLUSIVE");
+  holder->Execute("UPDATE [tblTickets] SET [tTitle]='locked'");
+
+  ds->MaxRetries(3);
+  ds->RetryInterval(25);
+  env_.log.entries.clear();
+  try {
+    ds->OpenDataStore();
+    FAIL() << "a locked file opened";
+  } catch (const zt::ZtError& e) {
+    EXPECT_EQ(e.Number(), kEFail);
+  }
+  EXPECT_EQ(env_.sleeps, (std::vector<std::int64_t>{25, 25, 25}));
+  ASSERT_EQ(env_.Warnings().size(), 4u);
+  for (int i = 0; i < 4; ++i)
+    EXPECT_EQ(env_.Warnings()[i].rfind("CZtDataStore.ZtConnOpen, Retry:" + std::to_string(i) +
+                                           ", Line#20\tError: #-2147467259",
+                                       0),
+              0u)
+        << env_.Warnings()[i];
+  EXPECT_EQ(CountContaining(env_.Errors(), "CZtDataStore.ZtConnOpen, Line#20"), 1);
+
+  // The retry list is read once per data store: this store keeps retrying after the
+  // configuration drops the error from the list, a new store does not.
+  std::ofstream(dir_ / "ztdbtools.zt.config") << "<configuration><appSettings><add key=\"503\" "
+                                                 "value=\"1;2\"/></appSettings></configuration>";
+  zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());
+  ds->MaxRetries(1);
+  env_.sleeps.clear();
+  EXPECT_THROW(ds->OpenDataStore(), zt::ZtError);
+  EXPECT_EQ(env_.sleeps.size(), 1u);
+  auto fresh = SqliteStore();
+  fresh->MaxRetries(1);
+  env_.sleeps.clear();
+  EXPECT_THROW(fresh->OpenDataStore(), zt::ZtError);
+  EXPECT_TRUE(env_.sleeps.empty());
+
+  // Once the other party lets go, the same store opens.
+  holder->Close();
+  EXPECT_TRUE(ds->OpenDataStore());
+  EXPECT_EQ(ds->TesselVersion(0), "7.6");
+}
+
+TEST_F(DataStoreLiveTest, SqlServerIsNeverRetriedAndForeignErrorsFailAtOnce) {
+  auto sql = std::make_shared<zt::CZtDataStore>();
+  sql->GeneralProviderType(zt::kProviderSqlServer);
+  sql->Location("127.0.0.1,1");  // nothing listens there
+  sql->DataStoreName("HelpDesk");
+  sql->UserName("sa");
+  sql->Password("Secret#Pw1");
+  EXPECT_THROW(sql->GetConnection(1), zt::ZtError);
+  EXPECT_TRUE(env_.sleeps.empty());
+  EXPECT_EQ(env_.Warnings().size(), 1u);
+  EXPECT_EQ(CountContaining(env_.Errors(), "CZtDataStore.ZtConnOpen, Line#20"), 1);
+  for (const auto& e : env_.log.entries) EXPECT_EQ(e.text.find("Secret#Pw1"), std::string::npos);
+
+  // A provider nobody knows fails with an error outside the retry list: one warning, no wait,
+  // no error entry of the opening itself.
+  env_.log.entries.clear();
+  auto odd = SqliteStore();
+  odd->Provider("NoSuchProvider");
+  odd->MaxRetries(5);
+  EXPECT_THROW(odd->OpenDataStore(), zt::ZtError);
+  EXPECT_TRUE(env_.sleeps.empty());
+  EXPECT_EQ(env_.Warnings().size(), 1u);
+  EXPECT_EQ(CountContaining(env_.Errors(), "ZtConnOpen"), 0);
+}
+
+TEST_F(DataStoreLiveTest, PhysicalFileOperations) {
+  auto ds = SqliteStore();
+  EXPECT_FALSE(ds->ValidateDataStore());  // no file: invalid, and none is created
+  EXPECT_FALSE(fs::exists(ds->FullPath()));
+  ds->CreatePhysicalDataStore();
+  EXPECT_TRUE(ds->ValidateDataStore());
+  EXPECT_THROW(ds->CreatePhysicalDataStore(), zt::ZtError);  // never over an existing file
+
+  auto c = ds->GetConnection(1);
+  c->Execute("CREATE TABLE [big] ([t] MEMO)");
+  c->BeginTrans();
+  for (int i = 0; i < 200; ++i)
+    c->Execute("INSERT INTO [big] VALUES ('" + std::string(2000, 'x') + "')");
+  c->CommitTrans();
+  ds->DeleteTableRecords("big");
+  const std::int64_t before = ds->Size();
+  ds->Compact();
+  EXPECT_LT(ds->Size(), before / 4);
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir_), fs::directory_iterator{}), 1);
+  EXPECT_TRUE(ds->ValidateDataStore());
+  EXPECT_FALSE(ds->IsReplica());
+  EXPECT_TRUE(ds->GetUserRoster({{"pc1", "u1"}}).empty());
+  EXPECT_TRUE(env_.Logged(
+      "CZtDataStore.GetUserRoster Exclude: [COMPUTER_NAME]='pc1' AND [LOGIN_NAME]='u1' "));
+
+  // Move to another folder; the same folder is refused.
+  fs::create_directories(dir_ / "moved");
+  EXPECT_THROW(ds->MovePhysicalDataStore(dir_.string()), zt::ZtError);
+  ds->MovePhysicalDataStore((dir_ / "moved").string());
+  EXPECT_EQ(ds->Location(), (dir_ / "moved").string());
+  EXPECT_TRUE(fs::exists(dir_ / "moved" / "help.db"));
+  EXPECT_TRUE(ds->ValidateDataStore());
+
+  // Deleting takes the companions along.
+  const std::string path = ds->FullPath();
+  std::ofstream(dir_ / "moved" / "help.ldb") << "lock";
+  ds->DeletePhysicalDataStore();
+  EXPECT_FALSE(fs::exists(path));
+  EXPECT_FALSE(fs::exists(dir_ / "moved" / "help.ldb"));
+  EXPECT_TRUE(env_.Logged("File deleted: " + path));
+  EXPECT_TRUE(env_.Logged("File deleted: " + (dir_ / "moved" / "help.ldb").string()));
+  EXPECT_THROW(ds->DeletePhysicalDataStore(), zt::ZtError);
+}
+
+TEST_F(DataStoreLiveTest, InitializeLinkedNamesAndConfiguredProviders) {
+  zt::CZtDataStore ds;
+  ds.Initialize("ProviderType=16;Location=myhost;Name=help;User=u;Password=pw1;Type=3");
+  EXPECT_EQ(ds.GeneralProviderType(), zt::kProviderMySql);
+  EXPECT_EQ(ds.Location(), "myhost");
+  EXPECT_EQ(ds.DataStoreName(), "help");
+  EXPECT_EQ(ds.DataStoreType(), 3);
+  EXPECT_EQ(ds.Password(), "pw1");
+  EXPECT_TRUE(env_.Logged("CZtDataStore.Initialize, Param:ProviderType=16;Location=myhost;"));
+  for (const auto& e : env_.log.entries) EXPECT_EQ(e.text.find("pw1"), std::string::npos) << e.text;
+  EXPECT_EQ(ds.GetLinkedTableName("tblUser"), "tblUser_1");
+  EXPECT_EQ(ds.GetLinkedTableName("tblTickets"), "tblTickets");
+
+  try {
+    ds.Initialize("ProviderType=8;Location=elsewhere");
+    FAIL() << "an unsupported provider type was accepted";
+  } catch (const zt::ZtError& e) {
+    EXPECT_EQ(e.Number(), zt::vbObjectError + 9020);
+  }
+  EXPECT_EQ(ds.Location(), "myhost");  // nothing changed
+  ds.GeneralProviderType(zt::kProviderJet);
+  EXPECT_EQ(ds.GetLinkedTableName("tblUser"), "tblUser");
+
+  // A provider name that only the configuration file knows reaches its engine; a bad entry is
+  // logged and skipped.
+  std::ofstream(dir_ / "ztdbtools.zt.config")
+      << "<configuration><appSettings>"
+      << "<add key=\"Provider:HelpFile*\" value=\"Driver=sqlite\"/>"
+      << "<add key=\"Provider:Broken*\" value=\"Driver=nosuchdriver\"/>"
+      << "</appSettings></configuration>";
+  auto file = SqliteStore();
+  file->Provider("HelpFile.2");
+  EXPECT_TRUE(file->OpenDataStore());
+  EXPECT_EQ(file->GetConnection(1)->Engine(), "SQLite");
+  EXPECT_EQ(
+      CountContaining(env_.Errors(), "ApplyConfiguredProviderTable, Line#10, Provider=Broken*"), 1);
+  file->CloseConnections();
+  fs::remove(dir_ / "ztdbtools.zt.config");
+  zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());
+  EXPECT_THROW(file->OpenDataStore(), zt::ZtError);  // the built-in table is back
+}
+
+// PostgreSQL and MariaDB run when the test servers are started (DBTEST_PG_PORT,
+// DBTEST_MY_PORT); ZT_REQUIRE_ENGINES=1 turns a missing server into a failure.
+std::string EnvOr(const char* name, const char* fallback = "") {
+  const char* v = std::getenv(name);
+  return v ? v : fallback;
+}
+
+void CheckReopening(zt::CZtDataStore& ds) {
+  auto c = ds.GetConnection(1);
+  ASSERT_TRUE(c);
+  c->Execute("CREATE TEMPORARY TABLE marker (x INT)");
+  c->Close();
+  EXPECT_EQ(ds.GetConnection(1), c);
+  EXPECT_THROW(c->Execute("SELECT * FROM marker"), zt::ZtError);
+  c->Execute("CREATE TEMPORARY TABLE marker (x INT)");
+  EXPECT_EQ(ds.GetConnection(2), c);
+  EXPECT_THROW(c->Execute("SELECT * FROM marker"), zt::ZtError);
+  c->Execute("CREATE TABLE [zt_size_probe] ([n] INT)");
+  EXPECT_GT(ds.Size(), 0);
+  ds.DeleteTable("zt_size_probe");
+  EXPECT_FALSE(ds.GetUserRoster().empty());
+
+  // A database of its own is created on the same server and dropped again.
+  auto other = std::dynamic_pointer_cast<zt::CZtDataStore>(ds.Copy());
+  other->DataStoreName("zt_ds_created");
+  other->CreatePhysicalDataStore();
+  EXPECT_TRUE(other->ValidateDataStore());
+  EXPECT_EQ(other->GetConnection(1)->DefaultDatabase(), "zt_ds_created");
+  other->DeletePhysicalDataStore();
+  EXPECT_FALSE(other->ValidateDataStore());
+}
+
+TEST_F(DataStoreLiveTest, GetConnectionReopensOnServers) {
+  const bool required = EnvOr("ZT_REQUIRE_ENGINES") == "1";
+  int ran = 0;
+  if (!EnvOr("DBTEST_PG_PORT").empty()) {
+    zt::CZtDataStore pg;
+    pg.GeneralProviderType(zt::kProviderSqlServer);
+    pg.Provider("PostgreSQL");
+    pg.Location(EnvOr("DBTEST_PG_HOST", "127.0.0.1") + "," + EnvOr("DBTEST_PG_PORT"));
+    pg.DataStoreName(EnvOr("DBTEST_PG_DB"));
+    pg.UserName(EnvOr("DBTEST_PG_USER"));
+    pg.Password(EnvOr("DBTEST_PG_PASSWORD"));
+    CheckReopening(pg);
+    ++ran;
+  } else if (required) {
+    ADD_FAILURE() << "PostgreSQL is required but DBTEST_PG_PORT is not set";
+  }
+  if (!EnvOr("DBTEST_MY_PORT").empty()) {
+    zt::CZtDataStore my;
+    my.GeneralProviderType(zt::kProviderMySql);
+    my.ODBCDriver("MariaDB Unicode");
+    my.Location(EnvOr("DBTEST_MY_HOST", "127.0.0.1") + "," + EnvOr("DBTEST_MY_PORT"));
+    my.DataStoreName(EnvOr("DBTEST_MY_DB"));
+    my.UserName(EnvOr("DBTEST_MY_USER"));
+    my.Password(EnvOr("DBTEST_MY_PASSWORD"));
+    CheckReopening(my);
+    ++ran;
+  } else if (required) {
+    ADD_FAILURE() << "MariaDB is required but DBTEST_MY_PORT is not set";
+  }
+  if (ran == 0) GTEST_SKIP() << "no server engines started";
+}
+
+}  // namespace
