@@ -92,6 +92,11 @@ class CZtEventLogger {
   std::string line_format_;
 };
 
+// The text an event carries for an error: "Error: #" + number + tab + "Source: " + source +
+// tab + "Description: " + description (real tabs).
+std::string ErrorEventText(std::int32_t number, const std::string& source,
+                           const std::string& description);
+
 // The thread's logger, created on first use; every module procedure logs through it.
 void ZtLog_LogEvent(const std::string& text, ErrorInfo* err_object, std::int32_t event_type,
                     std::int32_t level);

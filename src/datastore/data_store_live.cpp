@@ -41,9 +41,8 @@ void Diagnostic(const std::string& text) {
 // error entries, so that it stays a warning (an entry that carries an error object is always
 // written as an error).
 void RetryWarning(const std::string& location, const ErrorInfo& e) {
-  ZtLog_LogEvent(location + "\tError: #" + std::to_string(e.number) + "\tSource: " + e.source +
-                     "\tDescription: " + e.description,
-                 nullptr, kEventWarning, kLevelPropertyDiagnostic);
+  ZtLog_LogEvent(location + "\t" + ErrorEventText(e.number, e.source, e.description), nullptr,
+                 kEventWarning, kLevelPropertyDiagnostic);
 }
 
 // A text for a log line with every password masked: the shared masking first, then any

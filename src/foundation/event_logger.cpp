@@ -137,10 +137,10 @@ void CZtEventLogger::LogEvent(const std::string& description, ErrorInfo* err_obj
     if (!err_object || (snapshot_.Number() == 0 && snapshot_.Description().empty())) {
       WriteByMode(description, event_type);
     } else {
-      std::string error_text = "Error: #" + std::to_string(snapshot_.Number()) +
-                               "\tSource: " + snapshot_.Source() +
-                               "\tDescription: " + snapshot_.Description();
-      WriteByMode(description + "\t" + error_text, kEventError);
+      WriteByMode(description + "\t" +
+                      ErrorEventText(snapshot_.Number(), snapshot_.Source(),
+                                     snapshot_.Description()),
+                  kEventError);
     }
   } catch (...) {  // logging never reaches the caller
   }
@@ -203,6 +203,12 @@ void CZtEventLogger::Initialize(std::string& log_file_name, std::string& log_fol
     Env::Current().AppLog().StartLogging(log_folder + log_file_name, log_mode);
   } catch (...) {
   }
+}
+
+std::string ErrorEventText(std::int32_t number, const std::string& source,
+                           const std::string& description) {
+  return "Error: #" + std::to_string(number) + "\tSource: " + source +
+         "\tDescription: " + description;
 }
 
 CZtEventLogger& ThreadEventLogger() {

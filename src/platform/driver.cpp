@@ -22,9 +22,18 @@ std::map<std::string, DriverFactory>& Registry() {
 struct Where {
   std::string sql;
   std::vector<Variant> params;
+  // Set where the engine folds unquoted names: "tblTesselVersion" then names the table stored
+  // as "tbltesselversion", so a restriction on a name compares without regard to case.
+  bool fold_names = false;
   void Add(const std::string& column, const std::optional<std::string>& value) {
     if (!value) return;
     sql += (sql.empty() ? " WHERE " : " AND ") + column + " = ?";
+    params.emplace_back(*value);
+  }
+  void AddName(const std::string& column, const std::optional<std::string>& value) {
+    if (!value) return;
+    if (!fold_names) return Add(column, value);
+    sql += (sql.empty() ? " WHERE " : " AND ") + ("lower(" + column + ") = lower(?)");
     params.emplace_back(*value);
   }
 };
@@ -35,15 +44,6 @@ bool IsSystemSchema(const std::string& schema) {
   for (const char* s : kSystem)
     if (schema == s) return true;
   return schema.rfind("pg_", 0) == 0;
-}
-
-ColumnInfo Col(const char* name, std::int32_t type, std::int64_t size = 0) {
-  ColumnInfo c;
-  c.name = name;
-  c.type = type;
-  c.defined_size = size;
-  c.attributes = 0x20 | 0x40;  // nullable, may be null
-  return c;
 }
 
 Variant TextOrNull(const Variant& v) {
@@ -124,18 +124,15 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
   auto restrict = [&](Where& w, const std::string& prefix) {
     w.Add(prefix + cat_col, r.catalog);
     if (!sch_col.empty()) w.Add(prefix + sch_col, r.schema);
-    w.Add(prefix + "table_name", r.table);
+    w.fold_names = q.fold != NameFolding::kNone;
+    w.AddName(prefix + "table_name", r.table);
   };
   auto schema_value = [&](const Variant& v) { return q.has_schemas ? v : Variant::Null(); };
 
   RowSet out;
   switch (kind) {
     case SchemaKind::kTables: {
-      out.columns = {Col("TABLE_CATALOG", 202, 128), Col("TABLE_SCHEMA", 202, 128),
-                     Col("TABLE_NAME", 202, 128),    Col("TABLE_TYPE", 202, 128),
-                     Col("TABLE_GUID", 72, 16),      Col("DESCRIPTION", 203, 0),
-                     Col("TABLE_PROPID", 19, 4),     Col("DATE_CREATED", 7, 8),
-                     Col("DATE_MODIFIED", 7, 8)};
+      out.columns = TablesRowsetColumns();
       Where w;
       restrict(w, "");
       const RowSet rs = Query("SELECT " + cat_col + ", " + (sch_col.empty() ? cat_col : sch_col) +
@@ -154,25 +151,10 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
       break;
     }
     case SchemaKind::kColumns: {
-      out.columns = {Col("TABLE_CATALOG", 202, 128),
-                     Col("TABLE_SCHEMA", 202, 128),
-                     Col("TABLE_NAME", 202, 128),
-                     Col("COLUMN_NAME", 202, 128),
-                     Col("ORDINAL_POSITION", 19, 4),
-                     Col("COLUMN_HASDEFAULT", 11, 2),
-                     Col("COLUMN_DEFAULT", 203, 0),
-                     Col("COLUMN_FLAGS", 19, 4),
-                     Col("IS_NULLABLE", 11, 2),
-                     Col("DATA_TYPE", 18, 2),
-                     Col("CHARACTER_MAXIMUM_LENGTH", 19, 4),
-                     Col("CHARACTER_OCTET_LENGTH", 19, 4),
-                     Col("NUMERIC_PRECISION", 18, 2),
-                     Col("NUMERIC_SCALE", 2, 2),
-                     Col("DATETIME_PRECISION", 19, 4),
-                     Col("DESCRIPTION", 203, 0)};
+      out.columns = ColumnsRowsetColumns();
       Where w;
       restrict(w, "");
-      w.Add("column_name", r.extra);
+      w.AddName("column_name", r.extra);
       const RowSet rs = Query(
           "SELECT " + cat_col + ", " + (sch_col.empty() ? cat_col : sch_col) +
               ", table_name, column_name, ordinal_position, column_default, is_nullable, "
@@ -206,7 +188,7 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
       const bool pk_only = kind == SchemaKind::kPrimaryKeys;
       Where w;
       restrict(w, "k.");
-      if (!pk_only) w.Add("k.constraint_name", r.extra);
+      if (!pk_only) w.AddName("k.constraint_name", r.extra);
       const RowSet rs =
           Query("SELECT k." + cat_col + ", k." + (sch_col.empty() ? cat_col : sch_col) +
                     ", k.table_name, k.column_name, k.ordinal_position, k.constraint_name, "
@@ -220,10 +202,7 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
                     " ORDER BY 1, 2, 3, 6, 5",
                 w.params);
       if (pk_only) {
-        out.columns = {Col("TABLE_CATALOG", 202, 128), Col("TABLE_SCHEMA", 202, 128),
-                       Col("TABLE_NAME", 202, 128),    Col("COLUMN_NAME", 202, 128),
-                       Col("COLUMN_GUID", 72, 16),     Col("COLUMN_PROPID", 19, 4),
-                       Col("ORDINAL", 19, 4),          Col("PK_NAME", 202, 128)};
+        out.columns = PrimaryKeysRowsetColumns();
         for (const auto& row : rs.rows)
           out.rows.push_back({row[0], schema_value(row[1]), row[2], row[3], Variant::Null(),
                               Variant::Null(), row[4], row[5]});

@@ -42,6 +42,16 @@ enum class QuoteStyle {
   kBackticks,     // `name`: MySQL, MariaDB
 };
 
+// How the engine folds unquoted names. The library's SQL names the same table both ways
+// ("[tblTesselVersion]" in one statement, "tblTesselVersion" in the next), as SQL Server and
+// Jet treat names without regard to case. On an engine that folds unquoted names, a bracketed
+// name is folded the same way when it is rewritten, so both spellings reach one table.
+enum class NameFolding {
+  kNone,   // names keep their case (SQLite, SQL Server, MySQL)
+  kLower,  // PostgreSQL
+  kUpper,  // Oracle
+};
+
 // What an UPDATE reports as its row count.
 enum class RowCountStyle {
   kMatched,  // rows that matched the WHERE clause (most engines)
@@ -53,6 +63,7 @@ enum class RowCountStyle {
 struct DriverQuirks {
   std::string engine;                        // "SQLite", "PostgreSQL", "MariaDB", "SQL Server" ...
   QuoteStyle quote = QuoteStyle::kBrackets;  // how `[name]` is rewritten
+  NameFolding fold = NameFolding::kNone;     // applied to `[name]` as it is rewritten
   bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
   RowCountStyle row_count = RowCountStyle::kMatched;
   bool backslash_escapes = false;  // '\'' escapes a quote inside a literal (MySQL)

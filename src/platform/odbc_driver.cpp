@@ -102,10 +102,12 @@ std::vector<Family> MakeFamilies() {
   tds.quirks.row_identity = "";
   t.push_back(tds);
 
-  t.push_back({.quirks = Quirks("Oracle", QuoteStyle::kDoubleQuotes),
-               .match = {"oracle", "sqora"},
-               .default_schema_sql = "SELECT USER FROM DUAL",
-               .liveness = "SELECT 1 FROM DUAL"});
+  Family oracle{.quirks = Quirks("Oracle", QuoteStyle::kDoubleQuotes),
+                .match = {"oracle", "sqora"},
+                .default_schema_sql = "SELECT USER FROM DUAL",
+                .liveness = "SELECT 1 FROM DUAL"};
+  oracle.quirks.fold = NameFolding::kUpper;
+  t.push_back(oracle);
 
   Family mdb{.quirks = Quirks("Access", QuoteStyle::kBrackets),
              .match = {"mdbtools", "mdbodbc"},
@@ -125,6 +127,7 @@ std::vector<Family> MakeFamilies() {
               .last_insert_id_sql = "SELECT lastval()",
               .bulk_parameters = 30000};
   psql.quirks.dollar_quotes = true;
+  psql.quirks.fold = NameFolding::kLower;
   t.push_back(psql);
 
   Family lite{.quirks = Quirks("SQLite", QuoteStyle::kBrackets),
@@ -796,21 +799,6 @@ Variant OdbcStatement::Get(int col) {
 // Schema rowsets from the ODBC catalog functions, with the OLE DB column names.
 // ---------------------------------------------------------------------------------------------
 
-// The rowset columns, with the same names, types and sizes as the layer's portable rowsets.
-RowSet EmptyRowset(
-    std::initializer_list<std::tuple<const char*, std::int32_t, std::int64_t>> cols) {
-  RowSet rs;
-  for (const auto& [name, type, size] : cols) {
-    ColumnInfo c;
-    c.name = name;
-    c.type = type;
-    c.defined_size = size;
-    c.attributes = attr::kIsNullable | attr::kMayBeNull;
-    rs.columns.push_back(std::move(c));
-  }
-  return rs;
-}
-
 bool Matches(const std::optional<std::string>& restriction, const Variant& value) {
   if (!restriction) return true;
   return IEquals(*restriction, value.IsNull() || value.IsEmpty() ? "" : value.ToText());
@@ -881,15 +869,8 @@ std::vector<std::vector<Variant>> OdbcConnection::Tables(const SchemaRestriction
 }
 
 RowSet OdbcConnection::TablesRowset(const SchemaRestrictions& r) {
-  RowSet rs = EmptyRowset({{"TABLE_CATALOG", 202, 128},
-                           {"TABLE_SCHEMA", 202, 128},
-                           {"TABLE_NAME", 202, 128},
-                           {"TABLE_TYPE", 202, 128},
-                           {"TABLE_GUID", 72, 16},
-                           {"DESCRIPTION", 203, 0},
-                           {"TABLE_PROPID", 19, 4},
-                           {"DATE_CREATED", 7, 8},
-                           {"DATE_MODIFIED", 7, 8}});
+  RowSet rs;
+  rs.columns = TablesRowsetColumns();
   const Variant null = Variant::Null();
   for (auto& row : Tables(r, nullptr)) {
     if (!Matches(r.extra, row[3])) continue;
@@ -900,22 +881,8 @@ RowSet OdbcConnection::TablesRowset(const SchemaRestrictions& r) {
 }
 
 RowSet OdbcConnection::ColumnsRowset(const SchemaRestrictions& r) {
-  RowSet rs = EmptyRowset({{"TABLE_CATALOG", 202, 128},
-                           {"TABLE_SCHEMA", 202, 128},
-                           {"TABLE_NAME", 202, 128},
-                           {"COLUMN_NAME", 202, 128},
-                           {"ORDINAL_POSITION", 19, 4},
-                           {"COLUMN_HASDEFAULT", 11, 2},
-                           {"COLUMN_DEFAULT", 203, 0},
-                           {"COLUMN_FLAGS", 19, 4},
-                           {"IS_NULLABLE", 11, 2},
-                           {"DATA_TYPE", 18, 2},
-                           {"CHARACTER_MAXIMUM_LENGTH", 19, 4},
-                           {"CHARACTER_OCTET_LENGTH", 19, 4},
-                           {"NUMERIC_PRECISION", 18, 2},
-                           {"NUMERIC_SCALE", 2, 2},
-                           {"DATETIME_PRECISION", 19, 4},
-                           {"DESCRIPTION", 203, 0}});
+  RowSet rs;
+  rs.columns = ColumnsRowsetColumns();
   const auto cat = CatalogArg(r), sch = SchemaArg(r);
   const Variant null = Variant::Null();
   // One table at a time: name arguments are patterns, and MDB Tools needs an exact table name.
@@ -955,14 +922,8 @@ RowSet OdbcConnection::ColumnsRowset(const SchemaRestrictions& r) {
 }
 
 RowSet OdbcConnection::PrimaryKeysRowset(const SchemaRestrictions& r) {
-  RowSet rs = EmptyRowset({{"TABLE_CATALOG", 202, 128},
-                           {"TABLE_SCHEMA", 202, 128},
-                           {"TABLE_NAME", 202, 128},
-                           {"COLUMN_NAME", 202, 128},
-                           {"COLUMN_GUID", 72, 16},
-                           {"COLUMN_PROPID", 19, 4},
-                           {"ORDINAL", 19, 4},
-                           {"PK_NAME", 202, 128}});
+  RowSet rs;
+  rs.columns = PrimaryKeysRowsetColumns();
   if (!family_.has_pk_function) return rs;
   const auto cat = CatalogArg(r), sch = SchemaArg(r);
   for (const auto& t : Tables(r, nullptr)) {

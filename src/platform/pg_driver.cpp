@@ -300,6 +300,7 @@ DriverQuirks PgQuirks() {
   DriverQuirks q;
   q.engine = "PostgreSQL";
   q.quote = QuoteStyle::kDoubleQuotes;
+  q.fold = NameFolding::kLower;
   q.transactional_ddl = true;
   q.has_schemas = true;
   q.dollar_quotes = true;
@@ -600,14 +601,17 @@ RowSet PgConnection::Schema(SchemaKind kind, const SchemaRestrictions& in) {
 
   std::string where = "WHERE n.nspname = $1";
   std::vector<std::string> values{*r.schema};
-  auto add = [&](const char* column, const std::optional<std::string>& v) {
+  // Names compare without regard to case, as unquoted names fold (see the quirks).
+  auto add = [&](const std::string& column, const std::optional<std::string>& v, bool name) {
     if (!v) return;
     values.push_back(*v);
-    where += std::string(" AND ") + column + " = $" + std::to_string(values.size());
+    const std::string param = "$" + std::to_string(values.size());
+    where += " AND " + (name ? "lower(" + column + ") = lower(" + param + ")"
+                             : column + " = " + param);
   };
-  add("current_database()", r.catalog);
-  add("t.relname", r.table);
-  add("i.relname", r.extra);
+  add("current_database()", r.catalog, false);
+  add("t.relname", r.table, true);
+  add("i.relname", r.extra, true);
   std::vector<const char*> params;
   for (const auto& v : values) params.push_back(v.c_str());
   Result res = Check(PQexecParams(

@@ -109,6 +109,17 @@ std::string AsciiLower(std::string s) {
   return s;
 }
 
+namespace {
+std::string FoldName(std::string name, NameFolding fold) {
+  // ASCII only: the engines fold the ASCII letters of an unquoted name and leave others alone.
+  if (fold == NameFolding::kLower)
+    for (char& c : name) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (fold == NameFolding::kUpper)
+    for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+  return name;
+}
+}  // namespace
+
 std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks) {
   char open = '[', close = ']';
   if (quirks.quote == QuoteStyle::kDoubleQuotes) open = close = '"';
@@ -189,8 +200,9 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
         out.append(sql, sc.i, std::string::npos);
         break;
       }
-      out += quirks.quote == QuoteStyle::kBrackets ? sql.substr(sc.i, j + 1 - sc.i)
-                                                   : QuoteIdentifier(name, quirks);
+      out += quirks.quote == QuoteStyle::kBrackets
+                 ? sql.substr(sc.i, j + 1 - sc.i)
+                 : QuoteIdentifier(FoldName(std::move(name), quirks.fold), quirks);
       sc.i = j + 1;
       continue;
     }

@@ -401,22 +401,9 @@ RowSet SqliteConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
   // A catalog or schema restriction other than empty matches nothing here.
   const bool none = (r.catalog && !r.catalog->empty()) || (r.schema && !r.schema->empty());
   RowSet out;
-  auto col = [](const char* name, std::int32_t type) {
-    ColumnInfo c;
-    c.name = name;
-    c.type = type;
-    c.attributes = attr::kIsNullable | attr::kMayBeNull;
-    return c;
-  };
   switch (kind) {
     case SchemaKind::kTables: {
-      for (const char* n : {"TABLE_CATALOG", "TABLE_SCHEMA", "TABLE_NAME", "TABLE_TYPE"})
-        out.columns.push_back(col(n, 202));
-      out.columns.push_back(col("TABLE_GUID", 72));
-      out.columns.push_back(col("DESCRIPTION", 203));
-      out.columns.push_back(col("TABLE_PROPID", 19));
-      out.columns.push_back(col("DATE_CREATED", 7));
-      out.columns.push_back(col("DATE_MODIFIED", 7));
+      out.columns = TablesRowsetColumns();
       if (none) break;
       const RowSet rs =
           Query("SELECT m.name, m.type FROM sqlite_master m" + where + " ORDER BY m.name", params);
@@ -430,24 +417,7 @@ RowSet SqliteConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
       break;
     }
     case SchemaKind::kColumns: {
-      for (const auto& [n, t] :
-           std::vector<std::pair<const char*, std::int32_t>>{{"TABLE_CATALOG", 202},
-                                                             {"TABLE_SCHEMA", 202},
-                                                             {"TABLE_NAME", 202},
-                                                             {"COLUMN_NAME", 202},
-                                                             {"ORDINAL_POSITION", 19},
-                                                             {"COLUMN_HASDEFAULT", 11},
-                                                             {"COLUMN_DEFAULT", 203},
-                                                             {"COLUMN_FLAGS", 19},
-                                                             {"IS_NULLABLE", 11},
-                                                             {"DATA_TYPE", 18},
-                                                             {"CHARACTER_MAXIMUM_LENGTH", 19},
-                                                             {"CHARACTER_OCTET_LENGTH", 19},
-                                                             {"NUMERIC_PRECISION", 18},
-                                                             {"NUMERIC_SCALE", 2},
-                                                             {"DATETIME_PRECISION", 19},
-                                                             {"DESCRIPTION", 203}})
-        out.columns.push_back(col(n, t));
+      out.columns = ColumnsRowsetColumns();
       if (none) break;
       if (r.extra) {
         where += " AND p.name = ? COLLATE NOCASE";
@@ -510,16 +480,7 @@ RowSet SqliteConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
       break;
     }
     case SchemaKind::kPrimaryKeys: {
-      for (const auto& [n, t] :
-           std::vector<std::pair<const char*, std::int32_t>>{{"TABLE_CATALOG", 202},
-                                                             {"TABLE_SCHEMA", 202},
-                                                             {"TABLE_NAME", 202},
-                                                             {"COLUMN_NAME", 202},
-                                                             {"COLUMN_GUID", 72},
-                                                             {"COLUMN_PROPID", 19},
-                                                             {"ORDINAL", 19},
-                                                             {"PK_NAME", 202}})
-        out.columns.push_back(col(n, t));
+      out.columns = PrimaryKeysRowsetColumns();
       if (none) break;
       const RowSet rs = Query(
           "SELECT m.name, p.name, p.pk FROM sqlite_master m JOIN pragma_table_info(m.name) p" +

@@ -186,41 +186,83 @@ TypeMapping MapTypeName(const std::string& name, std::int64_t length, std::int32
   return m;
 }
 
-std::vector<ColumnInfo> IndexRowsetColumns() {
-  static const std::pair<const char*, std::int32_t> kCols[] = {{"TABLE_CATALOG", 202},
-                                                               {"TABLE_SCHEMA", 202},
-                                                               {"TABLE_NAME", 202},
-                                                               {"INDEX_CATALOG", 202},
-                                                               {"INDEX_SCHEMA", 202},
-                                                               {"INDEX_NAME", 202},
-                                                               {"PRIMARY_KEY", 11},
-                                                               {"UNIQUE", 11},
-                                                               {"CLUSTERED", 11},
-                                                               {"TYPE", 18},
-                                                               {"FILL_FACTOR", 3},
-                                                               {"INITIAL_SIZE", 3},
-                                                               {"NULLS", 3},
-                                                               {"SORT_BOOKMARKS", 11},
-                                                               {"AUTO_UPDATE", 11},
-                                                               {"NULL_COLLATION", 3},
-                                                               {"ORDINAL_POSITION", 19},
-                                                               {"COLUMN_NAME", 202},
-                                                               {"COLUMN_GUID", 72},
-                                                               {"COLUMN_PROPID", 19},
-                                                               {"COLLATION", 2},
-                                                               {"CARDINALITY", 21},
-                                                               {"PAGES", 3},
-                                                               {"FILTER_CONDITION", 202},
-                                                               {"INTEGRATED", 11}};
+namespace {
+struct RowsetColumn {
+  const char* name;
+  std::int32_t type;
+  std::int64_t size;
+};
+
+std::vector<ColumnInfo> RowsetColumns(std::initializer_list<RowsetColumn> cols) {
   std::vector<ColumnInfo> out;
-  for (const auto& [name, type] : kCols) {
+  for (const auto& col : cols) {
     ColumnInfo c;
-    c.name = name;
-    c.type = type;
+    c.name = col.name;
+    c.type = col.type;
+    c.defined_size = col.size;
     c.attributes = attr::kIsNullable | attr::kMayBeNull;
     out.push_back(std::move(c));
   }
   return out;
+}
+}  // namespace
+
+std::vector<ColumnInfo> TablesRowsetColumns() {
+  return RowsetColumns({{"TABLE_CATALOG", 202, 128},
+                        {"TABLE_SCHEMA", 202, 128},
+                        {"TABLE_NAME", 202, 128},
+                        {"TABLE_TYPE", 202, 128},
+                        {"TABLE_GUID", 72, 16},
+                        {"DESCRIPTION", 203, 0},
+                        {"TABLE_PROPID", 19, 4},
+                        {"DATE_CREATED", 7, 8},
+                        {"DATE_MODIFIED", 7, 8}});
+}
+
+std::vector<ColumnInfo> ColumnsRowsetColumns() {
+  return RowsetColumns({{"TABLE_CATALOG", 202, 128},
+                        {"TABLE_SCHEMA", 202, 128},
+                        {"TABLE_NAME", 202, 128},
+                        {"COLUMN_NAME", 202, 128},
+                        {"ORDINAL_POSITION", 19, 4},
+                        {"COLUMN_HASDEFAULT", 11, 2},
+                        {"COLUMN_DEFAULT", 203, 0},
+                        {"COLUMN_FLAGS", 19, 4},
+                        {"IS_NULLABLE", 11, 2},
+                        {"DATA_TYPE", 18, 2},
+                        {"CHARACTER_MAXIMUM_LENGTH", 19, 4},
+                        {"CHARACTER_OCTET_LENGTH", 19, 4},
+                        {"NUMERIC_PRECISION", 18, 2},
+                        {"NUMERIC_SCALE", 2, 2},
+                        {"DATETIME_PRECISION", 19, 4},
+                        {"DESCRIPTION", 203, 0}});
+}
+
+std::vector<ColumnInfo> PrimaryKeysRowsetColumns() {
+  return RowsetColumns({{"TABLE_CATALOG", 202, 128},
+                        {"TABLE_SCHEMA", 202, 128},
+                        {"TABLE_NAME", 202, 128},
+                        {"COLUMN_NAME", 202, 128},
+                        {"COLUMN_GUID", 72, 16},
+                        {"COLUMN_PROPID", 19, 4},
+                        {"ORDINAL", 19, 4},
+                        {"PK_NAME", 202, 128}});
+}
+
+std::vector<ColumnInfo> IndexRowsetColumns() {
+  return RowsetColumns({{"TABLE_CATALOG", 202, 0},    {"TABLE_SCHEMA", 202, 0},
+                        {"TABLE_NAME", 202, 0},       {"INDEX_CATALOG", 202, 0},
+                        {"INDEX_SCHEMA", 202, 0},     {"INDEX_NAME", 202, 0},
+                        {"PRIMARY_KEY", 11, 0},       {"UNIQUE", 11, 0},
+                        {"CLUSTERED", 11, 0},         {"TYPE", 18, 0},
+                        {"FILL_FACTOR", 3, 0},        {"INITIAL_SIZE", 3, 0},
+                        {"NULLS", 3, 0},              {"SORT_BOOKMARKS", 11, 0},
+                        {"AUTO_UPDATE", 11, 0},       {"NULL_COLLATION", 3, 0},
+                        {"ORDINAL_POSITION", 19, 0},  {"COLUMN_NAME", 202, 0},
+                        {"COLUMN_GUID", 72, 0},       {"COLUMN_PROPID", 19, 0},
+                        {"COLLATION", 2, 0},          {"CARDINALITY", 21, 0},
+                        {"PAGES", 3, 0},              {"FILTER_CONDITION", 202, 0},
+                        {"INTEGRATED", 11, 0}});
 }
 
 std::vector<Variant> IndexRow(const Variant& catalog, const Variant& schema,

@@ -67,6 +67,11 @@ TypeMapping MapTypeName(const std::string& name, std::int64_t length = 0,
 
 // The columns of the indexes rowset (OLE DB's 25, in order).
 std::vector<ColumnInfo> IndexRowsetColumns();
+// The columns of the tables (20), columns (4) and primary keys (28) rowsets, with the OLE DB
+// names, types and sizes; every driver lists its rows under these.
+std::vector<ColumnInfo> TablesRowsetColumns();
+std::vector<ColumnInfo> ColumnsRowsetColumns();
+std::vector<ColumnInfo> PrimaryKeysRowsetColumns();
 // One row of the indexes rowset.
 std::vector<Variant> IndexRow(const Variant& catalog, const Variant& schema,
                               const std::string& table, const std::string& index, bool primary,

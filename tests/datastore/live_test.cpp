@@ -302,6 +302,7 @@ std::string EnvOr(const char* name, const char* fallback = "") {
 void CheckReopening(zt::CZtDataStore& ds) {
   auto c = ds.GetConnection(1);
   ASSERT_TRUE(c);
+  SCOPED_TRACE(c->Engine());
   c->Execute("CREATE TEMPORARY TABLE marker (x INT)");
   c->Close();
   EXPECT_EQ(ds.GetConnection(1), c);
@@ -309,6 +310,14 @@ void CheckReopening(zt::CZtDataStore& ds) {
   c->Execute("CREATE TEMPORARY TABLE marker (x INT)");
   EXPECT_EQ(ds.GetConnection(2), c);
   EXPECT_THROW(c->Execute("SELECT * FROM marker"), zt::ZtError);
+  // The version stamp: created with brackets, read and written with the library's own texts,
+  // some of which name the table without brackets.
+  c->Execute("CREATE TABLE [tblTesselVersion] ([tMajor] VARCHAR(10), [tMinor] VARCHAR(10))");
+  c->Execute("INSERT INTO [tblTesselVersion] ([tMajor], [tMinor]) VALUES ('7', '6')");
+  EXPECT_EQ(ds.TesselVersion(0), "7.6");
+  EXPECT_TRUE(ds.SetTesselVersion("8", "1"));
+  EXPECT_EQ(ds.TesselVersion(2), "8");
+  ds.DeleteTable("tblTesselVersion");
   c->Execute("CREATE TABLE [zt_size_probe] ([n] INT)");
   EXPECT_GT(ds.Size(), 0);
   ds.DeleteTable("zt_size_probe");

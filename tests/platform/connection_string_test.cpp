@@ -95,6 +95,11 @@ TEST(SqlTextTest, RewritesBracketsPerEngineOutsideLiteralsAndComments) {
   EXPECT_EQ(PrepareSqlText(sql, lite, "S"), sql);
   EXPECT_EQ(PrepareSqlText("UPDATE [tblTesselVersion]SET tMajor='7' ;  -- done\n", pg, "P"),
             "UPDATE \"tblTesselVersion\"SET tMajor='7'");
+  // Where unquoted names fold, bracketed ones fold alike, so both spellings reach one table.
+  DriverQuirks folding = pg;
+  folding.fold = NameFolding::kLower;
+  EXPECT_EQ(PrepareSqlText("UPDATE [tblTesselVersion] SET [tMajor]='7' WHERE x='[K]'", folding, "P"),
+            "UPDATE \"tbltesselversion\" SET \"tmajor\"='7' WHERE x='[K]'");
 
   // A second statement is refused wherever it hides; ";" inside literals is harmless.
   for (const char* bad : {"DELETE FROM t; DROP TABLE t", "SELECT 1;SELECT 2", "SELECT 'a;' ; x",
