@@ -9,3 +9,16 @@ cmake --build build -j "$(nproc)" --target ztdb
 ztdb=$PWD/build/tools/ztdb/ztdb
 "$ztdb" --version
 "$ztdb" about
+
+# A sample help-desk data store, worked on as an administrator would.
+rm -rf sample && mkdir -p sample && cd sample
+set -x
+"$ztdb" create --sample
+"$ztdb" connstr
+"$ztdb" validate
+"$ztdb" tables
+"$ztdb" version
+"$ztdb" set-version 7 7
+"$ztdb" version
+"$ztdb" delete-records tblTickets --where "fClosed = -1"
+"$ztdb" compact
