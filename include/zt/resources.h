@@ -31,8 +31,9 @@ std::string LoadCommonResString(const std::string& identifier);
 
 // Reads a resource specification "Identifier;Arg1;Arg2...": arguments must be macros
 // (<ProductShortName> ...), matched with exact case; anything else becomes "". A blank
-// specification gives "" without a lookup. Raises vbObjectError + 600 when it cannot be split.
-std::string GetTextFromResource(const std::string& specification);
+// resource specification gives "" without a lookup. Raises vbObjectError + 600 when it cannot be
+// split.
+std::string GetTextFromResource(const std::string& resource_spec);
 
 // "Culture" in the "Localization" section of the global settings, or "en-US"; read once per
 // thread.

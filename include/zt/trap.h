@@ -61,8 +61,7 @@ class Trap {
   // `type_name`: the class name ("CZtDataStore"); the location starts with it and ".". A module
   // procedure passes "" and spells its own prefix in `procedure` (".ZtStrMan_UrlEncode").
   // `line_mark` is the text between the procedure and the step number.
-  Trap(std::string_view type_name, std::string_view procedure,
-       std::string_view line_mark = kAtLine)
+  Trap(std::string_view type_name, std::string_view procedure, std::string_view line_mark = kAtLine)
       : type_name_(type_name), procedure_(procedure), line_mark_(line_mark) {}
 
   Trap& operator=(int step) {

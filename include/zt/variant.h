@@ -57,8 +57,7 @@ struct Currency {
 // Date: days since 30 December 1899, the fraction being the time of day (the OLE date).
 struct Date {
   double serial = 0;
-  static Date FromParts(int year, int month, int day, int hour = 0, int minute = 0,
-                        int second = 0);
+  static Date FromParts(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
   // Splits the serial into calendar parts (seconds rounded to the nearest).
   void ToParts(int& year, int& month, int& day, int& hour, int& minute, int& second) const;
   friend bool operator==(Date, Date) = default;
@@ -99,9 +98,8 @@ class Variant {
   Variant(VariantArray a) : v_(std::make_shared<VariantArray>(std::move(a))) {}
   // Any other integral type goes to the 32- or 64-bit kind by its width.
   template <class T>
-    requires(std::is_integral_v<T> && !std::is_same_v<T, bool> &&
-             !std::is_same_v<T, std::int32_t> && !std::is_same_v<T, std::int64_t>)
-  Variant(T i) {
+  requires(std::is_integral_v<T> && !std::is_same_v<T, bool> && !std::is_same_v<T, std::int32_t> &&
+           !std::is_same_v<T, std::int64_t>) Variant(T i) {
     if constexpr (sizeof(T) <= 4 && std::is_signed_v<T>)
       v_ = static_cast<std::int32_t>(i);
     else

@@ -150,9 +150,7 @@ class SyslogApplicationLog : public ApplicationLog {
 class PosixEnv : public Env {
  public:
   PosixEnv() : registry_(RegistryStore::OpenFile(RegistryStore::DefaultPath())) {}
-  std::chrono::system_clock::time_point Now() override {
-    return std::chrono::system_clock::now();
-  }
+  std::chrono::system_clock::time_point Now() override { return std::chrono::system_clock::now(); }
   void SleepForMilliseconds(std::int64_t ms) override {
     if (ms > 0) std::this_thread::sleep_for(std::chrono::milliseconds(ms));
   }
@@ -265,6 +263,8 @@ bool MemoryRegistryStore::WriteValue(const std::string& key, const std::string& 
   return true;
 }
 
-void MemoryRegistryStore::DeleteKey(const std::string& key) { keys_.erase(NormaliseKey(key)); }
+void MemoryRegistryStore::DeleteKey(const std::string& key) {
+  keys_.erase(NormaliseKey(key));
+}
 
 }  // namespace zt

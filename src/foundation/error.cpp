@@ -23,19 +23,32 @@ namespace rt {
 
 std::string Description(std::int32_t number) {
   switch (number) {
-    case kInvalidProcedureCall: return "Invalid procedure call or argument";
-    case kOverflow: return "Overflow";
-    case kOutOfMemory: return "Out of memory";
-    case kSubscriptOutOfRange: return "Subscript out of range";
-    case kTypeMismatch: return "Type mismatch";
-    case kFileNotFound: return "File not found";
-    case kPathFileAccess: return "Path/File access error";
-    case kObjectNotSet: return "Object variable or With block variable not set";
-    case kInvalidUseOfNull: return "Invalid use of Null";
-    case kActionNotSupported: return "Object doesn't support this action";
-    case kKeyAlreadyExists: return "This key is already associated with an element of this collection";
-    case kElementNotFound: return "Element not found";
-    default: return "Application-defined or object-defined error";
+    case kInvalidProcedureCall:
+      return "Invalid procedure call or argument";
+    case kOverflow:
+      return "Overflow";
+    case kOutOfMemory:
+      return "Out of memory";
+    case kSubscriptOutOfRange:
+      return "Subscript out of range";
+    case kTypeMismatch:
+      return "Type mismatch";
+    case kFileNotFound:
+      return "File not found";
+    case kPathFileAccess:
+      return "Path/File access error";
+    case kObjectNotSet:
+      return "Object variable or With block variable not set";
+    case kInvalidUseOfNull:
+      return "Invalid use of Null";
+    case kActionNotSupported:
+      return "Object doesn't support this action";
+    case kKeyAlreadyExists:
+      return "This key is already associated with an element of this collection";
+    case kElementNotFound:
+      return "Element not found";
+    default:
+      return "Application-defined or object-defined error";
   }
 }
 
@@ -45,8 +58,7 @@ void Raise(std::int32_t number) {
 
 }  // namespace rt
 
-std::string NotImplementedText(std::string_view type_name, std::string_view member,
-                               Accessor acc) {
+std::string NotImplementedText(std::string_view type_name, std::string_view member, Accessor acc) {
   std::string text(type_name);
   text += '.';
   text += member;

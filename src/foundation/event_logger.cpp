@@ -107,8 +107,12 @@ void CZtEventLogger::SetProperties(const Variant& properties, std::int32_t mode)
   if (properties.IsArray() && mode == kLogModeFile) ThreadState().file_log_properties = properties;
 }
 
-std::int32_t CZtEventLogger::LogMode() const { return ThreadState().log_mode; }
-void CZtEventLogger::LogMode(std::int32_t mode) { ThreadState().log_mode = mode; }
+std::int32_t CZtEventLogger::LogMode() const {
+  return ThreadState().log_mode;
+}
+void CZtEventLogger::LogMode(std::int32_t mode) {
+  ThreadState().log_mode = mode;
+}
 
 void CZtEventLogger::LogEvent(const std::string& description, ErrorInfo* err_object,
                               std::int32_t& event_type, std::int32_t& level) {
@@ -137,10 +141,10 @@ void CZtEventLogger::LogEvent(const std::string& description, ErrorInfo* err_obj
     if (!err_object || (snapshot_.Number() == 0 && snapshot_.Description().empty())) {
       WriteByMode(description, event_type);
     } else {
-      WriteByMode(description + "\t" +
-                      ErrorEventText(snapshot_.Number(), snapshot_.Source(),
-                                     snapshot_.Description()),
-                  kEventError);
+      WriteByMode(
+          description + "\t" +
+              ErrorEventText(snapshot_.Number(), snapshot_.Source(), snapshot_.Description()),
+          kEventError);
     }
   } catch (...) {  // logging never reaches the caller
   }

@@ -5,8 +5,7 @@
 namespace zt {
 
 bool IsWindowsStylePath(const std::string& folder) {
-  if (folder.size() >= 2 && std::isalpha(static_cast<unsigned char>(folder[0])) &&
-      folder[1] == ':')
+  if (folder.size() >= 2 && std::isalpha(static_cast<unsigned char>(folder[0])) && folder[1] == ':')
     return true;
   if (folder.rfind("\\\\", 0) == 0) return true;
   return folder.find('\\') != std::string::npos && folder.find('/') == std::string::npos;

@@ -110,7 +110,9 @@ std::string ExpandMacro(const std::string& arg) {
 
 }  // namespace
 
-std::optional<std::string> LoadResString(std::int32_t id) { return ThreadReader().Numbered(id); }
+std::optional<std::string> LoadResString(std::int32_t id) {
+  return ThreadReader().Numbered(id);
+}
 
 std::string LoadCommonResString(const std::string& identifier) {
   Trap at("", ".LoadCommonResString, strIdentifier=", "");
@@ -123,18 +125,18 @@ std::string LoadCommonResString(const std::string& identifier) {
       std::string());
 }
 
-std::string GetTextFromResource(const std::string& specification) {
-  if (Trim(specification).empty()) return {};
+std::string GetTextFromResource(const std::string& resource_spec) {
+  if (Trim(resource_spec).empty()) return {};
   std::vector<std::string> items;
   std::size_t start = 0;
   for (;;) {
-    auto semi = specification.find(';', start);
-    items.push_back(specification.substr(start, semi - start));
+    auto semi = resource_spec.find(';', start);
+    items.push_back(resource_spec.substr(start, semi - start));
     if (semi == std::string::npos) break;
     start = semi + 1;
   }
-  // A specification whose identifier part is empty (";<ProductShortName>") has nothing to look
-  // up: that is the "cannot be split into an identifier and arguments" case.
+  // A resource specification whose identifier part is empty (";<ProductShortName>") has nothing to
+  // look up: that is the "cannot be split into an identifier and arguments" case.
   if (Trim(items.front()).empty())
     ZtErr_Raise(600, "tslResourceStringIdNotNumeric", "", "basResourcesCommon.GetTextFromResource");
   const std::string& id = items.front();
@@ -174,7 +176,9 @@ std::string FormatMessage(const std::string& templ, const std::vector<std::strin
   return out;
 }
 
-HostInfo& ThreadHostInfo() { return ThreadState().host_info; }
+HostInfo& ThreadHostInfo() {
+  return ThreadState().host_info;
+}
 
 std::string CZtGlobalSettings::GetSetting(const std::string& section,
                                           const std::string& name) const {
@@ -189,7 +193,7 @@ std::string CZtGlobalSettings::GetSetting(const std::string& section,
 
 namespace {
 // Reads `property`, passes its text through GetTextFromResource and writes the result to
-// `target`; any failure (missing property, bad specification) leaves the item as it was.
+// `target`; any failure (missing property, bad resource specification) leaves the item as it was.
 void Relabel(IZtFormItem& item, const std::string& property, const std::string& target) {
   try {
     auto spec = item.Get(property);

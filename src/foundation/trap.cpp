@@ -52,8 +52,8 @@ ErrorInfo ToErrorInfo(std::exception_ptr ex) {
   } catch (const ZtError& e) {
     return e.Info();
   } catch (const std::bad_alloc&) {
-    return ErrorInfo{rt::kOutOfMemory, std::string(kLibrarySource),
-                     rt::Description(rt::kOutOfMemory), {}, 0};
+    return ErrorInfo{
+        rt::kOutOfMemory, std::string(kLibrarySource), rt::Description(rt::kOutOfMemory), {}, 0};
   } catch (const std::exception& e) {
     return ErrorInfo{-2147467259, std::string(kLibrarySource), e.what(), {}, 0};
   } catch (...) {
@@ -95,6 +95,8 @@ InstanceTrace::InstanceTrace(const InstanceTrace& other)
   TraceLifeCycle(type_name_, id_, " created");
 }
 
-InstanceTrace::~InstanceTrace() { TraceLifeCycle(type_name_, id_, " is terminating"); }
+InstanceTrace::~InstanceTrace() {
+  TraceLifeCycle(type_name_, id_, " is terminating");
+}
 
 }  // namespace zt

@@ -95,8 +95,9 @@ Currency Currency::FromDouble(double v) {
 }
 
 Date Date::FromParts(int year, int month, int day, int hour, int minute, int second) {
-  const std::int64_t days = DaysFromCivil(year, static_cast<unsigned>(month),
-                                          static_cast<unsigned>(day)) + kOleEpochOffset;
+  const std::int64_t days =
+      DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) +
+      kOleEpochOffset;
   const double frac = (hour * 3600.0 + minute * 60.0 + second) / 86400.0;
   // OLE dates before the epoch keep a positive time fraction after a negative day count.
   return Date{days >= 0 ? static_cast<double>(days) + frac : static_cast<double>(days) - frac};
@@ -132,10 +133,10 @@ Variant Variant::Array(std::vector<Variant> items, std::int32_t lower_bound) {
 }
 
 VarType Variant::Type() const {
-  static constexpr VarType kTypes[] = {VarType::Empty,  VarType::Null,     VarType::Boolean,
-                                       VarType::Long,   VarType::LongLong, VarType::Double,
-                                       VarType::Currency, VarType::Date,   VarType::String,
-                                       VarType::Object, VarType::Array};
+  static constexpr VarType kTypes[] = {VarType::Empty,    VarType::Null,     VarType::Boolean,
+                                       VarType::Long,     VarType::LongLong, VarType::Double,
+                                       VarType::Currency, VarType::Date,     VarType::String,
+                                       VarType::Object,   VarType::Array};
   return kTypes[v_.index()];
 }
 

@@ -606,8 +606,8 @@ RowSet PgConnection::Schema(SchemaKind kind, const SchemaRestrictions& in) {
     if (!v) return;
     values.push_back(*v);
     const std::string param = "$" + std::to_string(values.size());
-    where += " AND " + (name ? "lower(" + column + ") = lower(" + param + ")"
-                             : column + " = " + param);
+    where +=
+        " AND " + (name ? "lower(" + column + ") = lower(" + param + ")" : column + " = " + param);
   };
   add("current_database()", r.catalog, false);
   add("t.relname", r.table, true);

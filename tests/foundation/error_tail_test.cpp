@@ -67,8 +67,9 @@ TEST(ErrorTail, ReturningTailGivesTheResultHeldAtTheFailureAndClearsTheError) {
   env.log.entries.clear();
   EXPECT_EQ(w.Returning(), 3);
   ASSERT_EQ(env.log.entries.size(), 1u);
-  EXPECT_EQ(env.log.entries[0].text,
-            "CZtWidget.Count, #Line=6\tError: #13\tSource: ZtDBTools404\tDescription: Type mismatch");
+  EXPECT_EQ(
+      env.log.entries[0].text,
+      "CZtWidget.Count, #Line=6\tError: #13\tSource: ZtDBTools404\tDescription: Type mismatch");
   EXPECT_FALSE(Err().IsSet());
 }
 

@@ -1,7 +1,8 @@
+#include "zt/event_logger.h"
+
 #include <gtest/gtest.h>
 
 #include "support/test_env.h"
-#include "zt/event_logger.h"
 #include "zt/resources.h"
 
 namespace zt {

@@ -1,3 +1,5 @@
+#include "zt/resources.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -7,7 +9,6 @@
 #include "support/test_env.h"
 #include "zt/error.h"
 #include "zt/error_handling.h"
-#include "zt/resources.h"
 
 namespace zt {
 namespace {
@@ -115,7 +116,8 @@ TEST(Resources, FormLocalisationRewritesCaptionsAndTips) {
   EXPECT_EQ(form.controls[1].subs[0].props["Caption"], "Yes");
   EXPECT_EQ(form.controls[1].subs[0].props["ToolTipText"], "No");
   EXPECT_EQ(form.controls[2].subs[0].props["Text"], "Login name");
-  EXPECT_EQ(form.controls[3].props.count("Caption"), 0u);  // a bad specification changes nothing
+  EXPECT_EQ(form.controls[3].props.count("Caption"),
+            0u);  // a bad resource specification changes nothing
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
+#include "zt/variant.h"
+
 #include <gtest/gtest.h>
 
 #include "zt/error.h"
-#include "zt/variant.h"
 
 namespace zt {
 namespace {
@@ -53,7 +54,7 @@ TEST(Variant, NumericTestAndComparison) {
   EXPECT_FALSE(Variant("").IsNumeric());
   EXPECT_FALSE(Variant::Null().IsNumeric());
   EXPECT_EQ(Variant::Compare(Variant("10"), Variant(std::int32_t{9})), 1);  // numeric text
-  EXPECT_EQ(Variant::Compare(Variant("a"), Variant("B")), 1);              // binary text
+  EXPECT_EQ(Variant::Compare(Variant("a"), Variant("B")), 1);               // binary text
   EXPECT_EQ(Variant::Compare(Variant::Null(), Variant(1)), std::nullopt);
   EXPECT_TRUE(Variant::SameValue(Variant::Null(), Variant::Null()));
   EXPECT_FALSE(Variant::SameValue(Variant::Null(), Variant("")));

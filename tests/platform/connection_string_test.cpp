@@ -98,8 +98,9 @@ TEST(SqlTextTest, RewritesBracketsPerEngineOutsideLiteralsAndComments) {
   // Where unquoted names fold, bracketed ones fold alike, so both spellings reach one table.
   DriverQuirks folding = pg;
   folding.fold = NameFolding::kLower;
-  EXPECT_EQ(PrepareSqlText("UPDATE [tblTesselVersion] SET [tMajor]='7' WHERE x='[K]'", folding, "P"),
-            "UPDATE \"tbltesselversion\" SET \"tmajor\"='7' WHERE x='[K]'");
+  EXPECT_EQ(
+      PrepareSqlText("UPDATE [tblTesselVersion] SET [tMajor]='7' WHERE x='[K]'", folding, "P"),
+      "UPDATE \"tbltesselversion\" SET \"tmajor\"='7' WHERE x='[K]'");
 
   // A second statement is refused wherever it hides; ";" inside literals is harmless.
   for (const char* bad : {"DELETE FROM t; DROP TABLE t", "SELECT 1;SELECT 2", "SELECT 'a;' ; x",
