@@ -7,6 +7,7 @@
 #include "zt/datastore.h"
 #include "zt/error.h"
 #include "zt/text/compare.h"
+#include "zt/text/strings.h"
 #include "zt/trap.h"
 
 namespace zt {
@@ -33,6 +34,20 @@ CZtDataStore::CZtDataStore() {
 }
 
 CZtDataStore::~CZtDataStore() = default;
+
+// A text for a log line with every password masked. The known password goes first, whole and
+// in the 14-character form of the Jet strings: the shared masking stops at the first ";", so a
+// password holding one would otherwise leave its tail in the line. The shared masking then
+// catches passwords that the caller does not know.
+std::string CZtDataStore::MaskPasswords(const std::string& text, const std::string& password) {
+  std::string masked = text;
+  if (!password.empty()) {
+    masked = ReplaceAll(masked, password, "*", CompareMode::Binary);
+    const std::string jet_form = utf8::Left(password, kJetPasswordLength);
+    if (jet_form != password) masked = ReplaceAll(masked, jet_form, "*", CompareMode::Binary);
+  }
+  return ZtStrMan_RemovePasswordFromConnectionString(masked);
+}
 
 void CZtDataStore::Location(const std::string& value) {
   dao_conn_cache_.clear();

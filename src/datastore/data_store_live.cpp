@@ -45,15 +45,6 @@ void RetryWarning(const std::string& location, const ErrorInfo& e) {
                  kEventWarning, kLevelPropertyDiagnostic);
 }
 
-// A text for a log line with every password masked: the shared masking first, then any
-// remaining occurrence of the password the caller knows (the shared one leaves a password at the
-// very start of a string, or a second password key, as it is).
-std::string MaskPasswords(const std::string& text, const std::string& password) {
-  std::string masked = ZtStrMan_RemovePasswordFromConnectionString(text);
-  if (!password.empty()) masked = ReplaceAll(masked, password, "*", CompareMode::Binary);
-  return masked;
-}
-
 [[noreturn]] void RaiseNotAvailable(const std::string& what) {
   throw ZtError(ZtErr_ObjectErrorNumber(kNotAvailable), std::string(kTypeName), what);
 }
@@ -119,8 +110,7 @@ bool CZtDataStore::OpenDataStore(const std::string& user_name, const std::string
     at = 30;
     ZtConnOpen(*connection_, cs, user_name, password, -1, -1, -1);
     at = 40;
-    ZtLog_LogEvent("Data Store succesfully open with parameters: " +
-                       MaskPasswords(MaskedConnectionString(cs), password),
+    ZtLog_LogEvent("Data Store succesfully open with parameters: " + MaskedConnectionString(cs),
                    nullptr, kEventInformation, kLevelDiagnostic);
     return true;
   });

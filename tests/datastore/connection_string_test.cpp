@@ -80,6 +80,16 @@ TEST_F(DataStoreDefinitionTest, ConnectionStringsOfEveryProvider) {
   EXPECT_EQ(sql->ConnectionString(),
             "Driver=SQL Server;dbq=;Data Source=HDSRV;Database=HelpDesk;Uid=user1;Pwd=abc;");
 
+  // Masked for log lines and displays: the whole password goes, also one holding a ";" and
+  // the Jet form cut to 14 characters.
+  sql->Password("s3cr;et!x");
+  EXPECT_EQ(sql->MaskedConnectionString(),
+            "Driver=SQL Server;dbq=;Data Source=HDSRV;Database=HelpDesk;Uid=user1;Pwd=*;");
+  jet->Password("abcdefghi;jklmnopqrs");
+  EXPECT_EQ(jet->MaskedConnectionString(),
+            "Driver=;dbq=;Data Source=C:\\Data\\Help.mdb;SystemDB=C:\\Data\\System.mdw;"
+            "Uid=admin;Pwd=*");
+
   auto ora = Store(zt::kProviderOracle, "ORA1", "ignored");
   ora->UserName("u");
   ora->Password("p");

@@ -205,6 +205,8 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
                   const std::string& user, const std::string& password, std::int32_t options,
                   std::int32_t max_retries, std::int32_t retry_interval);
   bool IsRetryOnError(std::int32_t number);
+  // `text` with `password` (also in its Jet-length form) and every password key's value masked.
+  static std::string MaskPasswords(const std::string& text, const std::string& password);
   static std::vector<RosterEntry> RemoveSameEntries(std::vector<RosterEntry> entries);
 
   // The connection string of the cached connection when it is open, else "".
