@@ -547,16 +547,23 @@ std::vector<RosterEntry> CZtDataStore::GetUserRoster(const std::vector<RosterEnt
         auto c = GetConnection(1);
         const std::string engine = c->Engine();
         std::string sql;
+        // The roster answers "who else is in this database", so the data store's own session
+        // is never listed; on SQL Server, as in the server administration's roster, neither
+        // are processes without a host name (the server's own workers), and the login is the
+        // Windows user name.
         if (TextEquals(engine, "PostgreSQL"))
           sql =
               "SELECT COALESCE(client_hostname, host(client_addr), 'local'), usename FROM "
-              "pg_stat_activity WHERE datname = current_database()";
+              "pg_stat_activity WHERE datname = current_database() AND pid <> pg_backend_pid() "
+              "AND backend_type = 'client backend'";
         else if (TextEquals(engine, "MariaDB") || TextEquals(engine, "MySQL"))
           sql =
               "SELECT SUBSTRING_INDEX(HOST, ':', 1), USER FROM information_schema.PROCESSLIST "
-              "WHERE DB = DATABASE()";
+              "WHERE DB = DATABASE() AND ID <> CONNECTION_ID()";
         else
-          sql = "SELECT hostname, loginame FROM master..sysprocesses WHERE dbid = DB_ID()";
+          sql =
+              "SELECT rtrim(hostname), rtrim(nt_username) FROM master.dbo.sysprocesses WHERE "
+              "dbid = DB_ID() AND spid<>@@spid AND rtrim(hostname)<>''";
         at = 30;
         auto rs = c->Execute(sql);
         while (rs && rs->State() == ado::adStateOpen && !rs->Eof()) {

@@ -321,7 +321,6 @@ void CheckReopening(zt::CZtDataStore& ds) {
   c->Execute("CREATE TABLE [zt_size_probe] ([n] INT)");
   EXPECT_GT(ds.Size(), 0);
   ds.DeleteTable("zt_size_probe");
-  EXPECT_FALSE(ds.GetUserRoster().empty());
 
   // A database of its own is created on the same server and dropped again.
   auto other = std::dynamic_pointer_cast<zt::CZtDataStore>(ds.Copy());
@@ -329,6 +328,18 @@ void CheckReopening(zt::CZtDataStore& ds) {
   other->CreatePhysicalDataStore();
   EXPECT_TRUE(other->ValidateDataStore());
   EXPECT_EQ(other->GetConnection(1)->DefaultDatabase(), "zt_ds_created");
+  // The roster of a database nobody else uses: the data store's own session is not listed,
+  // a second one is.
+  EXPECT_TRUE(other->GetUserRoster().empty());
+  {
+    auto visitor = std::make_shared<zt::Connection>();
+    visitor->Open(other->ConnectionString());
+    const auto roster = other->GetUserRoster();
+    ASSERT_EQ(roster.size(), 1u);
+    EXPECT_EQ(roster[0].login_name, other->UserName());
+    EXPECT_TRUE(other->GetUserRoster({roster[0]}).empty());
+    visitor->Close();
+  }
   other->DeletePhysicalDataStore();
   EXPECT_FALSE(other->ValidateDataStore());
 }
