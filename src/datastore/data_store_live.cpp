@@ -122,6 +122,16 @@ void CZtDataStore::ZtConnOpen(Connection& connection, const std::string& connect
                               std::int32_t retry_interval) {
   if (max_retries == -1) max_retries = max_retries_;
   if (retry_interval == -1) retry_interval = retry_interval_;
+  // The engine behind a Jet store would create a missing file as an empty database, where Jet
+  // failed; an administrator who points a store at the wrong folder must hear so, and no stray
+  // file may appear there. A missing file is no transient state, so it is not retried.
+  if (provider_type_ == kProviderJet) {
+    std::string used =
+        connection_string.empty() ? connection.ConnectionString() : connection_string;
+    const std::string path = GetValueFromConnectionString("Data Source", used);
+    if (!path.empty() && !fs::exists(path))
+      throw ZtError(rt::kFileNotFound, std::string(kTypeName), "File not found: " + path);
+  }
   ApplyConfiguredProviderTable();
   std::int32_t attempt = 0;
   for (;;) {

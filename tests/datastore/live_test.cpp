@@ -198,6 +198,7 @@ TEST_F(DataStoreLiveTest, SqlServerIsNeverRetriedAndForeignErrorsFailAtOnce) {
   // no error entry of the opening itself.
   env_.log.entries.clear();
   auto odd = SqliteStore();
+  odd->CreatePhysicalDataStore();
   odd->Provider("NoSuchProvider");
   odd->MaxRetries(5);
   EXPECT_THROW(odd->OpenDataStore(), zt::ZtError);
@@ -209,6 +210,8 @@ TEST_F(DataStoreLiveTest, SqlServerIsNeverRetriedAndForeignErrorsFailAtOnce) {
 TEST_F(DataStoreLiveTest, PhysicalFileOperations) {
   auto ds = SqliteStore();
   EXPECT_FALSE(ds->ValidateDataStore());  // no file: invalid, and none is created
+  EXPECT_THROW(ds->GetConnection(1), zt::ZtError);
+  EXPECT_TRUE(env_.sleeps.empty());  // a missing file is not waited for
   EXPECT_FALSE(fs::exists(ds->FullPath()));
   ds->CreatePhysicalDataStore();
   EXPECT_TRUE(ds->ValidateDataStore());
@@ -281,6 +284,7 @@ TEST_F(DataStoreLiveTest, InitializeLinkedNamesAndConfiguredProviders) {
       << "<add key=\"Provider:Broken*\" value=\"Driver=nosuchdriver\"/>"
       << "</appSettings></configuration>";
   auto file = SqliteStore();
+  file->CreatePhysicalDataStore();
   file->Provider("HelpFile.2");
   EXPECT_TRUE(file->OpenDataStore());
   EXPECT_EQ(file->GetConnection(1)->Engine(), "SQLite");
