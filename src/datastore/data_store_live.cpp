@@ -45,6 +45,13 @@ void RetryWarning(const std::string& location, const ErrorInfo& e) {
                  kEventWarning, kLevelPropertyDiagnostic);
 }
 
+[[noreturn]] void RaiseProviderNotSupported(std::int32_t provider_type) {
+  VariantArray args;
+  args.items = {Variant(provider_type)};
+  ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
+                       std::string(kTypeName), args);
+}
+
 [[noreturn]] void RaiseNotAvailable(const std::string& what) {
   throw ZtError(ZtErr_ObjectErrorNumber(kNotAvailable), std::string(kTypeName), what);
 }
@@ -214,16 +221,23 @@ std::shared_ptr<dao::Database> CZtDataStore::OpenDAODataStore() {
   return at.Reraising([&]() -> std::shared_ptr<dao::Database> {
     at = 10;
     if (dao_) return dao_;
-    if (provider_type_ != kProviderJet) {
-      VariantArray args;
-      args.items = {Variant(provider_type_)};
-      ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
-                           std::string(kTypeName), args);
-    }
+    if (provider_type_ != kProviderJet) RaiseProviderNotSupported(provider_type_);
     at = 20;
     dao_ = dao::Database::OpenDatabase(FullPath());
     return dao_;
   });
+}
+
+// A database is created and dropped from a connection to the server itself: the definition
+// without its database name.
+std::shared_ptr<Connection> CZtDataStore::OpenServerConnection() {
+  const std::string name = name_;
+  name_.clear();
+  const std::string cs = ConnectionString();
+  name_ = name;
+  auto server = std::make_shared<Connection>();
+  ZtConnOpen(*server, cs, "", "", -1, -1, -1);
+  return server;
 }
 
 void CZtDataStore::CreatePhysicalDataStore() {
@@ -236,14 +250,7 @@ void CZtDataStore::CreatePhysicalDataStore() {
       return;
     }
     at = 20;
-    // A server database is created from a connection to the server itself: the definition
-    // without its database name.
-    auto server = std::make_shared<Connection>();
-    const std::string name = name_;
-    name_.clear();
-    const std::string cs = ConnectionString();
-    name_ = name;
-    ZtConnOpen(*server, cs, "", "", -1, -1, -1);
+    auto server = OpenServerConnection();
     at = 30;
     server->Execute("CREATE DATABASE " + Bracketed(name_));
     server->Close();
@@ -264,12 +271,7 @@ void CZtDataStore::DeletePhysicalDataStore() {
       return;
     }
     at = 30;
-    auto server = std::make_shared<Connection>();
-    const std::string name = name_;
-    name_.clear();
-    const std::string cs = ConnectionString();
-    name_ = name;
-    ZtConnOpen(*server, cs, "", "", -1, -1, -1);
+    auto server = OpenServerConnection();
     at = 40;
     server->Execute("DROP DATABASE " + Bracketed(name_));
     server->Close();
@@ -495,12 +497,8 @@ void CZtDataStore::Initialize(const std::string& param) {
     std::int32_t type = provider_type_;
     if (!type_text.empty()) type = Variant(type_text).ToInt32();
     if (type != kProviderJet && type != kProviderSqlServer && type != kProviderOracle &&
-        type != kProviderMySql) {
-      VariantArray args;
-      args.items = {Variant(type)};
-      ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
-                           std::string(kTypeName), args);
-    }
+        type != kProviderMySql)
+      RaiseProviderNotSupported(type);
     at = 30;
     // Everything is read before anything is changed, so a bad value leaves the definition as
     // it was.

@@ -209,6 +209,8 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   static std::string MaskPasswords(const std::string& text, const std::string& password);
   static std::vector<RosterEntry> RemoveSameEntries(std::vector<RosterEntry> entries);
 
+  // A new connection to the server of a server data store, with no database selected.
+  std::shared_ptr<Connection> OpenServerConnection();
   // The connection string of the cached connection when it is open, else "".
   std::string OpenConnectionString() const;
 
