@@ -19,9 +19,10 @@
 // included (";;" after an appended alternative string, the empty "dbq=" of the ODBC Jet form,
 // a Jet password cut to 14 characters).
 //
-// Failures: every member logs its failure once through the error tail and then returns its
-// default ("" or false); only CZtProvider raises (error vbObjectError + 9020 for a provider type
-// it does not know). Objects belong to the thread that created them.
+// Failures: the definition and connection-string members log a failure once through the error
+// tail and then return their default ("" or false); CZtProvider raises (error vbObjectError +
+// 9020 for a provider type it does not know); the live members of CZtDataStore say for
+// themselves (zt/datastore/data_store.h). Objects belong to the thread that created them.
 #pragma once
 
 #include <cstdint>

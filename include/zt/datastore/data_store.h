@@ -115,7 +115,8 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   // Closes an open cached connection and opens ConnectionString() with retries (MaxRetries,
   // RetryInterval, the error numbers of configuration value 503; SQL Server stores are never
   // retried). `user_name` and `password` are passed to the opening as given. Logs the masked
-  // connection string. Raises the last error when every attempt fails.
+  // connection string. Raises the last error when every attempt fails, and error 53 at once
+  // when the file of a Jet store does not exist (no empty database is created in its place).
   bool OpenDataStore(const std::string& user_name = {}, const std::string& password = {});
   // True when the data store opens and answers a query; false (logged) otherwise.
   bool ValidateDataStore();
