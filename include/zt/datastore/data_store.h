@@ -157,7 +157,8 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   // Jet: rebuilds the file through a temporary database and swaps it in; needs the file to
   // itself. Servers manage their own files: nothing is done. Raises on failure.
   void Compact();
-  // Closes the cached connection and DAO database (the objects stay, closed).
+  // Closes the cached connection (the object stays, closed, for the next opening) and closes and
+  // releases the DAO database; Attributes bit 2 is cleared with it.
   void CloseConnections();
   // The name under which `table` exists in this store: on MySQL the user table (configuration
   // value 10403) is kept as 10402; every other name is returned unchanged.
@@ -167,8 +168,8 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
   // AltConnStringOperation=...". Missing properties keep their values. An unsupported provider
   // type raises vbObjectError + 9020 and changes nothing.
   void Initialize(const std::string& param);
-  // The users connected to the data store (server process lists; none for a file), without
-  // duplicates and without the entries of `exclude`.
+  // The other users connected to the data store (server process lists; none for a file): the
+  // data store's own session is never listed; no duplicates, none of the entries of `exclude`.
   std::vector<RosterEntry> GetUserRoster(const std::vector<RosterEntry>& exclude = {});
 
   // `connection_string` (ConnectionString() when empty) with every password masked by "*",
