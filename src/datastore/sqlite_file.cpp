@@ -95,21 +95,29 @@ std::string CompactSqliteFile(const std::string& path) {
   }
   Db db = Open(path, SQLITE_OPEN_READWRITE);
   // Keep the file to ourselves while it is copied, as Jet's compaction did: a writer that
-  // slipped in during the copy would lose its work at the swap.
+  // slipped in during the copy would lose its work when the compacted pages come back.
   Exec(db.get(), "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; COMMIT;");
   try {
     Exec(db.get(), "VACUUM INTO " + Quoted(temp.string()));
-    // Closed before the swap: closing after it would make SQLite tidy up a write-ahead log by
-    // name, and that name then belongs to the new file.
-    db.reset();
-    std::error_code ec;
-    fs::rename(temp, path, ec);
-    if (ec) RaiseFile(rt::kPathFileAccess, "Path/File access error", path);
+    // The compacted pages are copied back into the same file through the engine rather than
+    // renamed over it: a program that has the file open keeps the file it opened, and after a
+    // rename that is a deleted one, on which the engine refuses every further write ("attempt
+    // to write a readonly database"). The copy is journalled, so a crash half-way leaves the
+    // old contents.
+    Db compacted = Open(temp.string(), SQLITE_OPEN_READONLY);
+    sqlite3_backup* copy = sqlite3_backup_init(db.get(), "main", compacted.get(), "main");
+    if (!copy) RaiseEngine(db.get(), sqlite3_errcode(db.get()));
+    const int rc = sqlite3_backup_step(copy, -1);
+    sqlite3_backup_finish(copy);
+    if (rc != SQLITE_DONE) RaiseEngine(db.get(), rc);
   } catch (...) {
     std::error_code ignored;
     fs::remove(temp, ignored);
     throw;
   }
+  db.reset();
+  std::error_code ignored;
+  fs::remove(temp, ignored);
   return temp.string();
 }
 

@@ -24,7 +24,8 @@ void DeleteSqliteFile(const std::string& path,
                       const std::function<void(const std::string&)>& deleted);
 
 // Rebuilds the file through a temporary database ("temp" + number + ".mdb" in the same folder)
-// and swaps it in. Needs the file to itself: while another connection holds it, this fails
+// and copies the result back into the same file, so connections that other programs hold stay
+// on it. Needs the file to itself: while another connection holds it, this fails
 // with the engine's busy error and the file is left as it was. Returns the temporary name used.
 std::string CompactSqliteFile(const std::string& path);
 
