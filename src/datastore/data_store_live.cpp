@@ -346,8 +346,15 @@ void CZtDataStore::MovePhysicalDataStore(const std::string& new_location) {
     at = 20;
     const fs::path from = fs::path(FullPath());
     const fs::path to = fs::path(JoinPath(new_location, name_));
+    // Links and "." or ".." are resolved before the comparison; a path that cannot be resolved
+    // is compared as written (two failures must not look like one and the same file).
+    auto resolved = [](const fs::path& p) {
+      std::error_code failed;
+      fs::path r = fs::weakly_canonical(p, failed);
+      return failed ? fs::absolute(p, failed).lexically_normal() : r;
+    };
     std::error_code ec;
-    if (fs::weakly_canonical(from, ec) == fs::weakly_canonical(to, ec)) {
+    if (resolved(from) == resolved(to)) {
       VariantArray args;
       args.items = {Variant(to.string())};
       ZtErr_RaiseFormatted(kSourceSameAsTarget, "ERR_SOURCE_SAME_AS_TARGET", std::string(kTypeName),
