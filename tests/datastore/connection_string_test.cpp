@@ -10,6 +10,7 @@
 #include <string>
 
 #include "support/test_env.h"
+#include "zt/config.h"
 #include "zt/datastore.h"
 #include "zt/error.h"
 
@@ -32,6 +33,7 @@ class DataStoreDefinitionTest : public ::testing::Test {
   void Configure(const std::string& entries) {
     std::ofstream(dir_ / "ztdbtools.zt.config")
         << "<configuration><appSettings>" << entries << "</appSettings></configuration>";
+    zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());
   }
   std::shared_ptr<zt::CZtDataStore> Store(std::int32_t type, const std::string& location,
                                           const std::string& name) {
@@ -133,12 +135,17 @@ TEST_F(DataStoreDefinitionTest, AlternativeStringAndIntegratedSecurity) {
   sql->AltConnStringOperation(zt::kAltConnAppend);
   EXPECT_EQ(sql->ConnectionString(), built);  // nor append
 
-  Configure("<add key=\"203\" value=\"1\"/><add key=\"10452\" value=\"SQLOLEDB\"/>");
+  Configure("<add key=\"203\" value=\"1\"/>");
   auto trusted = Store(zt::kProviderSqlServer, "HDSRV", "HelpDesk");
   trusted->UserName("user1");
   trusted->Password("abc");
   EXPECT_EQ(trusted->ConnectionString(),
-            "Provider=SQLOLEDB;Data Source=HDSRV;Database=HelpDesk;Uid=user1;Pwd=abc;"
+            "Provider=MSOLEDBSQL;Data Source=HDSRV;Database=HelpDesk;Uid=user1;Pwd=abc;"
+            "Integrated Security=SSPI;");
+  // The provider name is configurable as well.
+  Configure("<add key=\"203\" value=\"1\"/><add key=\"10452\" value=\"SQLOLEDB\"/>");
+  EXPECT_EQ(Store(zt::kProviderSqlServer, "HDSRV", "HelpDesk")->ConnectionString(),
+            "Provider=SQLOLEDB;Data Source=HDSRV;Database=HelpDesk;Uid=;Pwd=;"
             "Integrated Security=SSPI;");
   std::string none;
   EXPECT_EQ(trusted->DAOConnectionString(none, none),
