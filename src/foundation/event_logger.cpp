@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "foundation/ansi.h"
 #include "foundation/paths.h"
 #include "foundation/thread_state.h"
 #include "foundation/utf8.h"
@@ -166,8 +167,8 @@ void CZtEventLogger::WriteByMode(const std::string& text, std::int32_t event_typ
     if (format.empty()) format = line_format_;
   }
   if (props->Contains(1)) path = props->at(1).IsNull() ? std::string() : props->at(1).ToText();
-  std::string line = FormatLine(format, text, event_type);
-  Env::Current().AppendToFile(path, line);
+  // The log file has always been an ANSI text file; its readers expect Windows-1252 bytes.
+  Env::Current().AppendToFile(path, ansi::Encode(FormatLine(format, text, event_type)));
 }
 
 std::string CZtEventLogger::FormatLine(const std::string& format, const std::string& text,
