@@ -126,6 +126,11 @@ void CZtEventLogger::LogEvent(const std::string& description, ErrorInfo* err_obj
   // rather than recursing.
   if (s.logging) return;
   s.logging = true;
+  // Cleared on every way out: a logger left "busy" would drop the thread's events for good.
+  struct BusyFlag {
+    bool& flag;
+    ~BusyFlag() { flag = false; }
+  } busy{s.logging};
 
   bool captured = false;
   if (!err_object) {
@@ -151,7 +156,6 @@ void CZtEventLogger::LogEvent(const std::string& description, ErrorInfo* err_obj
   }
 
   if (captured) snapshot_.Restore(err_object ? *err_object : Err());
-  s.logging = false;
 }
 
 void CZtEventLogger::WriteByMode(const std::string& text, std::int32_t event_type) {
