@@ -194,9 +194,9 @@ namespace {
 // `target`; any failure (missing property, bad resource specification) leaves the item as it was.
 void Relabel(IZtFormItem& item, const std::string& property, const std::string& target) {
   try {
-    auto spec = item.Get(property);
-    if (!spec) return;
-    item.Set(target, GetTextFromResource(*spec));
+    auto resource_spec = item.Get(property);
+    if (!resource_spec) return;
+    item.Set(target, GetTextFromResource(*resource_spec));
   } catch (...) {
   }
 }
