@@ -36,11 +36,17 @@ void FuzzEncoders(const std::string& text) {
   zt::ZtStrMan_GetNullTerminatedString(text);
 }
 
-void FuzzPropertyStrings(FuzzedDataProvider& in, const std::string& text) {
+void FuzzPropertyStrings(FuzzedDataProvider& in, const std::string& text,
+                         const zt::testing::RecordingEnv& env) {
   const std::string name = in.ConsumeRandomLengthString(16);
   const std::string item_delimiter = in.ConsumeRandomLengthString(3);
   const std::string kv_delimiter = in.ConsumeRandomLengthString(3);
   zt::ZtStrMan_GetProperty_FromString(text, name, item_delimiter, kv_delimiter);
+  // Reading the password itself must never put its value in the diagnostic.
+  zt::ZtStrMan_GetProperty_FromString(text, "Password", item_delimiter, kv_delimiter);
+  const std::string diagnostic = ".ZtStrMan_GetProperty, Property:Password=";
+  for (const auto& entry : env.log.entries)
+    if (entry.text.rfind(diagnostic, 0) == 0) Check(entry.text == diagnostic + "*");
   std::int32_t limit = in.ConsumeIntegralInRange<std::int32_t>(-3, 4);
   zt::ZtStrMan_GetProperty(zt::Variant::Array({zt::Variant(text), zt::Variant(name)}), name,
                            kv_delimiter, limit);
@@ -99,7 +105,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       FuzzEncoders(text);
       break;
     case 1:
-      FuzzPropertyStrings(in, text);
+      FuzzPropertyStrings(in, text, env);
       break;
     default:
       FuzzEscaping(in, text);

@@ -130,9 +130,10 @@ ErrorInfo ToErrorInfo(std::exception_ptr ex);
 // Per-thread instance numbers: 1 to 2147483646, then 1 again.
 std::int32_t NextInstanceId();
 
-// The life-cycle trace of an object: logs "'" + type + "' instance " + n + " created" when
-// constructed and "... is terminating" when destroyed (event type 4, level 64). A class holds
-// one as a member; a copy of an object is a new instance and takes a new number.
+// The life-cycle trace of an object: hands "'" + type + "' instance " + n + " created" to the
+// thread's error-handler service when constructed and "... is terminating" when destroyed (no
+// error, event type 4, level 64); a failure to log is swallowed. A class holds one as a member;
+// a copy of an object is a new instance and takes a new number.
 class InstanceTrace {
  public:
   explicit InstanceTrace(std::string_view type_name);

@@ -2,6 +2,7 @@
 
 #include <ctime>
 
+#include "foundation/ansi.h"
 #include "foundation/paths.h"
 #include "foundation/thread_state.h"
 #include "foundation/utf8.h"
@@ -125,6 +126,11 @@ void CZtEventLogger::LogEvent(const std::string& description, ErrorInfo* err_obj
   // rather than recursing.
   if (s.logging) return;
   s.logging = true;
+  // Cleared on every way out: a logger left "busy" would drop the thread's events for good.
+  struct BusyFlag {
+    bool& flag;
+    ~BusyFlag() { flag = false; }
+  } busy{s.logging};
 
   bool captured = false;
   if (!err_object) {
@@ -150,7 +156,6 @@ void CZtEventLogger::LogEvent(const std::string& description, ErrorInfo* err_obj
   }
 
   if (captured) snapshot_.Restore(err_object ? *err_object : Err());
-  s.logging = false;
 }
 
 void CZtEventLogger::WriteByMode(const std::string& text, std::int32_t event_type) {
@@ -166,8 +171,8 @@ void CZtEventLogger::WriteByMode(const std::string& text, std::int32_t event_typ
     if (format.empty()) format = line_format_;
   }
   if (props->Contains(1)) path = props->at(1).IsNull() ? std::string() : props->at(1).ToText();
-  std::string line = FormatLine(format, text, event_type);
-  Env::Current().AppendToFile(path, line);
+  // The log file has always been an ANSI text file; its readers expect Windows-1252 bytes.
+  Env::Current().AppendToFile(path, ansi::Encode(FormatLine(format, text, event_type)));
 }
 
 std::string CZtEventLogger::FormatLine(const std::string& format, const std::string& text,

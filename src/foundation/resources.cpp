@@ -89,11 +89,9 @@ ResourceReader& ThreadReader() {
   return *reader;
 }
 
-std::string Trim(const std::string& s) {
-  auto b = s.find_first_not_of(" \t");
-  if (b == std::string::npos) return {};
-  auto e = s.find_last_not_of(" \t");
-  return s.substr(b, e - b + 1);
+// The run time's Trim: spaces only; a tab is text.
+bool IsBlank(const std::string& s) {
+  return s.find_first_not_of(' ') == std::string::npos;
 }
 
 // Only a whole argument equal to a macro, in exact case, is one; everything else is "".
@@ -126,7 +124,7 @@ std::string LoadCommonResString(const std::string& identifier) {
 }
 
 std::string GetTextFromResource(const std::string& resource_spec) {
-  if (Trim(resource_spec).empty()) return {};
+  if (IsBlank(resource_spec)) return {};
   std::vector<std::string> items;
   std::size_t start = 0;
   for (;;) {
@@ -137,7 +135,7 @@ std::string GetTextFromResource(const std::string& resource_spec) {
   }
   // A resource specification whose identifier part is empty (";<ProductShortName>") has nothing to
   // look up: that is the "cannot be split into an identifier and arguments" case.
-  if (Trim(items.front()).empty())
+  if (IsBlank(items.front()))
     ZtErr_Raise(600, "tslResourceStringIdNotNumeric", "", "basResourcesCommon.GetTextFromResource");
   const std::string& id = items.front();
   if (items.size() == 1) return LoadCommonResString(id);
@@ -196,9 +194,9 @@ namespace {
 // `target`; any failure (missing property, bad resource specification) leaves the item as it was.
 void Relabel(IZtFormItem& item, const std::string& property, const std::string& target) {
   try {
-    auto spec = item.Get(property);
-    if (!spec) return;
-    item.Set(target, GetTextFromResource(*spec));
+    auto resource_spec = item.Get(property);
+    if (!resource_spec) return;
+    item.Set(target, GetTextFromResource(*resource_spec));
   } catch (...) {
   }
 }

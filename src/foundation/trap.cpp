@@ -76,12 +76,17 @@ std::int32_t NextInstanceId() {
 
 namespace {
 void TraceLifeCycle(std::string_view type_name, std::int32_t id, const char* what) {
-  std::string text = "'";
-  text += type_name;
-  text += "' instance ";
-  text += std::to_string(id);
-  text += what;
-  ZtLog_LogEvent(text, nullptr, kEventInformation, kLevelLifeCycle);
+  // Life-cycle traces go through the same service as the error tails, so a host that replaces
+  // the service sees them too. A trace runs in destructors: nothing may escape it.
+  try {
+    std::string text = "'";
+    text += type_name;
+    text += "' instance ";
+    text += std::to_string(id);
+    text += what;
+    ErrorHandler().LogError(text, nullptr, kEventInformation, kLevelLifeCycle);
+  } catch (...) {
+  }
 }
 }  // namespace
 

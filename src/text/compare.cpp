@@ -1,9 +1,9 @@
 #include "zt/text/compare.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 
+#include "foundation/ansi.h"
 #include "foundation/utf8.h"
 #include "text/chars.h"
 #include "zt/error.h"
@@ -71,12 +71,6 @@ constexpr FoldRange kFolds[] = {
     {0xFF21, 0xFF3A, FoldRange::kOffset, 0x20},
 };
 
-// Windows-1252 bytes 0x80 to 0x9F; 0 marks the five bytes the code page leaves unassigned.
-constexpr std::array<char16_t, 32> kAnsiHigh = {
-    0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
-    0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
-    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
-
 std::size_t ToIndex(std::int64_t start) {
   return start < 1 ? 0 : static_cast<std::size_t>(start - 1);
 }
@@ -95,19 +89,11 @@ char32_t FoldCase(char32_t cp) {
 }
 
 unsigned char AnsiCode(char32_t cp) {
-  if (cp < 0x80 || (cp >= 0xA0 && cp <= 0xFF)) return static_cast<unsigned char>(cp);
-  for (std::size_t i = 0; i < kAnsiHigh.size(); ++i) {
-    // An unassigned byte round-trips through the C1 control of the same number.
-    char32_t mapped = kAnsiHigh[i] != 0 ? kAnsiHigh[i] : static_cast<char32_t>(0x80 + i);
-    if (mapped == cp) return static_cast<unsigned char>(0x80 + i);
-  }
-  return '?';
+  return ansi::FromCodePoint(cp);
 }
 
 char32_t AnsiToUnicode(unsigned char byte) {
-  if (byte < 0x80 || byte >= 0xA0) return byte;
-  char16_t mapped = kAnsiHigh[byte - 0x80];
-  return mapped != 0 ? mapped : byte;
+  return ansi::ToCodePoint(byte);
 }
 
 namespace text_detail {

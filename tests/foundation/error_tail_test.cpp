@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "foundation/thread_state.h"
 #include "support/test_env.h"
 #include "zt/error_handling.h"
 #include "zt/trap.h"
@@ -108,9 +109,29 @@ TEST(InstanceTrace, NumbersPerThreadAndLogsCreationAndTermination) {
 
   // After 2147483646 the numbers start at 1 again.
   RecordingEnv fresh;
-  std::int32_t last = 0;
-  for (int i = 0; i < 3; ++i) last = NextInstanceId();
-  EXPECT_EQ(last, 3);
+  EXPECT_EQ(NextInstanceId(), 1);
+  ThreadState().instance_counter = 2147483644;
+  EXPECT_EQ(NextInstanceId(), 2147483645);
+  EXPECT_EQ(NextInstanceId(), 2147483646);
+  EXPECT_EQ(NextInstanceId(), 1);
+
+  // The traces go through the thread's error-handler service, like the error tails.
+  struct Collecting : IZtErrorHandler {
+    std::vector<std::string> texts;
+    void LogError(const std::string& text, ErrorInfo* err, std::int32_t event_type,
+                  std::int32_t level) override {
+      EXPECT_EQ(err, nullptr);
+      EXPECT_EQ(event_type, 4);
+      EXPECT_EQ(level, 64);
+      texts.push_back(text);
+    }
+  };
+  auto handler = std::make_shared<Collecting>();
+  SetErrorHandler(handler);
+  { Widget w; }
+  SetErrorHandler(nullptr);
+  EXPECT_EQ(handler->texts, (std::vector<std::string>{"'CZtWidget' instance 2 created",
+                                                      "'CZtWidget' instance 2 is terminating"}));
 }
 
 TEST(ErrorHandling, ObjectErrorArithmeticAndOverflow) {

@@ -111,6 +111,13 @@ TEST(EventLogger, FileLineKeepsTheLiteralFormat) {
   EXPECT_EQ(env.files.count("/other.log"), 0u);
   EXPECT_NE(env.files["/logs/zt.log"].find("Type: Information\\tagain"), std::string::npos);
 
+  // The file is ANSI text: one Windows-1252 byte per character, "?" for what it cannot hold.
+  logger.SetProperties(Variant::Array({Variant("%3"), Variant("/ansi.log")}), 8);
+  ZtLog_LogEvent("Zürich €5 Ω", nullptr, 4, 32);
+  EXPECT_EQ(env.files["/ansi.log"],
+            "Z\xFCrich \x80"
+            "5 ?");
+
   // An array without element 0 writes an empty line.
   logger.SetProperties(Variant::Array({Variant("/empty.log")}, 1), 8);
   ZtLog_LogEvent("dropped", nullptr, 4, 32);

@@ -26,6 +26,8 @@ TEST(Resources, MacroExpansionRules) {
             "This data provider is not yet supported: ");
   EXPECT_EQ(GetTextFromResource("PROVIDER_SQL"), "Microsoft SQL Server");
   EXPECT_EQ(GetTextFromResource("   "), "");
+  // Only spaces count as blank: a tab is looked up as an (unknown) identifier and gives "".
+  EXPECT_EQ(GetTextFromResource("\t;<ProductShortName>"), "");
   try {
     GetTextFromResource(";<ProductShortName>");
     FAIL();
