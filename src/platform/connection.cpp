@@ -23,6 +23,19 @@ std::optional<std::string> Restriction(const VariantArray* a, std::int32_t i) {
   if (v.IsEmpty() || v.IsNull()) return std::nullopt;
   return v.ToText();
 }
+// `e` with every occurrence of `password` in its Description masked. Drivers word their login
+// failures themselves; whatever a driver chooses to repeat, the password does not travel on
+// into error handlers and logs. Passwords shorter than four characters are left alone, as
+// masking them would garble the message while hiding next to nothing.
+ZtError WithoutPassword(const ZtError& e, const std::string& password) {
+  std::string text = e.Description();
+  if (password.size() < 4 || text.find(password) == std::string::npos) return e;
+  for (std::size_t at = text.find(password); at != std::string::npos;
+       at = text.find(password, at + 4))
+    text.replace(at, password.size(), "****");
+  return ZtError(e.Number(), e.Source(), text, e.HelpFile(), e.HelpContext());
+}
+
 }  // namespace
 
 namespace platform {
@@ -51,7 +64,11 @@ void Connection::Open(const std::string& connection_string, const std::string& u
     RaiseAdo(AdoError::kProviderNotFound, kConnectionSource, "(driver " + params.driver + ")");
   auto session = std::make_shared<platform::Session>();
   session->provider = params.provider.empty() ? params.driver : params.provider;
-  session->backend = (*factory)(params);
+  try {
+    session->backend = (*factory)(params);
+  } catch (const ZtError& e) {
+    throw WithoutPassword(e, params.password);
+  }
   session->backend->SetCommandTimeout(command_timeout_);
   session_ = std::move(session);
   connection_string_ = text;
@@ -222,7 +239,14 @@ BulkInserter::~BulkInserter() = default;
 void BulkInserter::AddRow(const std::vector<Variant>& values) {
   if (!writer_) RaiseAdo(AdoError::kObjectClosed, kConnectionSource);
   if (values.size() != columns_) RaiseAdo(AdoError::kInvalidArgument, kConnectionSource);
-  session_->Guard([&] { writer_->AddRow(values); });
+  try {
+    session_->Guard([&] { writer_->AddRow(values); });
+  } catch (const ZtError&) {
+    // The load is over: dropping the writer takes back every row sent so far, and a later row
+    // cannot land outside the load's transaction.
+    writer_.reset();
+    throw;
+  }
 }
 
 void BulkInserter::Finish() {

@@ -185,17 +185,24 @@ std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string
   return std::nullopt;
 }
 
-std::string OdbcQuote(const std::string& value) {
-  const bool needs = value.find_first_of(";{}") != std::string::npos ||
-                     (!value.empty() && (std::isspace(static_cast<unsigned char>(value.front())) ||
-                                         std::isspace(static_cast<unsigned char>(value.back()))));
-  if (!needs) return value;
+namespace {
+std::string Braced(const std::string& value) {
   std::string out = "{";
   for (char c : value) {
     out += c;
     if (c == '}') out += '}';
   }
   return out + "}";
+}
+}  // namespace
+
+std::string OdbcQuote(const std::string& value) {
+  // A leading quote is braced too: some drivers read '...' and "..." as quoting of their own.
+  const bool needs = value.find_first_of(";{}") != std::string::npos ||
+                     (!value.empty() && (std::isspace(static_cast<unsigned char>(value.front())) ||
+                                         std::isspace(static_cast<unsigned char>(value.back())) ||
+                                         value.front() == '"' || value.front() == '\''));
+  return needs ? Braced(value) : value;
 }
 
 const std::vector<ProviderEntry>& ProviderTable() {
@@ -297,14 +304,7 @@ std::string ConnectParams::OdbcConnectionString() const {
   auto add = [&](const std::string& key, const std::string& value) {
     if (!key.empty()) s += key + "=" + OdbcQuote(value) + ";";
   };
-  if (!odbc_driver.empty()) {
-    std::string braced = "{";
-    for (char c : odbc_driver) {
-      braced += c;
-      if (c == '}') braced += '}';
-    }
-    s += "Driver=" + braced + "};";
-  }
+  if (!odbc_driver.empty()) s += "Driver=" + Braced(odbc_driver) + ";";
   if (!data_source.empty()) add(odbc_server_key, data_source);
   if (port != 0) add("Port", std::to_string(port));
   if (!database.empty()) add(odbc_database_key, database);

@@ -66,7 +66,9 @@ struct DriverQuirks {
   NameFolding fold = NameFolding::kNone;     // applied to `[name]` as it is rewritten
   bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
   RowCountStyle row_count = RowCountStyle::kMatched;
-  bool backslash_escapes = false;  // '\'' escapes a quote inside a literal (MySQL)
+  bool backslash_escapes = false;  // '\'' and "\"" escape a quote inside a literal (MySQL)
+  bool mysql_comments = false;     // "#" comments; "--" needs a blank after it; "/*!" runs (MySQL)
+  bool escape_strings = false;     // E'...' literals take backslash escapes (PostgreSQL)
   bool dollar_quotes = false;      // $tag$ ... $tag$ is a literal (PostgreSQL)
   bool keyset_cursors = false;     // the engine itself keeps keysets (else emulated)
   bool read_only = false;          // every write is refused (Access files via MDB Tools)
@@ -127,6 +129,34 @@ class BulkWriterBackend {
   // this load is kept.
   virtual void Finish() = 0;
 };
+
+class ConnectionBackend;
+
+// The transaction of one bulk load: begun by the constructor, rolled back by Abandon or by the
+// destructor unless Commit succeeded. Errors of the rollback are swallowed: the caller needs the
+// error that ended the load, not this one.
+class BulkTransaction {
+ public:
+  explicit BulkTransaction(ConnectionBackend& conn);  // throws ZtError when BEGIN fails
+  ~BulkTransaction() { Abandon(); }
+  BulkTransaction(const BulkTransaction&) = delete;
+  BulkTransaction& operator=(const BulkTransaction&) = delete;
+  bool Open() const { return open_; }
+  // Raises 3704 (object closed) once the load has ended: a row sent after a failure would
+  // otherwise be written outside any transaction and kept.
+  void RequireOpen() const;
+  // Commits; when the commit fails, rolls back and rethrows its error.
+  void Commit();
+  void Abandon();
+
+ private:
+  ConnectionBackend& conn_;
+  bool open_ = false;
+};
+
+// "INSERT INTO t (a, b) VALUES (?, ?)" with `rows` lists of "?", names quoted for the engine.
+std::string InsertText(const DriverQuirks& quirks, const std::string& table,
+                       const std::vector<std::string>& columns, std::size_t rows);
 
 // The four schema rowsets that the layer lists (their OLE DB numbers).
 enum class SchemaKind : int { kColumns = 4, kIndexes = 12, kTables = 20, kPrimaryKeys = 28 };
@@ -208,8 +238,8 @@ struct ConnectParams {
   std::vector<std::pair<std::string, std::string>> extra;
 
   // The DSN-less ODBC connection string: Driver, server (with ",port" or Port=), database, user,
-  // password, fixed keys, then the extra keys; values holding ";", "{", "}" or outer blanks are
-  // brace-quoted (a "}" doubled), so a value can never inject another key.
+  // password, fixed keys, then the extra keys; every value goes through OdbcQuote, so a value
+  // can never inject another key.
   std::string OdbcConnectionString() const;
 };
 
@@ -235,7 +265,8 @@ ConnectionKeys SplitConnectionString(const std::string& text);
 // Value of `key` (case-insensitive), or nullopt.
 std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string& key);
 
-// Quotes an ODBC attribute value with braces when it holds ";", "{", "}" or outer blanks.
+// Quotes an ODBC attribute value with braces ("}" doubled inside) when it holds ";", "{", "}",
+// outer blanks or a leading quote character, so that it can never end early or add a key.
 std::string OdbcQuote(const std::string& value);
 
 // Translates an OLE DB connection string through the provider table. User and password given

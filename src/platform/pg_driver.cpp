@@ -228,9 +228,6 @@ void AppendCopyField(std::string& line, const Variant& v) {
   }
 }
 
-constexpr const char* kReadOnly =
-    "The PostgreSQL data source is open read-only: only SELECT statements can be run";
-
 struct ResultDeleter {
   void operator()(PGresult* r) const { PQclear(r); }
 };
@@ -304,6 +301,7 @@ DriverQuirks PgQuirks() {
   q.transactional_ddl = true;
   q.has_schemas = true;
   q.dollar_quotes = true;
+  q.escape_strings = true;
   q.row_identity = "ctid";
   return q;
 }
@@ -513,23 +511,14 @@ class PgStatement : public StatementBackend {
   std::int64_t rows_affected_ = -1;
 };
 
-// The statement's first word, upper-cased.
-std::string FirstWord(const std::string& sql) {
-  std::size_t i = sql.find_first_not_of(" \t\r\n(");
-  std::string word;
-  while (i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i])))
-    word += static_cast<char>(std::toupper(static_cast<unsigned char>(sql[i++])));
-  return word;
-}
-
 bool IsQueryWord(const std::string& w) {
   return w == "SELECT" || w == "WITH" || w == "VALUES" || w == "SHOW";
 }
 
 void PgStatement::Execute() {
-  const std::string word = FirstWord(sql_);
+  const std::string word = FirstKeyword(sql_);
   const bool query = IsQueryWord(word);
-  if (conn_.Quirks().read_only && !query) RaiseSqlState(conn_.source(), "42501", 0, kReadOnly);
+  if (conn_.Quirks().read_only && !query) RaiseReadOnly(conn_.source(), "PostgreSQL");
   if (!query && word != "INSERT" && word != "UPDATE" && word != "DELETE") conn_.ForgetCatalog();
   conn_.ApplyTimeout();
   result_.reset();
@@ -643,8 +632,8 @@ RowSet PgConnection::Schema(SchemaKind kind, const SchemaRestrictions& in) {
 class CopyBulk : public BulkWriterBackend {
  public:
   CopyBulk(PgConnection& conn, const std::string& table, const std::vector<std::string>& columns)
-      : conn_(conn), width_(columns.size()) {
-    if (conn.Quirks().read_only) RaiseSqlState(conn.source(), "42501", 0, kReadOnly);
+      : conn_(conn) {
+    if (conn.Quirks().read_only) RaiseReadOnly(conn.source(), "PostgreSQL");
     std::string sql = "COPY " + QuoteIdentifier(table, conn.Quirks()) + " (";
     for (std::size_t i = 0; i < columns.size(); ++i)
       sql += (i ? ", " : "") + QuoteIdentifier(columns[i], conn.Quirks());
@@ -660,11 +649,7 @@ class CopyBulk : public BulkWriterBackend {
     }
   }
   void AddRow(const std::vector<Variant>& values) override {
-    if (!open_) RaiseSqlState(conn_.source(), "HY010", 0, "The bulk load has ended");
-    if (values.size() != width_)
-      RaiseSqlState(conn_.source(), "07002", 0,
-                    "A bulk row has " + std::to_string(values.size()) + " values for " +
-                        std::to_string(width_) + " columns");
+    if (!open_) RaiseAdo(AdoError::kObjectClosed, "ADODB.Connection", "(the bulk load has ended)");
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (i) buffer_ += '\t';
       AppendCopyField(buffer_, values[i]);
@@ -700,7 +685,6 @@ class CopyBulk : public BulkWriterBackend {
   }
 
   PgConnection& conn_;
-  std::size_t width_;
   std::string buffer_;
   bool open_ = false;
 };

@@ -112,6 +112,28 @@ TEST(SqlTextTest, RewritesBracketsPerEngineOutsideLiteralsAndComments) {
   EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT 'a\\'; DROP TABLE t; --'", my, "M"); }), 0);
   EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT 'a\\'; DROP TABLE t; --'", lite, "S"); }),
             Hr(0x80040E14));
+  // Each engine's own reading of literals and comments decides where a ";" stands: MySQL's "#"
+  // comments, its "--" that needs a blank, its executable "/*!" comments and backslashes in
+  // "..." text; PostgreSQL's E'...' literals.
+  my.mysql_comments = true;
+  DriverQuirks pg_e = pg;
+  pg_e.escape_strings = true;
+  const std::pair<const char*, const DriverQuirks*> smuggled[] = {
+      {"SELECT 1 # '\n; DROP TABLE t; -- '", &my},
+      {"SELECT 1 --1; DROP TABLE t", &my},
+      {"SELECT 1 /*! ; DROP TABLE t */", &my},
+      {"SELECT \"\\\"\"; DROP TABLE t; -- \"", &my},
+      {"SELECT E'a\\''; DROP TABLE t; --'", &pg_e},
+      {"CREATE TABLE trigger (begin int); DROP TABLE x", &lite}};
+  for (const auto& [bad, quirks] : smuggled) {
+    SCOPED_TRACE(bad);
+    EXPECT_EQ(ErrorNumber([&] { PrepareSqlText(bad, *quirks, "X"); }), Hr(0x80040E14));
+  }
+  for (const char* fine : {"SELECT 1 -- c; x\n", "SELECT '#;' # c; x", "SELECT \"a\\\";\""}) {
+    SCOPED_TRACE(fine);
+    EXPECT_EQ(ErrorNumber([&] { PrepareSqlText(fine, my, "M"); }), 0);
+  }
+  EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT E'it\\'s; ok', type'x;'", pg_e, "P"); }), 0);
 
   // Semicolons inside a trigger body or a dollar-quoted body belong to the statement.
   const std::string trigger =

@@ -1,6 +1,8 @@
 // One suite for every engine: what the layer above relies on, checked on real databases.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "engines.h"
 #include "zt/platform.h"
 
@@ -363,6 +365,19 @@ TEST_P(EngineTest, PreparedStatementsAndBulk) {
     BulkInserter abandoned(*cn, "zt_bulk", {"id", "code"});
     abandoned.AddRow({1000, "X"});
   }  // never finished: nothing kept
+  EXPECT_EQ(Count("zt_bulk"), 500);
+  {
+    // A duplicate key ends the load where the engine notices it (at its row or at Finish);
+    // every call after that is refused, and nothing of the load is kept.
+    BulkInserter failing(*cn, "zt_bulk", {"id", "code"});
+    std::vector<std::int32_t> errors;
+    for (int id : {2000, 1, 2001}) errors.push_back(ZT_ERROR_NUMBER(failing.AddRow({id, "D"})));
+    errors.push_back(ZT_ERROR_NUMBER(failing.Finish()));
+    const auto first = std::find_if(errors.begin(), errors.end(), [](auto n) { return n != 0; });
+    ASSERT_NE(first, errors.end());
+    EXPECT_EQ(*first, Hr(0x80040E2F));
+    for (auto later = first + 1; later != errors.end(); ++later) EXPECT_EQ(*later, Hr(0x800A0E78));
+  }
   EXPECT_EQ(Count("zt_bulk"), 500);
 
   PreparedStatement upd(*cn, "UPDATE [zt_bulk] SET [qty] = ? WHERE [id] <= ?");
