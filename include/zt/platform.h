@@ -391,9 +391,10 @@ class Recordset : public Object {
   void Update();
   void CancelUpdate();
   void Delete();
-  // Writes every pending change in one transaction (or in the caller's open transaction); on
-  // any failure the transaction is rolled back, the table is as it was, the changes stay
-  // pending and the error is raised.
+  // Writes every pending change in one transaction; on any failure that transaction is rolled
+  // back, the table is as it was, the changes stay pending and the error is raised. Inside a
+  // transaction the caller opened with BeginTrans the writes join it instead: after a failure
+  // the rows written so far stay in that transaction until the caller rolls it back.
   void UpdateBatch();
   // Drops every pending change.
   void CancelBatch();

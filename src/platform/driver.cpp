@@ -221,16 +221,16 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
   return out;
 }
 
-BulkTransaction::BulkTransaction(ConnectionBackend& conn) : conn_(conn) {
+ScopedTransaction::ScopedTransaction(ConnectionBackend& conn) : conn_(conn) {
   conn_.BeginTransaction();
   open_ = true;
 }
 
-void BulkTransaction::RequireOpen() const {
+void ScopedTransaction::RequireOpen() const {
   if (!open_) RaiseAdo(AdoError::kObjectClosed, "ADODB.Connection", "(the bulk load has ended)");
 }
 
-void BulkTransaction::Commit() {
+void ScopedTransaction::Commit() {
   open_ = false;
   try {
     conn_.Commit();
@@ -241,7 +241,7 @@ void BulkTransaction::Commit() {
   }
 }
 
-void BulkTransaction::Abandon() {
+void ScopedTransaction::Abandon() {
   if (!open_) return;
   open_ = false;
   try {
@@ -287,7 +287,7 @@ class PreparedInsertBulk : public BulkWriterBackend {
 
  private:
   std::unique_ptr<StatementBackend> st_;
-  BulkTransaction tx_;
+  ScopedTransaction tx_;
 };
 
 }  // namespace

@@ -132,15 +132,15 @@ class BulkWriterBackend {
 
 class ConnectionBackend;
 
-// The transaction of one bulk load: begun by the constructor, rolled back by Abandon or by the
-// destructor unless Commit succeeded. Errors of the rollback are swallowed: the caller needs the
-// error that ended the load, not this one.
-class BulkTransaction {
+// A transaction of the layer's own (a bulk load, a guarded write): begun by the constructor,
+// rolled back by Abandon or by the destructor unless Commit succeeded. Errors of the rollback
+// are swallowed: the caller needs the error that ended the work, not this one.
+class ScopedTransaction {
  public:
-  explicit BulkTransaction(ConnectionBackend& conn);  // throws ZtError when BEGIN fails
-  ~BulkTransaction() { Abandon(); }
-  BulkTransaction(const BulkTransaction&) = delete;
-  BulkTransaction& operator=(const BulkTransaction&) = delete;
+  explicit ScopedTransaction(ConnectionBackend& conn);  // throws ZtError when BEGIN fails
+  ~ScopedTransaction() { Abandon(); }
+  ScopedTransaction(const ScopedTransaction&) = delete;
+  ScopedTransaction& operator=(const ScopedTransaction&) = delete;
   bool Open() const { return open_; }
   // Raises 3704 (object closed) once the load has ended: a row sent after a failure would
   // otherwise be written outside any transaction and kept.

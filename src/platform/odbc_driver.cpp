@@ -1057,7 +1057,7 @@ class MultiRowBulk : public BulkWriterBackend {
   std::size_t batch_rows_;
   std::vector<Variant> pending_;
   std::unique_ptr<StatementBackend> full_, tail_;
-  BulkTransaction tx_;
+  ScopedTransaction tx_;
 };
 
 std::unique_ptr<BulkWriterBackend> OdbcConnection::BeginBulk(
