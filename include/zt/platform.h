@@ -150,9 +150,10 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   bool IsAlive();
 
   // Runs one statement. `records_affected` receives the rows changed (-1 for a query). Returns a
-  // forward-only read-only recordset over the rows, closed when the statement returns none or
-  // `options` holds adExecuteNoRecords.
-  // A second statement in the text is refused (0x80040E14).
+  // forward-only read-only recordset over the rows (it shares this connection's session),
+  // closed when the statement returns none or `options` holds adExecuteNoRecords.
+  // A second statement in the text is refused (0x80040E14) before anything runs. Raises 3704
+  // when closed and the engine's error when the statement fails.
   std::shared_ptr<Recordset> Execute(const std::string& sql,
                                      std::int64_t* records_affected = nullptr,
                                      std::int32_t options = -1);
@@ -201,10 +202,11 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
 };
 
 // A statement prepared once and run many times with new values (the library's bulk work).
+// It keeps the connection's engine session alive until it is destroyed, even past Close.
 class PreparedStatement {
  public:
-  // Prepares `sql` ("?" for each parameter) on `connection` (raises 3704 when closed, the
-  // engine's error for bad SQL).
+  // Prepares `sql` ("?" for each parameter; one statement, as for Connection::Execute) on
+  // `connection`. Raises 3704 when the connection is closed, the engine's error for bad SQL.
   PreparedStatement(const Connection& connection, const std::string& sql);
   ~PreparedStatement();
   PreparedStatement(const PreparedStatement&) = delete;
@@ -213,7 +215,9 @@ class PreparedStatement {
   int ParameterCount();
   // Binds parameter `index` (0-based); the value is copied. Raises 3001 for a bad index.
   void Bind(int index, const Variant& value);
-  // Runs the statement; returns the rows changed. Values stay bound for the next run.
+  // Runs the statement; returns the rows changed. Values stay bound for the next run. Raises
+  // the engine's error; what a failed run changed is undone by the engine, as for any single
+  // statement.
   std::int64_t Execute();
 
  private:
@@ -222,17 +226,27 @@ class PreparedStatement {
   int parameters_ = 0;
 };
 
-// Loads rows into one table as fast as the engine allows (COPY on PostgreSQL, one prepared
-// INSERT in one transaction elsewhere). Nothing is kept when Finish is not reached.
+// Loads rows into one table as fast as the engine allows (COPY on PostgreSQL, prepared INSERTs
+// in one transaction elsewhere). All or nothing: the rows are kept only when Finish succeeds.
+// A load that fails, or is destroyed before Finish, leaves the table as it was. It keeps the
+// connection's engine session alive until it is destroyed.
 class BulkInserter {
  public:
+  // Starts the load of `columns` of `table` (plain names, quoted here for the engine). Raises
+  // 3704 when the connection is closed, 3219 inside a transaction opened with BeginTrans (the
+  // load runs in its own), the engine's error for an unknown table or column (some engines only
+  // report that with the first rows).
   BulkInserter(const Connection& connection, const std::string& table,
                const std::vector<std::string>& columns);
   ~BulkInserter();
   BulkInserter(const BulkInserter&) = delete;
   BulkInserter& operator=(const BulkInserter&) = delete;
-  // One value per column, in the constructor's order (else 3001).
+  // One value per column, in the constructor's order (else 3001, and the load goes on). The
+  // engine may report a bad row here or only at Finish; after such an error the load is over:
+  // nothing of it is kept and every later call raises 3704.
   void AddRow(const std::vector<Variant>& values);
+  // Writes what is pending and commits. Raises the engine's error (nothing kept then), or 3704
+  // when the load is already over.
   void Finish();
 
  private:
@@ -257,7 +271,8 @@ class Command : public Object {
   std::vector<Variant>& Parameters() { return parameters_; }
 
   // Runs the text on the active connection under this command's time-out (the connection's own
-  // time-out is restored afterwards). Raises 3704 without an open connection.
+  // time-out is restored afterwards), as Connection::Execute does (one statement; options
+  // adExecuteNoRecords). Raises 3704 without an open connection, the engine's error otherwise.
   std::shared_ptr<Recordset> Execute(std::int64_t* records_affected = nullptr,
                                      std::int32_t options = -1);
 

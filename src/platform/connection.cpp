@@ -23,6 +23,10 @@ std::optional<std::string> Restriction(const VariantArray* a, std::int32_t i) {
   if (v.IsEmpty() || v.IsNull()) return std::nullopt;
   return v.ToText();
 }
+bool NoRecords(std::int32_t options) {
+  return options > 0 && (options & ado::adExecuteNoRecords);
+}
+
 // `e` with every occurrence of `password` in its Description masked. Drivers word their login
 // failures themselves; whatever a driver chooses to repeat, the password does not travel on
 // into error handlers and logs. Passwords shorter than four characters are left alone, as
@@ -102,8 +106,7 @@ std::shared_ptr<Recordset> Connection::Execute(const std::string& sql,
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  const bool no_records = options > 0 && (options & ado::adExecuteNoRecords);
-  if (!stmt->Columns().empty() && !no_records) {
+  if (!stmt->Columns().empty() && !NoRecords(options)) {
     rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
     rs->connection_ = weak_from_this().lock();
   }
@@ -260,8 +263,7 @@ void Command::SetCommandTimeout(std::int32_t seconds) {
   timeout_ = seconds;
 }
 
-std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected,
-                                            std::int32_t /*options*/) {
+std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected, std::int32_t options) {
   if (!connection_) RaiseAdo(AdoError::kObjectClosed, kCommandSource);
   platform::Session& s = connection_->RequireSession();
   auto stmt = s.PrepareText(text_);
@@ -276,7 +278,7 @@ std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected,
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  if (!stmt->Columns().empty()) {
+  if (!stmt->Columns().empty() && !NoRecords(options)) {
     rs->OpenStatement(connection_->SessionPtr(), std::move(stmt), /*stream=*/true);
     rs->connection_ = connection_;
   }

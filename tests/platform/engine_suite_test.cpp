@@ -392,6 +392,7 @@ TEST_P(EngineTest, PreparedStatementsAndBulk) {
   cmd.SetCommandText("SELECT COUNT(*) FROM [zt_bulk] WHERE [qty] = ?");
   cmd.Parameters() = {7};
   EXPECT_EQ(cmd.Execute()->Fields(0).Value().ToInt32(), 10);
+  EXPECT_EQ(cmd.Execute(nullptr, adExecuteNoRecords)->State(), adStateClosed);
 }
 
 TEST_P(EngineTest, LoginFailuresAndLostSessions) {
