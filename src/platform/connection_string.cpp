@@ -40,21 +40,21 @@ bool IsAccessFile(const std::string& path) {
 }
 
 const std::vector<ProviderEntry>& BuiltInProviders() {
-  // MariaDB's ODBC driver counts changed rows unless Option=2 asks for matched rows; the layer's
-  // optimistic update check needs matched rows. FreeTDS only honours a login time-out when the
-  // TDS version is given.
+  // The keys a target driver always needs (MariaDB's Option=2, FreeTDS's TDS_Version ...) are
+  // added by the ODBC driver's family table, whichever provider or Driver= name led there; the
+  // fixed keys of an entry are for tables read from the configuration.
   static const std::vector<ProviderEntry> table = {
       {"Microsoft.Jet.OLEDB.*", "sqlite", "", "", "", {}},
       {"Microsoft.ACE.OLEDB.*", "sqlite", "", "", "", {}},
       {"SQLite*", "sqlite", "", "", "", {}},
-      {"MSOLEDBSQL*", "odbc", "FreeTDS", "Server", "Database", {{"TDS_Version", "7.4"}}},
-      {"SQLOLEDB*", "odbc", "FreeTDS", "Server", "Database", {{"TDS_Version", "7.4"}}},
-      {"SQLNCLI*", "odbc", "FreeTDS", "Server", "Database", {{"TDS_Version", "7.4"}}},
+      {"MSOLEDBSQL*", "odbc", "FreeTDS", "Server", "Database", {}},
+      {"SQLOLEDB*", "odbc", "FreeTDS", "Server", "Database", {}},
+      {"SQLNCLI*", "odbc", "FreeTDS", "Server", "Database", {}},
       {"OraOLEDB.Oracle*", "odbc", "Oracle", "DBQ", "", {}},
       {"MSDAORA*", "odbc", "Oracle", "DBQ", "", {}},
-      {"MySQLProv*", "odbc", "MariaDB Unicode", "Server", "Database", {{"Option", "2"}}},
-      {"MySQL*", "odbc", "MariaDB Unicode", "Server", "Database", {{"Option", "2"}}},
-      {"MariaDB*", "odbc", "MariaDB Unicode", "Server", "Database", {{"Option", "2"}}},
+      {"MySQLProv*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
+      {"MySQL*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
+      {"MariaDB*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
       {"PostgreSQL*", "postgresql", "", "", "", {}},
       {"PGNP*", "postgresql", "", "", "", {}},
       {"MSDASQL*", "odbc", "", "Server", "Database", {}},

@@ -9,6 +9,7 @@
 #include "platform/criteria.h"
 #include "platform/driver.h"
 #include "platform/errors.h"
+#include "platform/odbc_driver.h"
 #include "platform/sql_text.h"
 
 namespace zt::platform {
@@ -36,9 +37,10 @@ TEST(ConnectionStringTest, SplitsQuotedValuesAndTranslatesKeys) {
   EXPECT_EQ(p.port, 1444);
   EXPECT_EQ(p.database, "Tessel");
   EXPECT_EQ(p.login_timeout, 7);
-  EXPECT_EQ(p.OdbcConnectionString(),
-            "Driver={FreeTDS};Server=db1;Port=1444;Database=Tessel;UID=sa;PWD=x;"
-            "TDS_Version=7.4;App=Tessel;");
+  // The target driver's own keys come from its family, after the caller's.
+  EXPECT_EQ(odbc::ConnectionStringFor(p, odbc::FamilyForDriver(p.odbc_driver)),
+            "Driver={FreeTDS};Server=db1;Port=1444;Database=Tessel;UID=sa;PWD=x;App=Tessel;"
+            "TDS_Version=7.4;ClientCharset=UTF-8;");
 
   // Separate user and password win; a value holding ";" or braces cannot add a key.
   const ConnectParams q = ParseConnectionString(
