@@ -564,6 +564,10 @@ OdbcConnection::OdbcConnection(const ConnectParams& params)
     SQLFreeHandle(SQL_HANDLE_DBC, dbc_);
     dbc_ = SQL_NULL_HDBC;
     if (records.empty()) records.push_back({"08001", 0, "Unable to connect to data source"});
+    // A login that ran out of time is a failed connection like any other ("Login timeout
+    // expired" came as 0x80004005), so the data store's retry list applies to it too.
+    for (auto& r : records)
+      if (r.sqlstate == "HYT00" || r.sqlstate == "HYT01") r.sqlstate = "08001";
     RaiseDiagnostics(source_, family_, records);
   }
 }
