@@ -141,7 +141,8 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // (a refused or missing server is 0x80004005). On failure the connection stays closed.
   void Open(const std::string& connection_string = {}, const std::string& user = {},
             const std::string& password = {}, std::int32_t options = -1);
-  // Closes the session; open recordsets keep reading what they hold. No error when closed.
+  // Closes the session; a transaction still open is rolled back, and open recordsets keep
+  // reading what they hold. No error when closed.
   void Close();
   // adStateOpen (1) or adStateClosed (0). A connection that a failed statement found dead
   // reports closed.

@@ -79,6 +79,15 @@ void Connection::Open(const std::string& connection_string, const std::string& u
 }
 
 void Connection::Close() {
+  // Recordsets may keep the session alive past this point: a transaction left open would hold
+  // its locks until the last of them goes, so it is rolled back here, as the old objects did.
+  if (session_ && session_->transaction_level > 0 && !session_->broken) {
+    session_->transaction_level = 0;
+    try {
+      session_->backend->Rollback();
+    } catch (const ZtError&) {
+    }
+  }
   session_.reset();
 }
 

@@ -76,6 +76,17 @@ TEST_P(EngineTest, Transactions) {
   EXPECT_EQ(Count("zt_tx"), 2);
   EXPECT_FALSE(cn->InTransaction());
   EXPECT_EQ(ZT_ERROR_NUMBER(cn->CommitTrans()), Hr(0x800A0C93));
+
+  // Closing with a transaction open takes it back, even while a recordset keeps the session.
+  cn->BeginTrans();
+  cn->Execute("INSERT INTO [zt_tx] ([id], [code]) VALUES (4, 'T4')");
+  Recordset held;
+  held.Open("SELECT [id] FROM [zt_tx]", cn, adOpenStatic);
+  cn->Close();
+  cn->Open();
+  EXPECT_EQ(Count("zt_tx"), 2);
+  cn->Execute("INSERT INTO [zt_tx] ([id], [code]) VALUES (5, 'T5')");  // no lock left behind
+  EXPECT_EQ(Count("zt_tx"), 3);
 }
 
 TEST_P(EngineTest, CursorsAndMoves) {
