@@ -66,15 +66,17 @@ struct DriverQuirks {
   NameFolding fold = NameFolding::kNone;     // applied to `[name]` as it is rewritten
   bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
   RowCountStyle row_count = RowCountStyle::kMatched;
-  bool backslash_escapes = false;  // '\'' and "\"" escape a quote inside a literal (MySQL)
-  bool mysql_comments = false;     // "#" comments; "--" needs a blank after it; "/*!" runs (MySQL)
-  bool escape_strings = false;     // E'...' literals take backslash escapes (PostgreSQL)
-  bool dollar_quotes = false;      // $tag$ ... $tag$ is a literal (PostgreSQL)
-  bool keyset_cursors = false;     // the engine itself keeps keysets (else emulated)
-  bool read_only = false;          // every write is refused (Access files via MDB Tools)
-  bool index_rowset = true;        // the indexes rowset can be listed safely
-  bool has_schemas = true;         // TABLE_SCHEMA is meaningful (false: SQLite, MySQL)
-  std::string row_identity;        // hidden row id usable in WHERE ("rowid", "ctid")
+  bool backslash_escapes = false;   // '\'' and "\"" escape a quote inside a literal (MySQL)
+  bool mysql_comments = false;      // "#" comments; "--" needs a blank after it; "/*!" runs (MySQL)
+  bool escape_strings = false;      // E'...' literals take backslash escapes (PostgreSQL)
+  bool dollar_quotes = false;       // $tag$ ... $tag$ is a literal (PostgreSQL)
+  bool keyset_cursors = false;      // the engine itself keeps keysets (else emulated)
+  bool read_only = false;           // every write is refused (Access files via MDB Tools)
+  bool index_rowset = true;         // the indexes rowset can be listed safely
+  bool has_schemas = true;          // TABLE_SCHEMA is meaningful (false: SQLite, MySQL)
+  std::string row_identity;         // hidden row id usable in WHERE ("rowid", "ctid")
+  bool row_identity_moves = false;  // each write gives the row a new identity, which the
+                                    // statement hands back with RETURNING (PostgreSQL's ctid)
 };
 
 // One column of a result, described once when a statement is executed.

@@ -303,6 +303,7 @@ DriverQuirks PgQuirks() {
   q.dollar_quotes = true;
   q.escape_strings = true;
   q.row_identity = "ctid";
+  q.row_identity_moves = true;
   return q;
 }
 

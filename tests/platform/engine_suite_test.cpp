@@ -224,6 +224,30 @@ TEST_P(EngineTest, ImmediateEdits) {
   ro.Open("SELECT * FROM [zt_edit]", cn, adOpenStatic, adLockReadOnly);
   EXPECT_EQ(ZT_ERROR_NUMBER(ro.Fields("qty").SetValue(1)), Hr(0x800A0CB3));
   EXPECT_EQ(ZT_ERROR_NUMBER(ro.AddNew()), Hr(0x800A0CB3));
+
+  // A table without a key: the same row, added or read, can be changed again and again (on
+  // PostgreSQL every write moves the row to a new ctid).
+  cn->Execute("DROP TABLE IF EXISTS [zt_nokey]");
+  cn->Execute("CREATE TABLE [zt_nokey] ([a] INTEGER, [b] VARCHAR(10))");
+  cn->Execute("INSERT INTO [zt_nokey] ([a], [b]) VALUES (1, 'x')");
+  Recordset nk;
+  nk.Open("zt_nokey", cn, adOpenKeyset, adLockOptimistic, adCmdTable);
+  nk.AddNew();
+  nk.Fields("a").SetValue(2);
+  nk.Update();
+  for (const char* b : {"y", "z"}) {
+    nk.MoveFirst();
+    nk.Fields("b").SetValue(b);
+    nk.Update();
+    nk.MoveLast();
+    nk.Fields("b").SetValue(b);
+    nk.Update();
+  }
+  EXPECT_EQ(Count("zt_nokey", "[b] = 'z'"), 2);
+  nk.Delete();
+  EXPECT_EQ(Count("zt_nokey"), 1);
+  nk.Close();
+  cn->Execute("DROP TABLE [zt_nokey]");
 }
 
 TEST_P(EngineTest, BatchUpdates) {
