@@ -172,7 +172,8 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   void SetCommandTimeout(std::int32_t seconds);  // 0 = no limit; negative raises 3001
   std::int32_t ConnectionTimeout() const { return connection_timeout_; }
   void SetConnectionTimeout(std::int32_t seconds) { connection_timeout_ = seconds; }
-  // The provider named in the connection string ("Microsoft.Jet.OLEDB.4.0").
+  // The provider named in the connection string ("Microsoft.Jet.OLEDB.4.0"); without one,
+  // "MSDASQL" when the string names a Driver=, else "SQLite" (the embedded engine it opens).
   std::string Provider() const;
   // The engine's name from the driver ("SQLite", "PostgreSQL", "MariaDB" ...), "" when closed.
   std::string Engine() const;

@@ -67,7 +67,7 @@ void Connection::Open(const std::string& connection_string, const std::string& u
   if (!factory)
     RaiseAdo(AdoError::kProviderNotFound, kConnectionSource, "(driver " + params.driver + ")");
   auto session = std::make_shared<platform::Session>();
-  session->provider = params.provider.empty() ? params.driver : params.provider;
+  session->provider = params.provider;
   try {
     session->backend = (*factory)(params);
   } catch (const ZtError& e) {
@@ -165,11 +165,17 @@ void Connection::SetCommandTimeout(std::int32_t seconds) {
 
 std::string Connection::Provider() const {
   if (session_) return session_->provider;
+  // Closed: the provider the stored string would open (the embedded engine when it names none
+  // and has no Driver=), or the name as written when no table entry knows it.
   try {
-    const auto keys = platform::SplitConnectionString(connection_string_);
-    return platform::FindKey(keys, "Provider").value_or("MSDASQL");
+    return platform::ParseConnectionString(connection_string_).provider;
   } catch (const ZtError&) {
-    return {};
+    try {
+      return platform::FindKey(platform::SplitConnectionString(connection_string_), "Provider")
+          .value_or("");
+    } catch (const ZtError&) {
+      return {};
+    }
   }
 }
 

@@ -272,6 +272,7 @@ ConnectParams ParseConnectionString(const std::string& text, const std::string& 
   });
   if (entry == table.end())
     RaiseAdo(AdoError::kProviderNotFound, "ADODB.Connection", "(" + provider + ")");
+  p.provider = provider;
   p.driver = entry->driver;
   if (p.odbc_driver.empty()) p.odbc_driver = entry->odbc_driver;
   p.odbc_server_key = entry->odbc_server_key;

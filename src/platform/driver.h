@@ -220,7 +220,8 @@ class ConnectionBackend {
 // The parameters of one connection, after the OLE DB connection string has gone through the
 // provider table. Passwords stay here and are never written to a log or an error text.
 struct ConnectParams {
-  std::string provider;     // as the caller wrote it ("Microsoft.Jet.OLEDB.4.0", "MSDASQL" ...)
+  std::string provider;     // as the caller wrote it ("Microsoft.Jet.OLEDB.4.0", "MSDASQL" ...);
+                            // without one, "MSDASQL" when Driver= is given, else "SQLite"
   std::string driver;       // registry name of the backend ("sqlite", "odbc", "postgresql" ...)
   std::string data_source;  // file path or server name, without the port
   int port = 0;             // 0 = the driver's default

@@ -48,6 +48,7 @@ TEST(ConnectionStringTest, SplitsQuotedValuesAndTranslatesKeys) {
   EXPECT_EQ(q.OdbcConnectionString(),
             "Driver={MariaDB Unicode};Server=h;Database=d;UID=u;PWD={a;PWD=b}}{};");
   EXPECT_EQ(OdbcQuote(" x"), "{ x}");
+  EXPECT_EQ(OdbcQuote("'x"), "{'x}");  // a driver could read a leading quote as its own
   EXPECT_EQ(OdbcQuote("plain"), "plain");
 
   EXPECT_EQ(ParseConnectionString("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=/x/a.db").driver,
