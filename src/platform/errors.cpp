@@ -100,6 +100,12 @@ void RaiseSqlState(const std::string& source, const std::string& sqlstate, std::
                 message + " (" + std::to_string(native) + ")");
 }
 
+std::string DriverMessage(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' '))
+    text.pop_back();
+  return text;
+}
+
 void RaiseReadOnly(const std::string& source, const std::string& engine) {
   RaiseSqlState(
       source, "42501", 0,

@@ -422,9 +422,7 @@ std::vector<DiagRecord> CollectDiagnostics(short handle_type, void* handle) {
     DiagRecord r;
     r.sqlstate = reinterpret_cast<const char*>(state);
     r.native = native;
-    r.message = reinterpret_cast<const char*>(msg.data());
-    while (!r.message.empty() && (r.message.back() == '\n' || r.message.back() == '\r'))
-      r.message.pop_back();
+    r.message = DriverMessage(reinterpret_cast<const char*>(msg.data()));
     out.push_back(std::move(r));
   }
   return out;

@@ -332,9 +332,7 @@ PgConnection::PgConnection(const ConnectParams& p)
       options.c_str(),       nullptr};
   conn_ = PQconnectdbParams(keys, values, 0);
   if (PQstatus(conn_) != CONNECTION_OK) {
-    std::string message = conn_ ? PQerrorMessage(conn_) : "out of memory";
-    while (!message.empty() && (message.back() == '\n' || message.back() == ' '))
-      message.pop_back();
+    const std::string message = DriverMessage(conn_ ? PQerrorMessage(conn_) : "out of memory");
     // libpq gives no SQLSTATE for a failed start-up; its text tells a refused login apart.
     const bool login = message.find("authentication failed") != std::string::npos ||
                        message.find("password") != std::string::npos;
@@ -349,8 +347,7 @@ PgConnection::PgConnection(const ConnectParams& p)
 void PgConnection::Fail(const PGresult* r) const {
   const char* code = r ? PQresultErrorField(r, PG_DIAG_SQLSTATE) : nullptr;
   std::string state = code ? code : "";
-  std::string message = r ? PQresultErrorMessage(r) : PQerrorMessage(conn_);
-  while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
+  const std::string message = DriverMessage(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
   if (state.empty()) state = PQstatus(conn_) == CONNECTION_BAD ? "08006" : "HY000";
   // PostgreSQL's own error code is its SQLSTATE: it stands where other engines put a number.
   throw ZtError(HResultForSqlState(state, message), source_, message + " (" + state + ")");
