@@ -187,7 +187,10 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // adSchemaPrimaryKeys (28), with the OLE DB column names. `restrictions` is Empty or an array
   // of catalog, schema, table and, for tables TABLE_TYPE, for columns COLUMN_NAME, for indexes
   // INDEX_NAME; Empty elements do not restrict; an empty schema means the default schema.
-  // Other rowsets raise 3251. The result is a static read-only recordset.
+  // (PostgreSQL takes an absent schema as its default schema too, so that its system catalogs
+  // stay out of the lists.) Other rowsets raise 3251; the indexes rowset of a driver that cannot
+  // list indexes safely (MDB Tools) raises 3251 as well. The result is a static read-only
+  // recordset that keeps the session alive; the engine's error is raised when the query fails.
   std::shared_ptr<Recordset> OpenSchema(std::int32_t schema, const Variant& restrictions = {});
 
   // For the layer's own use and for drivers: the session, or nullptr when closed.
