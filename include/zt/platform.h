@@ -141,7 +141,8 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // (a refused or missing server is 0x80004005). On failure the connection stays closed.
   void Open(const std::string& connection_string = {}, const std::string& user = {},
             const std::string& password = {}, std::int32_t options = -1);
-  // Closes the session; open recordsets keep reading what they hold. No error when closed.
+  // Closes the session; a transaction still open is rolled back, and open recordsets keep
+  // reading what they hold. No error when closed.
   void Close();
   // adStateOpen (1) or adStateClosed (0). A connection that a failed statement found dead
   // reports closed.
@@ -150,9 +151,10 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   bool IsAlive();
 
   // Runs one statement. `records_affected` receives the rows changed (-1 for a query). Returns a
-  // forward-only read-only recordset over the rows, closed when the statement returns none or
-  // `options` holds adExecuteNoRecords.
-  // A second statement in the text is refused (0x80040E14).
+  // forward-only read-only recordset over the rows (it shares this connection's session),
+  // closed when the statement returns none or `options` holds adExecuteNoRecords.
+  // A second statement in the text is refused (0x80040E14) before anything runs. Raises 3704
+  // when closed and the engine's error when the statement fails.
   std::shared_ptr<Recordset> Execute(const std::string& sql,
                                      std::int64_t* records_affected = nullptr,
                                      std::int32_t options = -1);
@@ -170,7 +172,8 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   void SetCommandTimeout(std::int32_t seconds);  // 0 = no limit; negative raises 3001
   std::int32_t ConnectionTimeout() const { return connection_timeout_; }
   void SetConnectionTimeout(std::int32_t seconds) { connection_timeout_ = seconds; }
-  // The provider named in the connection string ("Microsoft.Jet.OLEDB.4.0").
+  // The provider named in the connection string ("Microsoft.Jet.OLEDB.4.0"); without one,
+  // "MSDASQL" when the string names a Driver=, else "SQLite" (the embedded engine it opens).
   std::string Provider() const;
   // The engine's name from the driver ("SQLite", "PostgreSQL", "MariaDB" ...), "" when closed.
   std::string Engine() const;
@@ -184,7 +187,10 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // adSchemaPrimaryKeys (28), with the OLE DB column names. `restrictions` is Empty or an array
   // of catalog, schema, table and, for tables TABLE_TYPE, for columns COLUMN_NAME, for indexes
   // INDEX_NAME; Empty elements do not restrict; an empty schema means the default schema.
-  // Other rowsets raise 3251. The result is a static read-only recordset.
+  // (PostgreSQL takes an absent schema as its default schema too, so that its system catalogs
+  // stay out of the lists.) Other rowsets raise 3251; the indexes rowset of a driver that cannot
+  // list indexes safely (MDB Tools) raises 3251 as well. The result is a static read-only
+  // recordset that keeps the session alive; the engine's error is raised when the query fails.
   std::shared_ptr<Recordset> OpenSchema(std::int32_t schema, const Variant& restrictions = {});
 
   // For the layer's own use and for drivers: the session, or nullptr when closed.
@@ -201,10 +207,11 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
 };
 
 // A statement prepared once and run many times with new values (the library's bulk work).
+// It keeps the connection's engine session alive until it is destroyed, even past Close.
 class PreparedStatement {
  public:
-  // Prepares `sql` ("?" for each parameter) on `connection` (raises 3704 when closed, the
-  // engine's error for bad SQL).
+  // Prepares `sql` ("?" for each parameter; one statement, as for Connection::Execute) on
+  // `connection`. Raises 3704 when the connection is closed, the engine's error for bad SQL.
   PreparedStatement(const Connection& connection, const std::string& sql);
   ~PreparedStatement();
   PreparedStatement(const PreparedStatement&) = delete;
@@ -213,7 +220,9 @@ class PreparedStatement {
   int ParameterCount();
   // Binds parameter `index` (0-based); the value is copied. Raises 3001 for a bad index.
   void Bind(int index, const Variant& value);
-  // Runs the statement; returns the rows changed. Values stay bound for the next run.
+  // Runs the statement; returns the rows changed. Values stay bound for the next run. Raises
+  // the engine's error; what a failed run changed is undone by the engine, as for any single
+  // statement.
   std::int64_t Execute();
 
  private:
@@ -222,17 +231,27 @@ class PreparedStatement {
   int parameters_ = 0;
 };
 
-// Loads rows into one table as fast as the engine allows (COPY on PostgreSQL, one prepared
-// INSERT in one transaction elsewhere). Nothing is kept when Finish is not reached.
+// Loads rows into one table as fast as the engine allows (COPY on PostgreSQL, prepared INSERTs
+// in one transaction elsewhere). All or nothing: the rows are kept only when Finish succeeds.
+// A load that fails, or is destroyed before Finish, leaves the table as it was. It keeps the
+// connection's engine session alive until it is destroyed.
 class BulkInserter {
  public:
+  // Starts the load of `columns` of `table` (plain names, quoted here for the engine). Raises
+  // 3704 when the connection is closed, 3219 inside a transaction opened with BeginTrans (the
+  // load runs in its own), the engine's error for an unknown table or column (some engines only
+  // report that with the first rows).
   BulkInserter(const Connection& connection, const std::string& table,
                const std::vector<std::string>& columns);
   ~BulkInserter();
   BulkInserter(const BulkInserter&) = delete;
   BulkInserter& operator=(const BulkInserter&) = delete;
-  // One value per column, in the constructor's order (else 3001).
+  // One value per column, in the constructor's order (else 3001, and the load goes on). The
+  // engine may report a bad row here or only at Finish; after such an error the load is over:
+  // nothing of it is kept and every later call raises 3704.
   void AddRow(const std::vector<Variant>& values);
+  // Writes what is pending and commits. Raises the engine's error (nothing kept then), or 3704
+  // when the load is already over.
   void Finish();
 
  private:
@@ -257,7 +276,8 @@ class Command : public Object {
   std::vector<Variant>& Parameters() { return parameters_; }
 
   // Runs the text on the active connection under this command's time-out (the connection's own
-  // time-out is restored afterwards). Raises 3704 without an open connection.
+  // time-out is restored afterwards), as Connection::Execute does (one statement; options
+  // adExecuteNoRecords). Raises 3704 without an open connection, the engine's error otherwise.
   std::shared_ptr<Recordset> Execute(std::int64_t* records_affected = nullptr,
                                      std::int32_t options = -1);
 
@@ -391,9 +411,10 @@ class Recordset : public Object {
   void Update();
   void CancelUpdate();
   void Delete();
-  // Writes every pending change in one transaction (or in the caller's open transaction); on
-  // any failure the transaction is rolled back, the table is as it was, the changes stay
-  // pending and the error is raised.
+  // Writes every pending change in one transaction; on any failure that transaction is rolled
+  // back, the table is as it was, the changes stay pending and the error is raised. Inside a
+  // transaction the caller opened with BeginTrans the writes join it instead: after a failure
+  // the rows written so far stay in that transaction until the caller rolls it back.
   void UpdateBatch();
   // Drops every pending change.
   void CancelBatch();

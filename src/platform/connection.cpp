@@ -23,6 +23,23 @@ std::optional<std::string> Restriction(const VariantArray* a, std::int32_t i) {
   if (v.IsEmpty() || v.IsNull()) return std::nullopt;
   return v.ToText();
 }
+bool NoRecords(std::int32_t options) {
+  return options > 0 && (options & ado::adExecuteNoRecords);
+}
+
+// `e` with every occurrence of `password` in its Description masked. Drivers word their login
+// failures themselves; whatever a driver chooses to repeat, the password does not travel on
+// into error handlers and logs. Passwords shorter than four characters are left alone, as
+// masking them would garble the message while hiding next to nothing.
+ZtError WithoutPassword(const ZtError& e, const std::string& password) {
+  std::string text = e.Description();
+  if (password.size() < 4 || text.find(password) == std::string::npos) return e;
+  for (std::size_t at = text.find(password); at != std::string::npos;
+       at = text.find(password, at + 4))
+    text.replace(at, password.size(), "****");
+  return ZtError(e.Number(), e.Source(), text, e.HelpFile(), e.HelpContext());
+}
+
 }  // namespace
 
 namespace platform {
@@ -50,14 +67,27 @@ void Connection::Open(const std::string& connection_string, const std::string& u
   if (!factory)
     RaiseAdo(AdoError::kProviderNotFound, kConnectionSource, "(driver " + params.driver + ")");
   auto session = std::make_shared<platform::Session>();
-  session->provider = params.provider.empty() ? params.driver : params.provider;
-  session->backend = (*factory)(params);
+  session->provider = params.provider;
+  try {
+    session->backend = (*factory)(params);
+  } catch (const ZtError& e) {
+    throw WithoutPassword(e, params.password);
+  }
   session->backend->SetCommandTimeout(command_timeout_);
   session_ = std::move(session);
   connection_string_ = text;
 }
 
 void Connection::Close() {
+  // Recordsets may keep the session alive past this point: a transaction left open would hold
+  // its locks until the last of them goes, so it is rolled back here, as the old objects did.
+  if (session_ && session_->transaction_level > 0 && !session_->broken) {
+    session_->transaction_level = 0;
+    try {
+      session_->backend->Rollback();
+    } catch (const ZtError&) {
+    }
+  }
   session_.reset();
 }
 
@@ -85,8 +115,7 @@ std::shared_ptr<Recordset> Connection::Execute(const std::string& sql,
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  const bool no_records = options > 0 && (options & ado::adExecuteNoRecords);
-  if (!stmt->Columns().empty() && !no_records) {
+  if (!stmt->Columns().empty() && !NoRecords(options)) {
     rs->OpenStatement(session_, std::move(stmt), /*stream=*/true);
     rs->connection_ = weak_from_this().lock();
   }
@@ -136,11 +165,17 @@ void Connection::SetCommandTimeout(std::int32_t seconds) {
 
 std::string Connection::Provider() const {
   if (session_) return session_->provider;
+  // Closed: the provider the stored string would open (the embedded engine when it names none
+  // and has no Driver=), or the name as written when no table entry knows it.
   try {
-    const auto keys = platform::SplitConnectionString(connection_string_);
-    return platform::FindKey(keys, "Provider").value_or("MSDASQL");
+    return platform::ParseConnectionString(connection_string_).provider;
   } catch (const ZtError&) {
-    return {};
+    try {
+      return platform::FindKey(platform::SplitConnectionString(connection_string_), "Provider")
+          .value_or("");
+    } catch (const ZtError&) {
+      return {};
+    }
   }
 }
 
@@ -222,7 +257,14 @@ BulkInserter::~BulkInserter() = default;
 void BulkInserter::AddRow(const std::vector<Variant>& values) {
   if (!writer_) RaiseAdo(AdoError::kObjectClosed, kConnectionSource);
   if (values.size() != columns_) RaiseAdo(AdoError::kInvalidArgument, kConnectionSource);
-  session_->Guard([&] { writer_->AddRow(values); });
+  try {
+    session_->Guard([&] { writer_->AddRow(values); });
+  } catch (const ZtError&) {
+    // The load is over: dropping the writer takes back every row sent so far, and a later row
+    // cannot land outside the load's transaction.
+    writer_.reset();
+    throw;
+  }
 }
 
 void BulkInserter::Finish() {
@@ -236,8 +278,7 @@ void Command::SetCommandTimeout(std::int32_t seconds) {
   timeout_ = seconds;
 }
 
-std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected,
-                                            std::int32_t /*options*/) {
+std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected, std::int32_t options) {
   if (!connection_) RaiseAdo(AdoError::kObjectClosed, kCommandSource);
   platform::Session& s = connection_->RequireSession();
   auto stmt = s.PrepareText(text_);
@@ -252,7 +293,7 @@ std::shared_ptr<Recordset> Command::Execute(std::int64_t* records_affected,
   s.Guard([&] { stmt->Execute(); });
   if (records_affected) *records_affected = stmt->RowsAffected();
   auto rs = std::make_shared<Recordset>();
-  if (!stmt->Columns().empty()) {
+  if (!stmt->Columns().empty() && !NoRecords(options)) {
     rs->OpenStatement(connection_->SessionPtr(), std::move(stmt), /*stream=*/true);
     rs->connection_ = connection_;
   }

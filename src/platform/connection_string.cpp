@@ -40,21 +40,21 @@ bool IsAccessFile(const std::string& path) {
 }
 
 const std::vector<ProviderEntry>& BuiltInProviders() {
-  // MariaDB's ODBC driver counts changed rows unless Option=2 asks for matched rows; the layer's
-  // optimistic update check needs matched rows. FreeTDS only honours a login time-out when the
-  // TDS version is given.
+  // The keys a target driver always needs (MariaDB's Option=2, FreeTDS's TDS_Version ...) are
+  // added by the ODBC driver's family table, whichever provider or Driver= name led there; the
+  // fixed keys of an entry are for tables read from the configuration.
   static const std::vector<ProviderEntry> table = {
       {"Microsoft.Jet.OLEDB.*", "sqlite", "", "", "", {}},
       {"Microsoft.ACE.OLEDB.*", "sqlite", "", "", "", {}},
       {"SQLite*", "sqlite", "", "", "", {}},
-      {"MSOLEDBSQL*", "odbc", "FreeTDS", "Server", "Database", {{"TDS_Version", "7.4"}}},
-      {"SQLOLEDB*", "odbc", "FreeTDS", "Server", "Database", {{"TDS_Version", "7.4"}}},
-      {"SQLNCLI*", "odbc", "FreeTDS", "Server", "Database", {{"TDS_Version", "7.4"}}},
+      {"MSOLEDBSQL*", "odbc", "FreeTDS", "Server", "Database", {}},
+      {"SQLOLEDB*", "odbc", "FreeTDS", "Server", "Database", {}},
+      {"SQLNCLI*", "odbc", "FreeTDS", "Server", "Database", {}},
       {"OraOLEDB.Oracle*", "odbc", "Oracle", "DBQ", "", {}},
       {"MSDAORA*", "odbc", "Oracle", "DBQ", "", {}},
-      {"MySQLProv*", "odbc", "MariaDB Unicode", "Server", "Database", {{"Option", "2"}}},
-      {"MySQL*", "odbc", "MariaDB Unicode", "Server", "Database", {{"Option", "2"}}},
-      {"MariaDB*", "odbc", "MariaDB Unicode", "Server", "Database", {{"Option", "2"}}},
+      {"MySQLProv*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
+      {"MySQL*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
+      {"MariaDB*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
       {"PostgreSQL*", "postgresql", "", "", "", {}},
       {"PGNP*", "postgresql", "", "", "", {}},
       {"MSDASQL*", "odbc", "", "Server", "Database", {}},
@@ -185,17 +185,24 @@ std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string
   return std::nullopt;
 }
 
-std::string OdbcQuote(const std::string& value) {
-  const bool needs = value.find_first_of(";{}") != std::string::npos ||
-                     (!value.empty() && (std::isspace(static_cast<unsigned char>(value.front())) ||
-                                         std::isspace(static_cast<unsigned char>(value.back()))));
-  if (!needs) return value;
+namespace {
+std::string Braced(const std::string& value) {
   std::string out = "{";
   for (char c : value) {
     out += c;
     if (c == '}') out += '}';
   }
   return out + "}";
+}
+}  // namespace
+
+std::string OdbcQuote(const std::string& value) {
+  // A leading quote is braced too: some drivers read '...' and "..." as quoting of their own.
+  const bool needs = value.find_first_of(";{}") != std::string::npos ||
+                     (!value.empty() && (std::isspace(static_cast<unsigned char>(value.front())) ||
+                                         std::isspace(static_cast<unsigned char>(value.back())) ||
+                                         value.front() == '"' || value.front() == '\''));
+  return needs ? Braced(value) : value;
 }
 
 const std::vector<ProviderEntry>& ProviderTable() {
@@ -265,6 +272,7 @@ ConnectParams ParseConnectionString(const std::string& text, const std::string& 
   });
   if (entry == table.end())
     RaiseAdo(AdoError::kProviderNotFound, "ADODB.Connection", "(" + provider + ")");
+  p.provider = provider;
   p.driver = entry->driver;
   if (p.odbc_driver.empty()) p.odbc_driver = entry->odbc_driver;
   p.odbc_server_key = entry->odbc_server_key;
@@ -297,14 +305,7 @@ std::string ConnectParams::OdbcConnectionString() const {
   auto add = [&](const std::string& key, const std::string& value) {
     if (!key.empty()) s += key + "=" + OdbcQuote(value) + ";";
   };
-  if (!odbc_driver.empty()) {
-    std::string braced = "{";
-    for (char c : odbc_driver) {
-      braced += c;
-      if (c == '}') braced += '}';
-    }
-    s += "Driver=" + braced + "};";
-  }
+  if (!odbc_driver.empty()) s += "Driver=" + Braced(odbc_driver) + ";";
   if (!data_source.empty()) add(odbc_server_key, data_source);
   if (port != 0) add("Port", std::to_string(port));
   if (!database.empty()) add(odbc_database_key, database);

@@ -184,7 +184,9 @@ std::int64_t TableDef::RecordCount() const {
 std::shared_ptr<Database> Database::OpenDatabase(const std::string& path, bool read_only) {
   auto db = std::make_shared<Database>();
   db->cn_ = std::make_shared<zt::Connection>();
-  std::string text = "Provider=SQLite;Data Source=\"" + path + "\";";
+  std::string quoted;  // a path may hold ";" or '"': quoted, with '"' doubled
+  for (char c : path) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+  std::string text = "Provider=SQLite;Data Source=\"" + quoted + "\";";
   if (read_only) text += "Mode=Read;";
   db->cn_->Open(text);
   db->path_ = path;

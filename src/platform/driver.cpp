@@ -221,52 +221,73 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
   return out;
 }
 
+ScopedTransaction::ScopedTransaction(ConnectionBackend& conn) : conn_(conn) {
+  conn_.BeginTransaction();
+  open_ = true;
+}
+
+void ScopedTransaction::RequireOpen() const {
+  if (!open_) RaiseAdo(AdoError::kObjectClosed, "ADODB.Connection", "(the bulk load has ended)");
+}
+
+void ScopedTransaction::Commit() {
+  open_ = false;
+  try {
+    conn_.Commit();
+  } catch (const ZtError&) {
+    open_ = true;
+    Abandon();
+    throw;
+  }
+}
+
+void ScopedTransaction::Abandon() {
+  if (!open_) return;
+  open_ = false;
+  try {
+    conn_.Rollback();
+  } catch (const ZtError&) {
+  }
+}
+
+std::string InsertText(const DriverQuirks& quirks, const std::string& table,
+                       const std::vector<std::string>& columns, std::size_t rows) {
+  std::string sql = "INSERT INTO " + QuoteIdentifier(table, quirks) + " (";
+  std::string marks = "(";
+  for (std::size_t i = 0; i < columns.size(); ++i) {
+    sql += (i ? ", " : "") + QuoteIdentifier(columns[i], quirks);
+    marks += i ? ", ?" : "?";
+  }
+  marks += ")";
+  sql += ") VALUES ";
+  for (std::size_t r = 0; r < rows; ++r) sql += (r ? ", " : "") + marks;
+  return sql;
+}
+
 namespace {
 
 class PreparedInsertBulk : public BulkWriterBackend {
  public:
   PreparedInsertBulk(ConnectionBackend& conn, const std::string& table,
                      const std::vector<std::string>& columns)
-      : conn_(conn) {
-    const DriverQuirks& q = conn.Quirks();
-    std::string sql = "INSERT INTO " + QuoteIdentifier(table, q) + " (";
-    std::string marks;
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-      sql += (i ? ", " : "") + QuoteIdentifier(columns[i], q);
-      marks += i ? ", ?" : "?";
-    }
-    st_ = conn.Prepare(sql + ") VALUES (" + marks + ")");
-    conn_.BeginTransaction();
-    open_ = true;
-  }
-  ~PreparedInsertBulk() override {
-    if (open_) {
-      try {
-        conn_.Rollback();
-      } catch (const ZtError&) {
-      }
-    }
-  }
+      : st_(conn.Prepare(InsertText(conn.Quirks(), table, columns, 1))), tx_(conn) {}
   void AddRow(const std::vector<Variant>& values) override {
+    tx_.RequireOpen();
     try {
       for (std::size_t i = 0; i < values.size(); ++i) st_->Bind(static_cast<int>(i), values[i]);
       st_->Execute();
     } catch (const ZtError&) {
-      open_ = false;
-      conn_.Rollback();
+      tx_.Abandon();
       throw;
     }
   }
   void Finish() override {
-    if (!open_) return;
-    open_ = false;
-    conn_.Commit();
+    if (tx_.Open()) tx_.Commit();
   }
 
  private:
-  ConnectionBackend& conn_;
   std::unique_ptr<StatementBackend> st_;
-  bool open_ = false;
+  ScopedTransaction tx_;
 };
 
 }  // namespace

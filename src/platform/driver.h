@@ -66,13 +66,17 @@ struct DriverQuirks {
   NameFolding fold = NameFolding::kNone;     // applied to `[name]` as it is rewritten
   bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
   RowCountStyle row_count = RowCountStyle::kMatched;
-  bool backslash_escapes = false;  // '\'' escapes a quote inside a literal (MySQL)
-  bool dollar_quotes = false;      // $tag$ ... $tag$ is a literal (PostgreSQL)
-  bool keyset_cursors = false;     // the engine itself keeps keysets (else emulated)
-  bool read_only = false;          // every write is refused (Access files via MDB Tools)
-  bool index_rowset = true;        // the indexes rowset can be listed safely
-  bool has_schemas = true;         // TABLE_SCHEMA is meaningful (false: SQLite, MySQL)
-  std::string row_identity;        // hidden row id usable in WHERE ("rowid", "ctid")
+  bool backslash_escapes = false;   // '\'' and "\"" escape a quote inside a literal (MySQL)
+  bool mysql_comments = false;      // "#" comments; "--" needs a blank after it; "/*!" runs (MySQL)
+  bool escape_strings = false;      // E'...' literals take backslash escapes (PostgreSQL)
+  bool dollar_quotes = false;       // $tag$ ... $tag$ is a literal (PostgreSQL)
+  bool keyset_cursors = false;      // the engine itself keeps keysets (else emulated)
+  bool read_only = false;           // every write is refused (Access files via MDB Tools)
+  bool index_rowset = true;         // the indexes rowset can be listed safely
+  bool has_schemas = true;          // TABLE_SCHEMA is meaningful (false: SQLite, MySQL)
+  std::string row_identity;         // hidden row id usable in WHERE ("rowid", "ctid")
+  bool row_identity_moves = false;  // each write gives the row a new identity, which the
+                                    // statement hands back with RETURNING (PostgreSQL's ctid)
 };
 
 // One column of a result, described once when a statement is executed.
@@ -127,6 +131,34 @@ class BulkWriterBackend {
   // this load is kept.
   virtual void Finish() = 0;
 };
+
+class ConnectionBackend;
+
+// A transaction of the layer's own (a bulk load, a guarded write): begun by the constructor,
+// rolled back by Abandon or by the destructor unless Commit succeeded. Errors of the rollback
+// are swallowed: the caller needs the error that ended the work, not this one.
+class ScopedTransaction {
+ public:
+  explicit ScopedTransaction(ConnectionBackend& conn);  // throws ZtError when BEGIN fails
+  ~ScopedTransaction() { Abandon(); }
+  ScopedTransaction(const ScopedTransaction&) = delete;
+  ScopedTransaction& operator=(const ScopedTransaction&) = delete;
+  bool Open() const { return open_; }
+  // Raises 3704 (object closed) once the load has ended: a row sent after a failure would
+  // otherwise be written outside any transaction and kept.
+  void RequireOpen() const;
+  // Commits; when the commit fails, rolls back and rethrows its error.
+  void Commit();
+  void Abandon();
+
+ private:
+  ConnectionBackend& conn_;
+  bool open_ = false;
+};
+
+// "INSERT INTO t (a, b) VALUES (?, ?)" with `rows` lists of "?", names quoted for the engine.
+std::string InsertText(const DriverQuirks& quirks, const std::string& table,
+                       const std::vector<std::string>& columns, std::size_t rows);
 
 // The four schema rowsets that the layer lists (their OLE DB numbers).
 enum class SchemaKind : int { kColumns = 4, kIndexes = 12, kTables = 20, kPrimaryKeys = 28 };
@@ -188,7 +220,8 @@ class ConnectionBackend {
 // The parameters of one connection, after the OLE DB connection string has gone through the
 // provider table. Passwords stay here and are never written to a log or an error text.
 struct ConnectParams {
-  std::string provider;     // as the caller wrote it ("Microsoft.Jet.OLEDB.4.0", "MSDASQL" ...)
+  std::string provider;     // as the caller wrote it ("Microsoft.Jet.OLEDB.4.0", "MSDASQL" ...);
+                            // without one, "MSDASQL" when Driver= is given, else "SQLite"
   std::string driver;       // registry name of the backend ("sqlite", "odbc", "postgresql" ...)
   std::string data_source;  // file path or server name, without the port
   int port = 0;             // 0 = the driver's default
@@ -208,8 +241,8 @@ struct ConnectParams {
   std::vector<std::pair<std::string, std::string>> extra;
 
   // The DSN-less ODBC connection string: Driver, server (with ",port" or Port=), database, user,
-  // password, fixed keys, then the extra keys; values holding ";", "{", "}" or outer blanks are
-  // brace-quoted (a "}" doubled), so a value can never inject another key.
+  // password, fixed keys, then the extra keys; every value goes through OdbcQuote, so a value
+  // can never inject another key.
   std::string OdbcConnectionString() const;
 };
 
@@ -235,7 +268,8 @@ ConnectionKeys SplitConnectionString(const std::string& text);
 // Value of `key` (case-insensitive), or nullopt.
 std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string& key);
 
-// Quotes an ODBC attribute value with braces when it holds ";", "{", "}" or outer blanks.
+// Quotes an ODBC attribute value with braces ("}" doubled inside) when it holds ";", "{", "}",
+// outer blanks or a leading quote character, so that it can never end early or add a key.
 std::string OdbcQuote(const std::string& value);
 
 // Translates an OLE DB connection string through the provider table. User and password given

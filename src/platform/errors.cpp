@@ -100,6 +100,18 @@ void RaiseSqlState(const std::string& source, const std::string& sqlstate, std::
                 message + " (" + std::to_string(native) + ")");
 }
 
+std::string DriverMessage(std::string text) {
+  while (!text.empty() && (text.back() == '\n' || text.back() == '\r' || text.back() == ' '))
+    text.pop_back();
+  return text;
+}
+
+void RaiseReadOnly(const std::string& source, const std::string& engine) {
+  RaiseSqlState(
+      source, "42501", 0,
+      "The " + engine + " data source is open read-only: only SELECT statements can be run");
+}
+
 void RaiseSqlite(const std::string& source, int code, const std::string& message) {
   throw ZtError(HResultForSqlite(code, message), source,
                 message + " (" + std::to_string(code) + ")");

@@ -63,6 +63,12 @@ std::int32_t HResultForSqlState(const std::string& sqlstate, const std::string& 
 // The HRESULT for an SQLite result code (primary or extended).
 std::int32_t HResultForSqlite(int code, const std::string& message = {});
 
+// A driver's message without the line ends and blanks it trails.
+std::string DriverMessage(std::string text);
+
+// The refusal of a write on a read-only data source (0x80040E09, permission denied).
+[[noreturn]] void RaiseReadOnly(const std::string& source, const std::string& engine);
+
 [[noreturn]] void RaiseSqlState(const std::string& source, const std::string& sqlstate,
                                 std::int64_t native, const std::string& message);
 [[noreturn]] void RaiseSqlite(const std::string& source, int code, const std::string& message);

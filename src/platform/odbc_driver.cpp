@@ -90,6 +90,7 @@ std::vector<Family> MakeFamilies() {
                .bulk_parameters = 30000};
   maria.quirks.transactional_ddl = false;
   maria.quirks.backslash_escapes = true;
+  maria.quirks.mysql_comments = true;
   maria.quirks.has_schemas = false;
   t.push_back(maria);
 
@@ -127,6 +128,7 @@ std::vector<Family> MakeFamilies() {
               .last_insert_id_sql = "SELECT lastval()",
               .bulk_parameters = 30000};
   psql.quirks.dollar_quotes = true;
+  psql.quirks.escape_strings = true;
   psql.quirks.fold = NameFolding::kLower;
   t.push_back(psql);
 
@@ -420,9 +422,7 @@ std::vector<DiagRecord> CollectDiagnostics(short handle_type, void* handle) {
     DiagRecord r;
     r.sqlstate = reinterpret_cast<const char*>(state);
     r.native = native;
-    r.message = reinterpret_cast<const char*>(msg.data());
-    while (!r.message.empty() && (r.message.back() == '\n' || r.message.back() == '\r'))
-      r.message.pop_back();
+    r.message = DriverMessage(reinterpret_cast<const char*>(msg.data()));
     out.push_back(std::move(r));
   }
   return out;
@@ -508,11 +508,8 @@ class OdbcConnection : public ConnectionBackend {
     if (records.empty()) records.push_back({"HY000", 0, what});
     RaiseDiagnostics(source_, family_, records);
   }
-  [[noreturn]] void RefuseWrite() const {
-    RaiseSqlState(source_, "42501", 0,
-                  "The " + family_.quirks.engine +
-                      " data source is open read-only: only SELECT statements can be run");
-  }
+  [[noreturn]] void RefuseWrite() const { RaiseReadOnly(source_, family_.quirks.engine); }
+  const std::string& source() const { return source_; }
   SQLHDBC dbc() const { return dbc_; }
   // Makes the command time-out effective on the server when the family needs that; returns
   // the seconds for SQL_ATTR_QUERY_TIMEOUT.
@@ -565,6 +562,10 @@ OdbcConnection::OdbcConnection(const ConnectParams& params)
     SQLFreeHandle(SQL_HANDLE_DBC, dbc_);
     dbc_ = SQL_NULL_HDBC;
     if (records.empty()) records.push_back({"08001", 0, "Unable to connect to data source"});
+    // A login that ran out of time is a failed connection like any other ("Login timeout
+    // expired" came as 0x80004005), so the data store's retry list applies to it too.
+    for (auto& r : records)
+      if (r.sqlstate == "HYT00" || r.sqlstate == "HYT01") r.sqlstate = "08001";
     RaiseDiagnostics(source_, family_, records);
   }
 }
@@ -666,19 +667,11 @@ Variant OdbcConnection::LastInsertId() {
 // Statements
 // ---------------------------------------------------------------------------------------------
 
-bool IsQuery(std::string_view sql) {
-  std::size_t i = 0;
-  while (i < sql.size() && (std::isspace(static_cast<unsigned char>(sql[i])) || sql[i] == '(')) ++i;
-  std::size_t b = i;
-  while (i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i]))) ++i;
-  return IEquals(sql.substr(b, i - b), "SELECT");
-}
-
 OdbcStatement::OdbcStatement(OdbcConnection& conn, std::string sql)
     : conn_(conn), stmt_(conn.dbc()), sql_(std::move(sql)) {
   // A driver that can only read must never be handed a write: MDB Tools would print a parse
   // error and go on, and a later version might not refuse at all.
-  if (conn_.Quirks().read_only && !IsQuery(sql_)) conn_.RefuseWrite();
+  if (conn_.Quirks().read_only && FirstKeyword(sql_) != "SELECT") conn_.RefuseWrite();
   if (!stmt_.get()) conn_.Fail(SQL_HANDLE_DBC, conn_.dbc(), "Cannot allocate a statement");
   if (!Ok(SQLPrepare(stmt_.get(), Text(sql_), SQL_NTS)))
     conn_.Fail(SQL_HANDLE_STMT, stmt_.get(), "Cannot prepare the statement");
@@ -691,7 +684,7 @@ int OdbcStatement::ParameterCount() {
 }
 
 void OdbcStatement::Bind(int index, const Variant& value) {
-  if (index < 0) RaiseSqlState(conn_.family().quirks.engine, "07009", 0, "Invalid parameter index");
+  if (index < 0) RaiseSqlState(conn_.source(), "07009", 0, "Invalid parameter index");
   if (static_cast<std::size_t>(index) >= binds_.size())
     binds_.resize(static_cast<std::size_t>(index) + 1);
   binds_[static_cast<std::size_t>(index)] = value;
@@ -1025,76 +1018,48 @@ class MultiRowBulk : public BulkWriterBackend {
   MultiRowBulk(OdbcConnection& conn, const std::string& table,
                const std::vector<std::string>& columns)
       : conn_(conn),
-        width_(columns.size()),
+        table_(table),
+        columns_(columns),
         batch_rows_(
             std::max<std::size_t>(1, static_cast<std::size_t>(conn.family().bulk_parameters) /
-                                         std::max<std::size_t>(1, columns.size()))) {
-    head_ = "INSERT INTO " + QuoteIdentifier(table, conn.Quirks()) + " (";
-    for (std::size_t i = 0; i < columns.size(); ++i)
-      head_ += (i ? ", " : "") + QuoteIdentifier(columns[i], conn.Quirks());
-    head_ += ") VALUES ";
-    conn_.BeginTransaction();
-    open_ = true;
-  }
-  ~MultiRowBulk() override {
-    if (open_) Abandon();
-  }
+                                         std::max<std::size_t>(1, columns.size()))),
+        tx_(conn) {}
   void AddRow(const std::vector<Variant>& values) override {
-    if (!open_) RaiseSqlState(conn_.family().quirks.engine, "HY010", 0, "The bulk load has ended");
-    if (values.size() != width_)
-      RaiseSqlState(conn_.family().quirks.engine, "07002", 0,
-                    "A bulk row has " + std::to_string(values.size()) + " values for " +
-                        std::to_string(width_) + " columns");
+    tx_.RequireOpen();
     pending_.insert(pending_.end(), values.begin(), values.end());
-    if (pending_.size() >= batch_rows_ * width_) Send();
+    if (pending_.size() >= batch_rows_ * columns_.size()) Send();
   }
   void Finish() override {
-    if (!open_) return;
+    if (!tx_.Open()) return;
     Send();
-    open_ = false;
-    conn_.Commit();
+    tx_.Commit();
   }
 
  private:
-  std::string InsertFor(std::size_t rows) const {
-    std::string marks = "(";
-    for (std::size_t c = 0; c < width_; ++c) marks += c ? ", ?" : "?";
-    marks += ")";
-    std::string sql = head_;
-    for (std::size_t r = 0; r < rows; ++r) sql += (r ? ", " : "") + marks;
-    return sql;
-  }
-  void Abandon() {
-    open_ = false;
-    try {
-      conn_.Rollback();
-    } catch (const ZtError&) {
-      // The load failed already; the caller hears of that failure, not of this one.
-    }
-  }
   void Send() {
     if (pending_.empty()) return;
-    const std::size_t rows = pending_.size() / width_;
-    // Full batches share one prepared statement; the shorter last one is prepared once.
-    std::unique_ptr<StatementBackend>& st = rows == batch_rows_ ? full_ : tail_;
-    if (!st || &st == &tail_) st = conn_.Prepare(InsertFor(rows));
+    const std::size_t rows = pending_.size() / columns_.size();
     try {
+      // Full batches share one prepared statement; the shorter last one is prepared once.
+      std::unique_ptr<StatementBackend>& st = rows == batch_rows_ ? full_ : tail_;
+      if (!st || &st == &tail_)
+        st = conn_.Prepare(InsertText(conn_.Quirks(), table_, columns_, rows));
       for (std::size_t i = 0; i < pending_.size(); ++i) st->Bind(static_cast<int>(i), pending_[i]);
       st->Execute();
     } catch (const ZtError&) {
-      Abandon();
+      tx_.Abandon();
       throw;
     }
     pending_.clear();
   }
 
   OdbcConnection& conn_;
-  std::size_t width_;
+  std::string table_;
+  std::vector<std::string> columns_;
   std::size_t batch_rows_;
-  std::string head_;
   std::vector<Variant> pending_;
   std::unique_ptr<StatementBackend> full_, tail_;
-  bool open_ = false;
+  ScopedTransaction tx_;
 };
 
 std::unique_ptr<BulkWriterBackend> OdbcConnection::BeginBulk(

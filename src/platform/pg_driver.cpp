@@ -228,9 +228,6 @@ void AppendCopyField(std::string& line, const Variant& v) {
   }
 }
 
-constexpr const char* kReadOnly =
-    "The PostgreSQL data source is open read-only: only SELECT statements can be run";
-
 struct ResultDeleter {
   void operator()(PGresult* r) const { PQclear(r); }
 };
@@ -304,7 +301,9 @@ DriverQuirks PgQuirks() {
   q.transactional_ddl = true;
   q.has_schemas = true;
   q.dollar_quotes = true;
+  q.escape_strings = true;
   q.row_identity = "ctid";
+  q.row_identity_moves = true;
   return q;
 }
 
@@ -333,9 +332,7 @@ PgConnection::PgConnection(const ConnectParams& p)
       options.c_str(),       nullptr};
   conn_ = PQconnectdbParams(keys, values, 0);
   if (PQstatus(conn_) != CONNECTION_OK) {
-    std::string message = conn_ ? PQerrorMessage(conn_) : "out of memory";
-    while (!message.empty() && (message.back() == '\n' || message.back() == ' '))
-      message.pop_back();
+    const std::string message = DriverMessage(conn_ ? PQerrorMessage(conn_) : "out of memory");
     // libpq gives no SQLSTATE for a failed start-up; its text tells a refused login apart.
     const bool login = message.find("authentication failed") != std::string::npos ||
                        message.find("password") != std::string::npos;
@@ -350,8 +347,7 @@ PgConnection::PgConnection(const ConnectParams& p)
 void PgConnection::Fail(const PGresult* r) const {
   const char* code = r ? PQresultErrorField(r, PG_DIAG_SQLSTATE) : nullptr;
   std::string state = code ? code : "";
-  std::string message = r ? PQresultErrorMessage(r) : PQerrorMessage(conn_);
-  while (!message.empty() && (message.back() == '\n' || message.back() == ' ')) message.pop_back();
+  const std::string message = DriverMessage(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
   if (state.empty()) state = PQstatus(conn_) == CONNECTION_BAD ? "08006" : "HY000";
   // PostgreSQL's own error code is its SQLSTATE: it stands where other engines put a number.
   throw ZtError(HResultForSqlState(state, message), source_, message + " (" + state + ")");
@@ -513,23 +509,14 @@ class PgStatement : public StatementBackend {
   std::int64_t rows_affected_ = -1;
 };
 
-// The statement's first word, upper-cased.
-std::string FirstWord(const std::string& sql) {
-  std::size_t i = sql.find_first_not_of(" \t\r\n(");
-  std::string word;
-  while (i < sql.size() && std::isalpha(static_cast<unsigned char>(sql[i])))
-    word += static_cast<char>(std::toupper(static_cast<unsigned char>(sql[i++])));
-  return word;
-}
-
 bool IsQueryWord(const std::string& w) {
   return w == "SELECT" || w == "WITH" || w == "VALUES" || w == "SHOW";
 }
 
 void PgStatement::Execute() {
-  const std::string word = FirstWord(sql_);
+  const std::string word = FirstKeyword(sql_);
   const bool query = IsQueryWord(word);
-  if (conn_.Quirks().read_only && !query) RaiseSqlState(conn_.source(), "42501", 0, kReadOnly);
+  if (conn_.Quirks().read_only && !query) RaiseReadOnly(conn_.source(), "PostgreSQL");
   if (!query && word != "INSERT" && word != "UPDATE" && word != "DELETE") conn_.ForgetCatalog();
   conn_.ApplyTimeout();
   result_.reset();
@@ -643,8 +630,8 @@ RowSet PgConnection::Schema(SchemaKind kind, const SchemaRestrictions& in) {
 class CopyBulk : public BulkWriterBackend {
  public:
   CopyBulk(PgConnection& conn, const std::string& table, const std::vector<std::string>& columns)
-      : conn_(conn), width_(columns.size()) {
-    if (conn.Quirks().read_only) RaiseSqlState(conn.source(), "42501", 0, kReadOnly);
+      : conn_(conn) {
+    if (conn.Quirks().read_only) RaiseReadOnly(conn.source(), "PostgreSQL");
     std::string sql = "COPY " + QuoteIdentifier(table, conn.Quirks()) + " (";
     for (std::size_t i = 0; i < columns.size(); ++i)
       sql += (i ? ", " : "") + QuoteIdentifier(columns[i], conn.Quirks());
@@ -660,11 +647,7 @@ class CopyBulk : public BulkWriterBackend {
     }
   }
   void AddRow(const std::vector<Variant>& values) override {
-    if (!open_) RaiseSqlState(conn_.source(), "HY010", 0, "The bulk load has ended");
-    if (values.size() != width_)
-      RaiseSqlState(conn_.source(), "07002", 0,
-                    "A bulk row has " + std::to_string(values.size()) + " values for " +
-                        std::to_string(width_) + " columns");
+    if (!open_) RaiseAdo(AdoError::kObjectClosed, "ADODB.Connection", "(the bulk load has ended)");
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (i) buffer_ += '\t';
       AppendCopyField(buffer_, values[i]);
@@ -700,7 +683,6 @@ class CopyBulk : public BulkWriterBackend {
   }
 
   PgConnection& conn_;
-  std::size_t width_;
   std::string buffer_;
   bool open_ = false;
 };

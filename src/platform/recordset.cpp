@@ -9,6 +9,7 @@
 // (as the old client cursor engine did).
 #include <algorithm>
 #include <cctype>
+#include <optional>
 
 #include "foundation/utf8.h"
 #include "platform/criteria.h"
@@ -571,26 +572,21 @@ void Recordset::UpdateBatch() {
   // Values filled in by the engine (row ids) are kept only when the whole batch commits.
   std::vector<std::vector<Variant>> saved;
   for (Row* r : pending) saved.push_back(r->values);
+  std::optional<platform::ScopedTransaction> tx;
   if (own) {
-    s.Guard([&] { s.backend->BeginTransaction(); });
+    s.Guard([&] { tx.emplace(*s.backend); });
     s.transaction_level = 1;
   }
   try {
     for (Row* r : pending) WriteRow(*r);
-    if (own) {
+    if (tx) {
       s.transaction_level = 0;
-      s.Guard([&] { s.backend->Commit(); });
+      s.Guard([&] { tx->Commit(); });
     }
   } catch (...) {
-    s.transaction_level = own ? 0 : s.transaction_level;
+    if (own) s.transaction_level = 0;
+    tx.reset();  // rolls back
     for (std::size_t i = 0; i < pending.size(); ++i) pending[i]->values = std::move(saved[i]);
-    if (own) {
-      try {
-        s.backend->Rollback();
-      } catch (const ZtError&) {
-        // The first error is the one the caller needs; a failed rollback ends the session.
-      }
-    }
     throw;
   }
   for (Row* r : pending) {
@@ -689,33 +685,41 @@ void Recordset::WriteRow(Row& r) {
     sql += where();
     check_count = s.Quirks().row_count == platform::RowCountStyle::kMatched;
   }
+  // Where a write moves the row (PostgreSQL's ctid), the statement hands back the new identity,
+  // so that the next change of the same row still finds it.
+  const bool returning =
+      m.rowid_col >= 0 && s.Quirks().row_identity_moves && r.status != Row::Status::kDeleted;
+  if (returning) sql += " RETURNING " + BracketName(s.Quirks().row_identity);
   auto stmt = s.PrepareText(sql);
   for (std::size_t i = 0; i < params.size(); ++i) stmt->Bind(static_cast<int>(i), params[i]);
   // Without a key, identical rows cannot be told apart: the write runs in a transaction so that
   // touching more than one row can be undone.
-  const bool guard =
-      m.key_is_all_columns && r.status != Row::Status::kNew && s.transaction_level == 0;
-  if (guard) s.Guard([&] { s.backend->BeginTransaction(); });
-  try {
-    s.Guard([&] { stmt->Execute(); });
-    if (check_count && stmt->RowsAffected() == 0)
-      throw ZtError(platform::hr::kRowChanged, s.provider,
-                    "Row cannot be located for updating. Some values may have been changed "
-                    "since it was last read.");
-    if (m.key_is_all_columns && stmt->RowsAffected() > 1)
-      throw ZtError(platform::hr::kFail, s.provider,
-                    "Key column information is insufficient or incorrect. Too many rows were "
-                    "affected by update.");
-    if (guard) s.Guard([&] { s.backend->Commit(); });
-  } catch (...) {
-    if (guard) s.backend->Rollback();
-    throw;
+  std::optional<platform::ScopedTransaction> guard;
+  if (m.key_is_all_columns && r.status != Row::Status::kNew && s.transaction_level == 0)
+    s.Guard([&] { guard.emplace(*s.backend); });
+  s.Guard([&] { stmt->Execute(); });
+  std::int64_t affected = stmt->RowsAffected();
+  if (returning) {
+    affected = s.Guard([&] { return stmt->Fetch(); }) ? 1 : 0;
+    if (affected) r.values[static_cast<std::size_t>(m.rowid_col)] = stmt->Get(0);
   }
+  if (check_count && affected == 0)
+    throw ZtError(platform::hr::kRowChanged, s.provider,
+                  "Row cannot be located for updating. Some values may have been changed "
+                  "since it was last read.");
+  if (m.key_is_all_columns && affected > 1)
+    throw ZtError(platform::hr::kFail, s.provider,
+                  "Key column information is insufficient or incorrect. Too many rows were "
+                  "affected by update.");
+  if (guard) s.Guard([&] { guard->Commit(); });
   if (r.status != Row::Status::kNew) return;
 
-  // Read the new row back so that numbers and defaults the engine filled in are seen.
-  for (std::size_t c = 0; c < ncols; ++c)
-    if (r.values[c].IsEmpty() && m.columns[c].auto_increment) {
+  // Read the new row back so that numbers and defaults the engine filled in are seen. A row
+  // identity that came back with RETURNING or is the engine's last insert id (SQLite's rowid)
+  // finds it.
+  for (std::size_t c = 0; c < m.columns.size(); ++c)
+    if (r.values[c].IsEmpty() &&
+        (m.columns[c].auto_increment || static_cast<int>(c) == m.rowid_col)) {
       r.values[c] = s.backend->LastInsertId();
       if (r.values[c].IsNull()) r.values[c] = Variant();
     }
@@ -727,7 +731,7 @@ void Recordset::WriteRow(Row& r) {
   params.clear();
   bool key_complete = true;
   for (int k : m.key)
-    if (k == m.rowid_col || r.values[static_cast<std::size_t>(k)].IsEmpty()) key_complete = false;
+    if (r.values[static_cast<std::size_t>(k)].IsEmpty()) key_complete = false;
   if (!key_complete) {
     for (auto& v : r.values)
       if (v.IsEmpty()) v = Variant::Null();

@@ -10,14 +10,10 @@
 
 #include "platform/driver.h"
 #include "platform/errors.h"
+#include "platform/sql_text.h"
 
 namespace zt::platform {
 namespace {
-
-std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
 
 // Scripts by lower-cased name, per thread like the connections that use them.
 std::map<std::string, std::shared_ptr<DriverScript>>& Scripts() {
@@ -157,11 +153,11 @@ const ScriptedAnswer* DriverScript::SchemaAnswer(int rowset) const {
 }
 
 void RegisterDriverScript(const std::string& name, std::shared_ptr<DriverScript> script) {
-  Scripts()[Lower(name)] = std::move(script);
+  Scripts()[AsciiLower(name)] = std::move(script);
 }
 
 void UnregisterDriverScript(const std::string& name) {
-  Scripts().erase(Lower(name));
+  Scripts().erase(AsciiLower(name));
 }
 
 ScopedScriptedProvider::ScopedScriptedProvider(std::string provider,
@@ -339,7 +335,7 @@ class ScriptedConnection : public ConnectionBackend {
         r.schema && r.schema->empty() ? std::optional<std::string>(DefaultSchema()) : r.schema;
     auto keep = [&](const std::vector<Variant>& row, int col, const std::optional<std::string>& v) {
       return col < 0 || !v || static_cast<std::size_t>(col) >= row.size() ||
-             Lower(row[static_cast<std::size_t>(col)].ToText()) == Lower(*v);
+             AsciiLower(row[static_cast<std::size_t>(col)].ToText()) == AsciiLower(*v);
     };
     for (const auto& row : a->rows)
       if (keep(row, table, r.table) && keep(row, schema, wanted_schema)) rs.rows.push_back(row);
@@ -358,8 +354,8 @@ namespace {
 const DriverRegistration kRegistration{
     "scripted", [](const ConnectParams& p) -> std::unique_ptr<ConnectionBackend> {
       auto& scripts = Scripts();
-      auto it = scripts.find(Lower(p.provider));
-      if (it == scripts.end()) it = scripts.find(Lower(p.data_source));
+      auto it = scripts.find(AsciiLower(p.provider));
+      if (it == scripts.end()) it = scripts.find(AsciiLower(p.data_source));
       if (it == scripts.end())
         throw ZtError(hr::kFail, p.provider,
                       "No driver script is registered for provider '" + p.provider +

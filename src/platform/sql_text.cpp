@@ -20,12 +20,20 @@ struct Scanner {
 
   // When a literal, a quoted name (other than [..]) or a comment starts at i, returns its end
   // (one past); otherwise returns i.
+  // Engines differ in what they read as a literal or a comment; where the scanner is unsure it
+  // must see more of the text as plain SQL, never less, or a ";" could hide from the
+  // one-statement check.
   std::size_t SkipOpaque() const {
     const char c = Peek();
     if (c == '\'' || c == '"' || c == '`') {
+      // E'...' (not a word ending in "e" such as "type'") takes backslash escapes.
+      const bool escape_string =
+          c == '\'' && q.escape_strings && i > 0 && (s[i - 1] == 'E' || s[i - 1] == 'e') &&
+          (i < 2 || !(std::isalnum(static_cast<unsigned char>(s[i - 2])) || s[i - 2] == '_'));
+      const bool escapes = c != '`' && (q.backslash_escapes || escape_string);
       std::size_t j = i + 1;
       while (j < s.size()) {
-        if (c == '\'' && q.backslash_escapes && s[j] == '\\') {
+        if (escapes && s[j] == '\\') {
           j += 2;
           continue;
         }
@@ -54,10 +62,16 @@ struct Scanner {
       }
       return i;
     }
-    if (c == '-' && Peek(1) == '-') {
+    if ((c == '-' && Peek(1) == '-' &&
+         (!q.mysql_comments || Peek(2) == '\0' ||
+          std::isspace(static_cast<unsigned char>(Peek(2))))) ||
+        (c == '#' && q.mysql_comments)) {
       const std::size_t e = s.find('\n', i);
       return e == std::string::npos ? s.size() : e + 1;
     }
+    if (c == '/' && Peek(1) == '*' && q.mysql_comments &&
+        (Peek(2) == '!' || (Peek(2) == 'M' && Peek(3) == '!')))
+      return i;  // an executable comment: its text is SQL the server runs
     if (c == '/' && Peek(1) == '*') {
       const std::size_t e = s.find("*/", i + 2);
       return e == std::string::npos ? s.size() : e + 2;
@@ -74,8 +88,9 @@ bool OnlyBlanksAndComments(const std::string& s, std::size_t from, const DriverQ
       ++sc.i;
       continue;
     }
-    if ((c == '-' && sc.Peek(1) == '-') || (c == '/' && sc.Peek(1) == '*')) {
-      sc.i = sc.SkipOpaque();
+    const std::size_t end = sc.SkipOpaque();
+    if (end != sc.i && c != '\'' && c != '"' && c != '`' && c != '$') {  // a comment
+      sc.i = end;
       continue;
     }
     return false;
@@ -102,6 +117,13 @@ std::string BracketName(const std::string& name) {
     if (c == ']') out += ']';
   }
   return out + "]";
+}
+
+std::string FirstKeyword(const std::string& sql) {
+  std::size_t i = sql.find_first_not_of(" \t\r\n(");
+  std::size_t j = i;
+  while (j < sql.size() && std::isalpha(static_cast<unsigned char>(sql[j]))) ++j;
+  return i == std::string::npos ? std::string() : UpperWord(sql, i, j);
 }
 
 std::string AsciiLower(std::string s) {
@@ -139,8 +161,10 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
   out.reserve(sql.size() + 8);
   Scanner sc{sql, quirks};
   // A trigger body (CREATE TRIGGER ... BEGIN ...; ...; END) holds semicolons of its own; they
-  // belong to the one statement. CASE ... END inside the body nests.
-  int words = 0;
+  // belong to the one statement. CASE ... END inside the body nests. Only "CREATE [TEMP|OR
+  // REPLACE|CONSTRAINT ...] TRIGGER" starts one, so a column named "begin" in another statement
+  // cannot open a body that hides a second statement.
+  bool head = true, first = true;
   bool trigger = false;
   int block_depth = 0;
   while (!sc.AtEnd()) {
@@ -155,10 +179,15 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
       std::size_t j = sc.i;
       while (j < sql.size() && IsWordChar(sql[j])) ++j;
       const std::string w = UpperWord(sql, sc.i, j);
-      if (words < 4) {
-        if (words == 0 && w != "CREATE") words = 4;
-        if (w == "TRIGGER") trigger = true;
-        ++words;
+      if (head) {
+        if (first)
+          head = w == "CREATE";
+        else if (w == "TRIGGER")
+          trigger = true, head = false;
+        else
+          head =
+              w == "TEMP" || w == "TEMPORARY" || w == "OR" || w == "REPLACE" || w == "CONSTRAINT";
+        first = false;
       }
       if (trigger && (w == "BEGIN" || (w == "CASE" && block_depth > 0))) ++block_depth;
       if (trigger && w == "END" && block_depth > 0) --block_depth;

@@ -25,6 +25,9 @@ std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quir
 // the engine's form.
 std::string BracketName(const std::string& name);
 
+// The statement's first word, upper-cased ("SELECT" for "  (select 1)"); "" when none.
+std::string FirstKeyword(const std::string& sql);
+
 // ASCII lower case, for matching names without regard to case.
 std::string AsciiLower(std::string s);
 

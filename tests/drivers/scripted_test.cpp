@@ -3,6 +3,7 @@
 
 #include "engines.h"
 #include "platform/errors.h"
+#include "zt/platform.h"
 #include "zt/platform/scripted_driver.h"
 
 namespace zt::testing {
@@ -102,13 +103,17 @@ TEST(ScriptedDriver, SchemaAnswersOpenFailuresAndLiveness) {
   script->Alive(false);
   EXPECT_FALSE(conn->IsAlive());
 
-  script->FailOpen(platform::hr::kLogin, "Login failed for user 'sa'.");
+  // Whatever a driver repeats of the password stays out of the error a Connection raises.
+  script->FailOpen(platform::hr::kLogin, "Login failed for user 'sa' (password 'Secr3t;pw').");
+  Connection cn;
   try {
-    OpenBackend("Provider=Scripted;Data Source=unit");
+    cn.Open("Provider=Scripted;Data Source=unit;User ID=sa;Password={Secr3t;pw}");
     FAIL() << "open should fail";
   } catch (const ZtError& e) {
     EXPECT_EQ(e.Number(), platform::hr::kLogin);
+    EXPECT_EQ(e.Description(), "Login failed for user 'sa' (password '****').");
   }
+  EXPECT_EQ(cn.State(), ado::adStateClosed);
   try {
     script->On("([unclosed", ScriptedAnswer::Affected(0), DriverScript::Match::kRegex);
     FAIL() << "bad pattern accepted";

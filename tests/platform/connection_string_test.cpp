@@ -9,6 +9,7 @@
 #include "platform/criteria.h"
 #include "platform/driver.h"
 #include "platform/errors.h"
+#include "platform/odbc_driver.h"
 #include "platform/sql_text.h"
 
 namespace zt::platform {
@@ -36,9 +37,10 @@ TEST(ConnectionStringTest, SplitsQuotedValuesAndTranslatesKeys) {
   EXPECT_EQ(p.port, 1444);
   EXPECT_EQ(p.database, "Tessel");
   EXPECT_EQ(p.login_timeout, 7);
-  EXPECT_EQ(p.OdbcConnectionString(),
-            "Driver={FreeTDS};Server=db1;Port=1444;Database=Tessel;UID=sa;PWD=x;"
-            "TDS_Version=7.4;App=Tessel;");
+  // The target driver's own keys come from its family, after the caller's.
+  EXPECT_EQ(odbc::ConnectionStringFor(p, odbc::FamilyForDriver(p.odbc_driver)),
+            "Driver={FreeTDS};Server=db1;Port=1444;Database=Tessel;UID=sa;PWD=x;App=Tessel;"
+            "TDS_Version=7.4;ClientCharset=UTF-8;");
 
   // Separate user and password win; a value holding ";" or braces cannot add a key.
   const ConnectParams q = ParseConnectionString(
@@ -46,6 +48,7 @@ TEST(ConnectionStringTest, SplitsQuotedValuesAndTranslatesKeys) {
   EXPECT_EQ(q.OdbcConnectionString(),
             "Driver={MariaDB Unicode};Server=h;Database=d;UID=u;PWD={a;PWD=b}}{};");
   EXPECT_EQ(OdbcQuote(" x"), "{ x}");
+  EXPECT_EQ(OdbcQuote("'x"), "{'x}");  // a driver could read a leading quote as its own
   EXPECT_EQ(OdbcQuote("plain"), "plain");
 
   EXPECT_EQ(ParseConnectionString("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=/x/a.db").driver,
@@ -112,6 +115,28 @@ TEST(SqlTextTest, RewritesBracketsPerEngineOutsideLiteralsAndComments) {
   EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT 'a\\'; DROP TABLE t; --'", my, "M"); }), 0);
   EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT 'a\\'; DROP TABLE t; --'", lite, "S"); }),
             Hr(0x80040E14));
+  // Each engine's own reading of literals and comments decides where a ";" stands: MySQL's "#"
+  // comments, its "--" that needs a blank, its executable "/*!" comments and backslashes in
+  // "..." text; PostgreSQL's E'...' literals.
+  my.mysql_comments = true;
+  DriverQuirks pg_e = pg;
+  pg_e.escape_strings = true;
+  const std::pair<const char*, const DriverQuirks*> smuggled[] = {
+      {"SELECT 1 # '\n; DROP TABLE t; -- '", &my},
+      {"SELECT 1 --1; DROP TABLE t", &my},
+      {"SELECT 1 /*! ; DROP TABLE t */", &my},
+      {"SELECT \"\\\"\"; DROP TABLE t; -- \"", &my},
+      {"SELECT E'a\\''; DROP TABLE t; --'", &pg_e},
+      {"CREATE TABLE trigger (begin int); DROP TABLE x", &lite}};
+  for (const auto& [bad, quirks] : smuggled) {
+    SCOPED_TRACE(bad);
+    EXPECT_EQ(ErrorNumber([&] { PrepareSqlText(bad, *quirks, "X"); }), Hr(0x80040E14));
+  }
+  for (const char* fine : {"SELECT 1 -- c; x\n", "SELECT '#;' # c; x", "SELECT \"a\\\";\""}) {
+    SCOPED_TRACE(fine);
+    EXPECT_EQ(ErrorNumber([&] { PrepareSqlText(fine, my, "M"); }), 0);
+  }
+  EXPECT_EQ(ErrorNumber([&] { PrepareSqlText("SELECT E'it\\'s; ok', type'x;'", pg_e, "P"); }), 0);
 
   // Semicolons inside a trigger body or a dollar-quoted body belong to the statement.
   const std::string trigger =

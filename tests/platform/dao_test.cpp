@@ -14,7 +14,7 @@ class DaoTest : public ::testing::Test {
  protected:
   void SetUp() override {
     path_ = (std::filesystem::temp_directory_path() /
-             ("zt_dao_" + std::to_string(::getpid()) + "_" +
+             ("zt_dao \"q;\" " + std::to_string(::getpid()) + "_" +
               ::testing::UnitTest::GetInstance()->current_test_info()->name() + ".db"))
                 .string();
     std::filesystem::remove(path_);

@@ -1,6 +1,8 @@
 // One suite for every engine: what the layer above relies on, checked on real databases.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "engines.h"
 #include "zt/platform.h"
 
@@ -74,6 +76,17 @@ TEST_P(EngineTest, Transactions) {
   EXPECT_EQ(Count("zt_tx"), 2);
   EXPECT_FALSE(cn->InTransaction());
   EXPECT_EQ(ZT_ERROR_NUMBER(cn->CommitTrans()), Hr(0x800A0C93));
+
+  // Closing with a transaction open takes it back, even while a recordset keeps the session.
+  cn->BeginTrans();
+  cn->Execute("INSERT INTO [zt_tx] ([id], [code]) VALUES (4, 'T4')");
+  Recordset held;
+  held.Open("SELECT [id] FROM [zt_tx]", cn, adOpenStatic);
+  cn->Close();
+  cn->Open();
+  EXPECT_EQ(Count("zt_tx"), 2);
+  cn->Execute("INSERT INTO [zt_tx] ([id], [code]) VALUES (5, 'T5')");  // no lock left behind
+  EXPECT_EQ(Count("zt_tx"), 3);
 }
 
 TEST_P(EngineTest, CursorsAndMoves) {
@@ -211,6 +224,30 @@ TEST_P(EngineTest, ImmediateEdits) {
   ro.Open("SELECT * FROM [zt_edit]", cn, adOpenStatic, adLockReadOnly);
   EXPECT_EQ(ZT_ERROR_NUMBER(ro.Fields("qty").SetValue(1)), Hr(0x800A0CB3));
   EXPECT_EQ(ZT_ERROR_NUMBER(ro.AddNew()), Hr(0x800A0CB3));
+
+  // A table without a key: the same row, added or read, can be changed again and again (on
+  // PostgreSQL every write moves the row to a new ctid).
+  cn->Execute("DROP TABLE IF EXISTS [zt_nokey]");
+  cn->Execute("CREATE TABLE [zt_nokey] ([a] INTEGER, [b] VARCHAR(10))");
+  cn->Execute("INSERT INTO [zt_nokey] ([a], [b]) VALUES (1, 'x')");
+  Recordset nk;
+  nk.Open("zt_nokey", cn, adOpenKeyset, adLockOptimistic, adCmdTable);
+  nk.AddNew();
+  nk.Fields("a").SetValue(2);
+  nk.Update();
+  for (const char* b : {"y", "z"}) {
+    nk.MoveFirst();
+    nk.Fields("b").SetValue(b);
+    nk.Update();
+    nk.MoveLast();
+    nk.Fields("b").SetValue(b);
+    nk.Update();
+  }
+  EXPECT_EQ(Count("zt_nokey", "[b] = 'z'"), 2);
+  nk.Delete();
+  EXPECT_EQ(Count("zt_nokey"), 1);
+  nk.Close();
+  cn->Execute("DROP TABLE [zt_nokey]");
 }
 
 TEST_P(EngineTest, BatchUpdates) {
@@ -364,6 +401,19 @@ TEST_P(EngineTest, PreparedStatementsAndBulk) {
     abandoned.AddRow({1000, "X"});
   }  // never finished: nothing kept
   EXPECT_EQ(Count("zt_bulk"), 500);
+  {
+    // A duplicate key ends the load where the engine notices it (at its row or at Finish);
+    // every call after that is refused, and nothing of the load is kept.
+    BulkInserter failing(*cn, "zt_bulk", {"id", "code"});
+    std::vector<std::int32_t> errors;
+    for (int id : {2000, 1, 2001}) errors.push_back(ZT_ERROR_NUMBER(failing.AddRow({id, "D"})));
+    errors.push_back(ZT_ERROR_NUMBER(failing.Finish()));
+    const auto first = std::find_if(errors.begin(), errors.end(), [](auto n) { return n != 0; });
+    ASSERT_NE(first, errors.end());
+    EXPECT_EQ(*first, Hr(0x80040E2F));
+    for (auto later = first + 1; later != errors.end(); ++later) EXPECT_EQ(*later, Hr(0x800A0E78));
+  }
+  EXPECT_EQ(Count("zt_bulk"), 500);
 
   PreparedStatement upd(*cn, "UPDATE [zt_bulk] SET [qty] = ? WHERE [id] <= ?");
   EXPECT_EQ(upd.ParameterCount(), 2);
@@ -377,6 +427,7 @@ TEST_P(EngineTest, PreparedStatementsAndBulk) {
   cmd.SetCommandText("SELECT COUNT(*) FROM [zt_bulk] WHERE [qty] = ?");
   cmd.Parameters() = {7};
   EXPECT_EQ(cmd.Execute()->Fields(0).Value().ToInt32(), 10);
+  EXPECT_EQ(cmd.Execute(nullptr, adExecuteNoRecords)->State(), adStateClosed);
 }
 
 TEST_P(EngineTest, LoginFailuresAndLostSessions) {

@@ -155,6 +155,8 @@ TEST_F(RecordsetTest, ConnectionPropertiesAndReadOnlyFiles) {
   cn->Close();
   cn->SetConnectionString("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=:memory:");
   EXPECT_EQ(cn->Provider(), "Microsoft.Jet.OLEDB.4.0");
+  cn->SetConnectionString("Data Source=:memory:");
+  EXPECT_EQ(cn->Provider(), "SQLite");  // what Open would use
   EXPECT_EQ(ZT_ERROR_NUMBER(cn->BeginTrans()), Hr(0x800A0E78));
 
   const std::string path =
