@@ -17,34 +17,30 @@ std::vector<std::string> SpecialCharacters(const Variant& extra_characters) {
   return list;
 }
 
+// Replaces each special character by its escape (encoding) or each escape by its character
+// (decoding), one character after the other, so Decode undoes Encode.
+std::string Translate(Trap& at, const std::string& text, const Variant& extra_characters,
+                      bool encode) {
+  at = 10;
+  std::string out = text;
+  for (const std::string& ch : SpecialCharacters(extra_characters)) {
+    at = 20;
+    const std::string escaped = ZtStrMan_EncodeURIComponent(ch);
+    out = encode ? ReplaceAll(out, ch, escaped, CompareMode::Binary)
+                 : ReplaceAll(out, escaped, ch, CompareMode::Binary);
+  }
+  return out;
+}
 }  // namespace
 
 std::string CZtPropString::Encode(const std::string& text, const Variant& extra_characters) const {
   Trap at("CZtPropString", "Encode");
-  return at.Reraising([&] {
-    at = 10;
-    std::vector<std::string> special = SpecialCharacters(extra_characters);
-    std::string out = text;
-    for (const std::string& ch : special) {
-      at = 20;
-      out = ReplaceAll(out, ch, ZtStrMan_EncodeURIComponent(ch), CompareMode::Binary);
-    }
-    return out;
-  });
+  return at.Reraising([&] { return Translate(at, text, extra_characters, true); });
 }
 
 std::string CZtPropString::Decode(const std::string& text, const Variant& extra_characters) const {
   Trap at("CZtPropString", "Decode");
-  return at.Reraising([&] {
-    at = 10;
-    std::vector<std::string> special = SpecialCharacters(extra_characters);
-    std::string out = text;
-    for (const std::string& ch : special) {
-      at = 20;
-      out = ReplaceAll(out, ZtStrMan_EncodeURIComponent(ch), ch, CompareMode::Binary);
-    }
-    return out;
-  });
+  return at.Reraising([&] { return Translate(at, text, extra_characters, false); });
 }
 
 }  // namespace zt
