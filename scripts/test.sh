@@ -19,7 +19,8 @@ cmake --build "$build" -j "$(nproc)"
 
 export DBTEST_DIR=${DBTEST_DIR:-/tmp/zt-dbtest-$$}
 trap 'tests/servers/servers.sh stop' EXIT
-eval "$(tests/servers/servers.sh start)"
+server_env=$(tests/servers/servers.sh start) # a server that does not start stops the run here
+eval "$server_env"
 # Every engine must really run: a suite that cannot reach one fails instead of skipping.
 export ZT_REQUIRE_ENGINES=1
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
