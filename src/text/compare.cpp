@@ -116,7 +116,12 @@ Chars Decode(std::string_view text, CompareMode mode) {
     std::size_t begin = pos;
     bool valid = true;
     char32_t cp = NextChar(text, pos, valid);
-    if (!valid) cp = 0xDC00 + static_cast<unsigned char>(text[begin]);
+    if (!valid) {
+      // Each byte of a malformed sequence stands for itself, so that an overlong pair such as
+      // C1 A9 never equals a lone C1: the search then works on exactly the bytes it was given.
+      cp = 0xDC00 + static_cast<unsigned char>(text[begin]);
+      pos = begin + 1;
+    }
     out.offsets.push_back(begin);
     out.cps.push_back(mode == CompareMode::Text ? FoldCase(cp) : cp);
   }

@@ -263,6 +263,9 @@ TEST(Compare, TextCompareFoldsCommonScripts) {
   EXPECT_FALSE(TextEquals("Ab", "ab", CompareMode::Binary));
   // Distinct malformed bytes stay distinct.
   EXPECT_FALSE(TextEquals(std::string("\xfe"), std::string("\xff")));
+  // A lone malformed byte matches only itself, not an overlong pair that starts with it.
+  EXPECT_EQ(ReplaceAll(std::string("\xc1\xa9|\xc1"), std::string("\xc1"), "#", CompareMode::Binary),
+            std::string("#\xa9|#"));
 
   EXPECT_EQ(InStr(1, "aBcAbC", "abc", CompareMode::Text), 1);
   EXPECT_EQ(InStr(2, "aBcAbC", "abc", CompareMode::Text), 4);
