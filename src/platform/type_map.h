@@ -7,20 +7,22 @@
 #include <vector>
 
 #include "platform/driver.h"
+#include "zt/platform.h"
 
 namespace zt::platform {
 
-// ADO field attribute bits (FieldAttributeEnum) used by the layer.
+// ADO field attribute bits (FieldAttributeEnum) used by the layer: short names for the public
+// zt::ado constants, so that there is one table of the numbers.
 namespace attr {
-inline constexpr std::int32_t kUpdatable = 0x4;
-inline constexpr std::int32_t kUnknownUpdatable = 0x8;
-inline constexpr std::int32_t kFixed = 0x10;
-inline constexpr std::int32_t kIsNullable = 0x20;
-inline constexpr std::int32_t kMayBeNull = 0x40;
-inline constexpr std::int32_t kLong = 0x80;
-inline constexpr std::int32_t kRowId = 0x100;
-inline constexpr std::int32_t kRowVersion = 0x200;
-inline constexpr std::int32_t kKeyColumn = 0x8000;
+inline constexpr std::int32_t kUpdatable = ado::adFldUpdatable;
+inline constexpr std::int32_t kUnknownUpdatable = ado::adFldUnknownUpdatable;
+inline constexpr std::int32_t kFixed = ado::adFldFixed;
+inline constexpr std::int32_t kIsNullable = ado::adFldIsNullable;
+inline constexpr std::int32_t kMayBeNull = ado::adFldMayBeNull;
+inline constexpr std::int32_t kLong = ado::adFldLong;
+inline constexpr std::int32_t kRowId = ado::adFldRowID;
+inline constexpr std::int32_t kRowVersion = ado::adFldRowVersion;
+inline constexpr std::int32_t kKeyColumn = ado::adFldKeyColumn;
 }  // namespace attr
 
 struct TypeMapping {
