@@ -40,6 +40,7 @@ inline constexpr std::int32_t kProviderJet = 1;
 inline constexpr std::int32_t kProviderSqlServer = 2;
 inline constexpr std::int32_t kProviderOracle = 4;
 inline constexpr std::int32_t kProviderMySql = 16;
+inline constexpr std::int32_t kProviderPostgreSql = 32;  // ours: the old library had none
 
 // Attributes bits of a data store.
 inline constexpr std::int32_t kAttrDaoSupplied = 2;  // the DAO database came from the caller

@@ -182,6 +182,11 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   void SetConnectionString(const std::string& text);  // raises 3705 while open
   // The current database ("" for SQLite).
   std::string DefaultDatabase() const;
+  // The engine's column type for a DAO type code (1 Boolean, 2 Byte, 3 Integer, 4 Long,
+  // 5 Currency, 6 Single, 7 Double, 8 Date, 10 Text, 11 Long binary, 12 Memo, 15 GUID) and,
+  // for Text, its length in characters: "TEXT(50)" on an SQLite file (the Jet vocabulary),
+  // "VARCHAR(50)" on PostgreSQL and MariaDB. Raises 3704 when closed, 3001 for an unknown code.
+  std::string ColumnType(std::int32_t dao_type, std::int32_t size = 0) const;
 
   // A schema rowset: adSchemaTables (20), adSchemaColumns (4), adSchemaIndexes (12),
   // adSchemaPrimaryKeys (28), with the OLE DB column names. `restrictions` is Empty or an array

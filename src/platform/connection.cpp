@@ -192,6 +192,10 @@ std::string Connection::DefaultDatabase() const {
   return RequireSession().backend->CurrentCatalog();
 }
 
+std::string Connection::ColumnType(std::int32_t dao_type, std::int32_t size) const {
+  return RequireSession().backend->ColumnType(dao_type, size);
+}
+
 std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,
                                                   const Variant& restrictions) {
   platform::Session& s = RequireSession();

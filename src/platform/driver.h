@@ -208,6 +208,11 @@ class ConnectionBackend {
   // (Null when unknown). Default: Null.
   virtual Variant LastInsertId() { return Variant::Null(); }
 
+  // The column type of a DAO type code for CREATE/ALTER TABLE (Connection::ColumnType).
+  // Default: the SQL standard names (VARCHAR(n), INTEGER, DOUBLE PRECISION ...). Throws ZtError
+  // 3001 for an unknown code.
+  virtual std::string ColumnType(std::int32_t dao_type, std::int32_t size) const;
+
   // Starts a bulk load. Default: one prepared INSERT per row inside one transaction.
   virtual std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                        const std::vector<std::string>& columns);
