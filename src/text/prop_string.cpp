@@ -1,4 +1,4 @@
-#include "text/prop_string.h"
+#include "zt/text/prop_string.h"
 
 #include <vector>
 

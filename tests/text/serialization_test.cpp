@@ -5,7 +5,7 @@
 #include <random>
 
 #include "support/test_env.h"
-#include "text/prop_string.h"
+#include "zt/text/prop_string.h"
 #include "zt/error.h"
 #include "zt/text.h"
 
