@@ -211,9 +211,18 @@ bool Confirm(const std::string& question) {
 }
 
 bool TableExists(zt::CZtDataStore& ds, const std::string& table) {
+  // Engines look names up ignoring case (PostgreSQL folds them), so the name the library is
+  // handed finds the table listed here under any case; which one of several it takes is the
+  // library's decision.
+  const auto lower = [](std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+  };
+  const std::string wanted = lower(table);
   auto rs = ds.GetConnection(1)->OpenSchema(zt::ado::adSchemaTables);
   for (; !rs->Eof(); rs->MoveNext())
-    if (rs->Value("TABLE_TYPE").ToText() == "TABLE" && rs->Value("TABLE_NAME").ToText() == table)
+    if (rs->Value("TABLE_TYPE").ToText() == "TABLE" &&
+        lower(rs->Value("TABLE_NAME").ToText()) == wanted)
       return true;
   return false;
 }

@@ -102,7 +102,7 @@ std::vector<Command> ChangeCommands();
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
 bool Confirm(const std::string& question);
 
-// True when `table` is a table of the store (exact name, as the store's schema lists it).
+// True when the store's schema lists a table named `table` (case aside).
 bool TableExists(zt::CZtDataStore& ds, const std::string& table);
 
 // The library's application log goes to syslog as always; the tool also keeps the last error
