@@ -98,12 +98,17 @@ namespace {
 // The working copy of a compaction in progress, kept where a signal handler can read it without
 // allocating: a run stopped by SIGINT or SIGTERM must not leave a full copy of the database
 // behind.
+// The engine may keep a rollback journal beside the copy while it writes it.
+constexpr std::string_view kJournal = "-journal";
 char g_working_file[4096];
+char g_working_journal[4096];
 volatile std::sig_atomic_t g_has_working_file = 0;
 
 void RegisterWorkingFile(const std::string& path) {
-  if (path.size() >= sizeof g_working_file) return;  // too long to keep; the next run removes it
+  const std::string journal = path + std::string(kJournal);
+  if (journal.size() >= sizeof g_working_journal) return;  // the next run removes it
   std::memcpy(g_working_file, path.c_str(), path.size() + 1);
+  std::memcpy(g_working_journal, journal.c_str(), journal.size() + 1);
   g_has_working_file = 1;
 }
 
@@ -117,9 +122,10 @@ std::string WorkingPrefix(const fs::path& database) {
   return "temp." + database.filename().string() + ".";
 }
 
-bool IsWorkingCopyOf(const std::string& name, const std::string& prefix) {
+bool IsWorkingCopyOf(std::string name, const std::string& prefix) {
   constexpr std::string_view kSuffix = ".mdb";
   constexpr std::size_t kRandom = 6;
+  if (name.ends_with(kJournal)) name.resize(name.size() - kJournal.size());
   return name.size() == prefix.size() + kRandom + kSuffix.size() && name.starts_with(prefix) &&
          name.ends_with(kSuffix);
 }
@@ -158,6 +164,8 @@ class WorkingFile {
     }
     if (fd_ < 0) RaiseFile(rt::kPathFileAccess, "Path/File access error", path_);
     RegisterWorkingFile(path_);
+    // A journal under the new name can only have been planted; the engine must create its own.
+    ::unlink((path_ + std::string(kJournal)).c_str());
     // The umask may have narrowed the mode; the copy gets exactly the original's.
     if (::fchmod(fd_, mode) != 0 || ::fstat(fd_, &created_) != 0) {
       Remove();
@@ -182,6 +190,7 @@ class WorkingFile {
     if (fd_ < 0) return;
     ReleaseWorkingFile();
     if (StillOurs()) ::unlink(path_.c_str());
+    ::unlink((path_ + std::string(kJournal)).c_str());
     ::close(fd_);
     fd_ = -1;
   }
@@ -262,6 +271,7 @@ void RemoveCompactionWorkingFile() noexcept {
   if (ds::g_has_working_file) {
     ds::g_has_working_file = 0;
     ::unlink(ds::g_working_file);
+    ::unlink(ds::g_working_journal);
   }
 }
 
