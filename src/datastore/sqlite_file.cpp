@@ -68,10 +68,17 @@ std::string Quoted(const std::string& text) {
 
 void CreateSqliteFile(const std::string& path) {
   if (fs::exists(path)) RaiseFile(kFileAlreadyExists, "File already exists", path);
-  Db db = Open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
-  // An opened but untouched database is a zero-length file; writing the header makes it a
-  // database that every tool recognises.
-  Exec(db.get(), "PRAGMA user_version=1; PRAGMA user_version=0;");
+  try {
+    Db db = Open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    // An opened but untouched database is a zero-length file; writing the header makes it a
+    // database that every tool recognises.
+    Exec(db.get(), "PRAGMA user_version=1; PRAGMA user_version=0;");
+  } catch (...) {
+    // A file without its header is no database; it must not stand in the way of the next try.
+    std::error_code ignored;
+    fs::remove(path, ignored);
+    throw;
+  }
 }
 
 std::vector<std::string> CompanionFiles(const std::string& path) {

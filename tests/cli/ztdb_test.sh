@@ -7,7 +7,7 @@ set -uo pipefail
 ztdb=$(realpath "$1")
 shift
 groups=("$@")
-[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder validate versions servers)
+[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -216,6 +216,27 @@ test_folder() {
   expect_out "\"file\": \"$d/helpdesk.db\"" "absolute -n is not joined to the folder"
   run -l /elsewhere -n "$d/helpdesk.db" connstr
   expect_rc 2 "absolute -n with another -l"
+}
+
+test_create() {
+  local d
+  d=$(mktemp -d "$work/create.XXXXXX")
+  cd "$d" || return
+  run create --dry-run --sample
+  expect_out "^Would create $d/helpdesk.db with the sample tables" "create --dry-run"
+  [[ -e helpdesk.db ]] && fail "create --dry-run created the file"
+  # The engine cannot write its journal where a folder has its name: the create fails whole.
+  mkdir helpdesk.db-journal
+  run create --sample
+  expect_rc 1 "create where no journal can be written"
+  [[ -e helpdesk.db ]] && fail "a failed create left a half-made helpdesk.db"
+  rmdir helpdesk.db-journal
+  run create --sample
+  expect_rc 0 "create after the obstacle is gone"
+  run create
+  expect_rc 1 "create over an existing file"
+  [[ $(tickets) == 20 ]] || fail "a refused create touched the existing file"
+  cd "$work" || return
 }
 
 test_validate() {
