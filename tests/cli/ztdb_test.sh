@@ -154,6 +154,9 @@ test_compact() {
   [[ $(tickets) == 10 ]] || fail "compact lost tickets: $(tickets)"
   run compact --dry-run
   expect_out "^Would compact " "compact --dry-run"
+  # A server that cannot be reached is a failure, not "nothing to compact".
+  run -t mysql --odbc-driver "MariaDB Unicode" -l 127.0.0.1,1 -n helpdesk compact
+  expect_rc 1 "compact on an unreachable server"
   cd "$work" || return
 }
 
