@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -116,6 +117,8 @@ void RegisterWorkingFile(const std::string& path) {
   if (journal.size() >= sizeof g_working_journal) return;  // the next run removes it
   std::memcpy(g_working_file, path.c_str(), path.size() + 1);
   std::memcpy(g_working_journal, journal.c_str(), journal.size() + 1);
+  // The names must be complete before a handler can see the flag.
+  std::atomic_signal_fence(std::memory_order_seq_cst);
   g_has_working_file = 1;
 }
 

@@ -65,7 +65,7 @@ int main(int argc, char** argv) {
   env.log.verbose = verbose;
   ztdb::InstallCleanupHandlers();
   try {
-    ztdb::Context cx{store, out, nullptr};
+    ztdb::Context cx{out, nullptr};
     if (command.opens_store) cx.store = ztdb::MakeStore(store);
     return command.run(cx);
   } catch (const ztdb::UsageError& e) {

@@ -77,7 +77,6 @@ class Output {
 
 // What a command runs with.
 struct Context {
-  StoreOptions& store_options;
   Output& out;
   std::shared_ptr<zt::CZtDataStore> store;  // made before the command runs when it opens one
 };
