@@ -301,6 +301,12 @@ server_round() {
   run -S "$url/$db" "$@" delete-records 'tblTickets] #' -w 'nId=5' --yes
   expect_rc 1 "$name bracket-closing table name with #"
   [[ $(tickets -S "$url/$db" "$@") == 20 ]] || fail "$name lost tickets to a refused delete"
+  # On a terminal the tool asks before it deletes; "n" keeps every row.
+  local args
+  args=$(printf "'%s' " "$ztdb" -S "$url/$db" "$@")
+  echo n | script -qec "$args delete-records tblTickets -w 'nId > 15'" /dev/null >/dev/null 2>&1
+  [[ $? -eq 1 ]] || fail "$name: a delete refused on the terminal did not fail"
+  [[ $(tickets -S "$url/$db" "$@") == 20 ]] || fail "$name: a delete refused on the terminal ran"
   run -S "$url/$db" "$@" delete-records tblTickets -w 'nId > 15' --yes
   expect_out "^5 records deleted" "$name delete"
   run -S "$url/$db" "$@" set-version 7 9
