@@ -66,6 +66,12 @@ test_usage() {
     run -t "$t" -l host -n db connstr
     [[ $rc -ne 2 ]] || fail "-t $t refused: $err"
   done
+  # Passwords given to the tool never come back out of it.
+  ZTDB_PASSWORD=Pw-127 run -t sqlserver -l HDSRV -n HelpDesk -u sa connstr --json
+  expect_rc 0 "connstr with a password"
+  grep -q "Pw-127" <<<"$out$err" && fail "connstr shows the password from \$ZTDB_PASSWORD"
+  run -v --alt "Provider=SQLite;Data Source=$work/alt.db;Password=Alt-pw" --alt-op 2 validate
+  grep -q "Alt-pw" <<<"$out$err" && fail "validate -v shows the password of --alt"
   run -t nosuch connstr
   expect_rc 2 "-t nosuch"
   # Library errors carry their number in hex.
@@ -169,7 +175,7 @@ test_interrupt() {
 import sqlite3, sys
 db = sqlite3.connect(sys.argv[1])
 db.execute("CREATE TABLE tblBig (b BLOB)")
-db.executemany("INSERT INTO tblBig VALUES (randomblob(4000))", [()] * 20000)
+db.executemany("INSERT INTO tblBig VALUES (randomblob(4000))", [()] * 5000)
 db.commit()
 PY
   python3 - "$ztdb" "$d" <<'PY'
