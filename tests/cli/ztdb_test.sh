@@ -240,6 +240,10 @@ test_create() {
   expect_rc 1 "create where no journal can be written"
   [[ -e helpdesk.db ]] && fail "a failed create left a half-made helpdesk.db"
   rmdir helpdesk.db-journal
+  # The file is made, then the sample cannot reach it: what was made goes again.
+  run --alt "Provider=NoSuchProvider" --alt-op 2 create --sample
+  expect_rc 1 "create --sample that cannot open what it made"
+  [[ -e helpdesk.db ]] && fail "a failed sample left a half-made helpdesk.db"
   run create --sample
   expect_rc 0 "create after the obstacle is gone"
   run create
