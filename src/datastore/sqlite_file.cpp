@@ -103,11 +103,12 @@ void DeleteSqliteFile(const std::string& path,
 
 namespace {
 
-// The working copy of a compaction in progress, kept where a signal handler can read it without
-// allocating: a run stopped by SIGINT or SIGTERM must not leave a full copy of the database
-// behind.
-// The engine may keep a rollback journal beside the copy while it writes it.
+// The engine may keep a rollback journal beside the working copy while it writes it.
 constexpr std::string_view kJournal = "-journal";
+
+// The working copy of a compaction in progress and its journal, kept where a signal handler can
+// read them without allocating: a run stopped by SIGINT or SIGTERM must not leave a full copy
+// of the database behind.
 char g_working_file[4096];
 char g_working_journal[4096];
 volatile std::sig_atomic_t g_has_working_file = 0;
@@ -220,7 +221,8 @@ std::string CompactSqliteFile(const std::string& path) {
   // slipped in during the copy would lose its work when the compacted pages come back.
   Exec(db.get(), "PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE; COMMIT;");
   RemoveLeftoverCopies(fs::path(path));
-  WorkingFile temp(fs::path(path), original.st_mode & 07777);
+  // Read and write bits only: the copy is data, never a program.
+  WorkingFile temp(fs::path(path), original.st_mode & 0777);
   // The engine writes into the empty file created above; it fills an empty file.
   Exec(db.get(), "VACUUM INTO " + Quoted(temp.Path()));
   if (!temp.StillOurs())
