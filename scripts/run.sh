@@ -16,9 +16,10 @@ set -x
 "$ztdb" create --sample
 "$ztdb" connstr
 "$ztdb" validate
-"$ztdb" tables
+"$ztdb" tables --json
 "$ztdb" version
 "$ztdb" set-version 7 7
 "$ztdb" version
+"$ztdb" delete-records tblTickets --where "fClosed = -1" --dry-run
 "$ztdb" delete-records tblTickets --where "fClosed = -1"
 "$ztdb" compact

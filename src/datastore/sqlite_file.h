@@ -23,10 +23,13 @@ std::vector<std::string> CompanionFiles(const std::string& path);
 void DeleteSqliteFile(const std::string& path,
                       const std::function<void(const std::string&)>& deleted);
 
-// Rebuilds the file through a temporary database ("temp" + number + ".mdb" in the same folder)
-// and copies the result back into the same file, so connections that other programs hold stay
-// on it. Needs the file to itself: while another connection holds it, this fails
-// with the engine's busy error and the file is left as it was. Returns the temporary name used.
+// Rebuilds the file through a working copy in the same folder and copies the result back into
+// the same file, so connections that other programs hold stay on it. The working copy is
+// "temp." + file name + "." + six random characters + ".mdb", created exclusively (a planted
+// name or symbolic link is never written through) with the original's permissions, and removed
+// on every way out; copies that a killed run left behind are removed first. Needs the file to
+// itself: while another connection holds it, this fails with the engine's busy error and the
+// file is left as it was. Returns the working copy's name.
 std::string CompactSqliteFile(const std::string& path);
 
 // Bytes on disk: the file plus its write-ahead log.

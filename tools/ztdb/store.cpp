@@ -1,0 +1,230 @@
+// The data store named on the command line: options, URL form, password, and the checks made
+// before anything in it is changed.
+#include <termios.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+
+#include "tool.h"
+
+namespace ztdb {
+
+namespace fs = std::filesystem;
+
+void AddStoreOptions(CLI::App& app, StoreOptions& o) {
+  const std::string group = "Data store";
+  app.add_option("-S,--store", o.url,
+                 "The data store as one URL: sqlite:///folder/file.db, "
+                 "postgresql://user@host:port/db, mysql://user@host:port/db, "
+                 "sqlserver://user@host:port/db")
+      ->group(group);
+  app.add_option("-t,--type", o.type,
+                 "Provider type: jet (SQLite file, default), sqlserver, oracle, mysql, "
+                 "postgresql (or 1, 2, 4, 16, 32)")
+      ->group(group);
+  app.add_option("-l,--location", o.location,
+                 "Folder of the file, or server (host or host,port); default: current folder")
+      ->group(group);
+  app.add_option("-n,--name", o.name, "File name (default helpdesk.db) or database name")
+      ->group(group);
+  app.add_option("-u,--user", o.user, "Login name")->group(group);
+  app.add_option("--provider", o.provider, "OLE DB provider name (e.g. PostgreSQL)")->group(group);
+  app.add_option("--odbc-driver", o.odbc_driver, "ODBC driver name (e.g. \"MariaDB Unicode\")")
+      ->group(group);
+  app.add_option("--alt", o.alt, "Alternative connection string text")->group(group);
+  app.add_option("--alt-op", o.alt_op,
+                 "1 append the alternative text (default), 2 replace, 4 ignore")
+      ->check(CLI::IsMember({zt::kAltConnAppend, zt::kAltConnReplace, zt::kAltConnIgnore}))
+      ->group(group);
+  app.add_flag("-W,--ask-password", o.ask_password,
+               "Ask for the password (no echo); otherwise $ZTDB_PASSWORD is used")
+      ->group(group);
+}
+
+std::int32_t ProviderTypeOf(const std::string& type) {
+  static const std::map<std::string, std::int32_t> types = {
+      {"jet", zt::kProviderJet},         {"sqlite", zt::kProviderJet},
+      {"1", zt::kProviderJet},           {"sqlserver", zt::kProviderSqlServer},
+      {"mssql", zt::kProviderSqlServer}, {"2", zt::kProviderSqlServer},
+      {"oracle", zt::kProviderOracle},   {"4", zt::kProviderOracle},
+      {"mysql", zt::kProviderMySql},     {"mariadb", zt::kProviderMySql},
+      {"16", zt::kProviderMySql},        {"postgresql", zt::kProviderPostgreSql},
+      {"pg", zt::kProviderPostgreSql},   {"32", zt::kProviderPostgreSql},
+  };
+  const auto it = types.find(type);
+  if (it == types.end())
+    throw UsageError("unknown provider type '" + type +
+                     "' (jet, sqlserver, oracle, mysql, postgresql or 1, 2, 4, 16, 32)");
+  return it->second;
+}
+
+namespace {
+
+std::string PercentDecoded(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() &&
+        std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
+        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
+      out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+      i += 2;
+    } else {
+      out += text[i];
+    }
+  }
+  return out;
+}
+
+// The working folder, which may have been deleted under the tool's feet.
+std::string CurrentFolder() {
+  std::error_code ec;
+  fs::path here = fs::current_path(ec);
+  if (ec)
+    throw ToolError("the current folder cannot be read (" + ec.message() +
+                    "); give the data store's folder with -l");
+  return here.string();
+}
+
+// Reads a password from the terminal without echoing it.
+std::string PromptPassword() {
+  std::FILE* tty = std::fopen("/dev/tty", "r+");
+  std::FILE* in = tty ? tty : stdin;
+  std::FILE* out = tty ? tty : stderr;
+  std::fputs("Password: ", out);
+  std::fflush(out);
+  termios old{};
+  const bool is_tty = tcgetattr(fileno(in), &old) == 0;
+  if (is_tty) {
+    termios quiet = old;
+    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(fileno(in), TCSAFLUSH, &quiet);
+  }
+  std::string password;
+  for (int c = std::fgetc(in); c != EOF && c != '\n'; c = std::fgetc(in))
+    password += static_cast<char>(c);
+  if (is_tty) tcsetattr(fileno(in), TCSAFLUSH, &old);
+  std::fputs("\n", out);
+  if (tty) std::fclose(tty);
+  return password;
+}
+
+}  // namespace
+
+void ApplyStoreUrl(const std::string& url, StoreOptions& o) {
+  const auto scheme_end = url.find("://");
+  if (scheme_end == std::string::npos)
+    throw UsageError("'" + url + "' is not a data store URL (scheme://...)");
+  const std::string scheme = url.substr(0, scheme_end);
+  std::string rest = url.substr(scheme_end + 3);
+  static const std::map<std::string, std::string> kinds = {
+      {"sqlite", "jet"},          {"jet", "jet"},         {"postgresql", "postgresql"},
+      {"postgres", "postgresql"}, {"mysql", "mysql"},     {"mariadb", "mysql"},
+      {"sqlserver", "sqlserver"}, {"mssql", "sqlserver"}, {"oracle", "oracle"}};
+  const auto kind = kinds.find(scheme);
+  if (kind == kinds.end()) throw UsageError("unknown data store URL scheme '" + scheme + "'");
+  o.type = kind->second;
+  if (o.type == "jet") {
+    const fs::path file(PercentDecoded(rest));
+    if (!file.has_filename()) throw UsageError("the URL '" + url + "' names no file");
+    o.location = file.parent_path().string();
+    o.name = file.filename().string();
+    return;
+  }
+  const auto slash = rest.find('/');
+  std::string authority = rest.substr(0, slash);
+  o.name = slash == std::string::npos ? "" : PercentDecoded(rest.substr(slash + 1));
+  const auto at = authority.rfind('@');
+  if (at != std::string::npos) {
+    const std::string user = authority.substr(0, at);
+    if (user.find(':') != std::string::npos)
+      throw UsageError("a password never goes on the command line; use $ZTDB_PASSWORD or -W");
+    o.user = PercentDecoded(user);
+    authority = authority.substr(at + 1);
+  }
+  // The library writes a server's port after a comma, as administrators always have.
+  const auto colon = authority.rfind(':');
+  if (colon != std::string::npos && authority.find(']') == std::string::npos)
+    authority = authority.substr(0, colon) + "," + authority.substr(colon + 1);
+  if (authority.empty()) throw UsageError("the URL '" + url + "' names no server");
+  o.location = authority;
+}
+
+std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& given) {
+  StoreOptions o = given;
+  if (!o.url.empty()) {
+    if (given.type != StoreOptions{}.type || !given.location.empty() ||
+        given.name != StoreOptions{}.name || !given.user.empty())
+      throw UsageError("give the data store either as --store URL or with -t/-l/-n/-u");
+    ApplyStoreUrl(o.url, o);
+  }
+  auto ds = std::make_shared<zt::CZtDataStore>();
+  ds->GeneralProviderType(ProviderTypeOf(o.type));
+  if (ds->GeneralProviderType() == zt::kProviderJet) {
+    const fs::path name(o.name);
+    if (name.is_absolute()) {
+      // A full path is the file itself, never a name inside the folder.
+      if (!o.location.empty() && fs::path(o.location) != name.parent_path())
+        throw UsageError("-n " + o.name + " is a full path; leave out -l " + o.location);
+      o.location = name.parent_path().string();
+      o.name = name.filename().string();
+    }
+    if (o.name.empty()) throw UsageError("the data store needs a file name (-n)");
+    if (o.location.empty()) o.location = CurrentFolder();
+  }
+  ds->Location(o.location);
+  ds->DataStoreName(o.name);
+  ds->UserName(o.user);
+  if (!o.provider.empty()) ds->Provider(o.provider);
+  if (!o.odbc_driver.empty()) ds->ODBCDriver(o.odbc_driver);
+  if (!o.alt.empty()) {
+    ds->AltConnString(o.alt);
+    ds->AltConnStringOperation(o.alt_op);
+  }
+  // The password comes from the prompt or from the environment, never from the command line,
+  // where every user of the machine could read it.
+  if (o.ask_password)
+    ds->Password(PromptPassword());
+  else if (const char* p = std::getenv("ZTDB_PASSWORD"))
+    ds->Password(p);
+  return ds;
+}
+
+bool IsServer(zt::CZtDataStore& ds) {
+  return ds.GeneralProviderType() != zt::kProviderJet;
+}
+
+bool Confirm(const std::string& question) {
+  if (!::isatty(STDIN_FILENO)) return true;
+  std::FILE* tty = std::fopen("/dev/tty", "r+");
+  if (!tty) return true;
+  std::fputs((question + " [y/N] ").c_str(), tty);
+  std::fflush(tty);
+  std::string answer;
+  for (int c = std::fgetc(tty); c != EOF && c != '\n'; c = std::fgetc(tty))
+    answer += static_cast<char>(c);
+  std::fclose(tty);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+bool TableExists(zt::CZtDataStore& ds, const std::string& table) {
+  // Engines look names up ignoring case (PostgreSQL folds them), so the name the library is
+  // handed finds the table listed here under any case; which one of several it takes is the
+  // library's decision.
+  const auto lower = [](std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+  };
+  const std::string wanted = lower(table);
+  auto rs = ds.GetConnection(1)->OpenSchema(zt::ado::adSchemaTables);
+  for (; !rs->Eof(); rs->MoveNext())
+    if (rs->Value("TABLE_TYPE").ToText() == "TABLE" &&
+        lower(rs->Value("TABLE_NAME").ToText()) == wanted)
+      return true;
+  return false;
+}
+
+}  // namespace ztdb
