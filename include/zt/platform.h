@@ -35,6 +35,7 @@ namespace zt {
 
 namespace platform {
 class ConnectionBackend;
+class Dialect;
 class StatementBackend;
 class BulkWriterBackend;
 struct Session;
@@ -187,6 +188,9 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // for Text, its length in characters: "TEXT(50)" on an SQLite file (the Jet vocabulary),
   // "VARCHAR(50)" on PostgreSQL and MariaDB. Raises 3704 when closed, 3001 for an unknown code.
   std::string ColumnType(std::int32_t dao_type, std::int32_t size = 0) const;
+  // The engine's dialect (src/platform/dialect.h): column changes, database creation, size and
+  // user-roster queries. Raises 3704 when closed.
+  const platform::Dialect& Dialect() const;
 
   // A schema rowset: adSchemaTables (20), adSchemaColumns (4), adSchemaIndexes (12),
   // adSchemaPrimaryKeys (28), with the OLE DB column names. `restrictions` is Empty or an array

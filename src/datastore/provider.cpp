@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "datastore/provider_types.h"
 #include "platform/driver.h"
 #include "zt/config.h"
 #include "zt/datastore.h"
@@ -19,15 +20,6 @@ namespace zt {
 namespace {
 
 constexpr std::string_view kTypeName = "CZtProvider";
-constexpr std::int32_t kProviderNotSupported = 9020;
-
-[[noreturn]] void RaiseNotSupported(std::int32_t provider_type) {
-  VariantArray args;
-  args.items.emplace_back(provider_type);
-  ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
-                       std::string(kTypeName), args);
-}
-
 // The run time's Val: the number at the start of the text ("3.51b" -> 3.51), 0 when there is
 // none.
 double LeadingNumber(const std::string& text) {
@@ -87,7 +79,7 @@ std::vector<CZtProvider::Installed> CZtProvider::InstalledProviders() {
   const std::string v = LibraryVersion();
   std::vector<Installed> out;
   for (const char* name : {"Microsoft.Jet.OLEDB.4.0", "Microsoft.Jet.OLEDB.3.51", "MSOLEDBSQL",
-                           "SQLOLEDB", "OraOLEDB.Oracle", "MSDASQL"}) {
+                           "SQLOLEDB", "OraOLEDB.Oracle", "MSDASQL", "PostgreSQL"}) {
     try {
       platform::ConnectParams p = platform::ParseConnectionString("Provider=" + std::string(name));
       if (platform::FindDriver(p.driver)) out.push_back({name, v});
@@ -145,19 +137,9 @@ std::string CZtProvider::GetOLEDBProvider(std::int32_t provider_type, const std:
   Trap at(kTypeName, "GetOLEDBProvider");
   return at.Reraising([&] {
     at = 10;
-    switch (provider_type) {
-      case kProviderJet:
-        return LoadConfigResString(!version.empty() && LeadingNumber(version) < 4.0 ? 10450
-                                                                                    : 10451);
-      case kProviderSqlServer:
-        return LoadConfigResString(10452);
-      case kProviderOracle:
-        return LoadConfigResString(10453);
-      case kProviderMySql:
-        return LoadConfigResString(10457);
-    }
-    at = 20;
-    RaiseNotSupported(provider_type);
+    const ds::ProviderTypeRow& row = ds::RequireProviderType(provider_type, kTypeName);
+    const bool old = row.old_provider_id != 0 && !version.empty() && LeadingNumber(version) < 4.0;
+    return LoadConfigResString(old ? row.old_provider_id : row.provider_id);
   });
 }
 
@@ -165,18 +147,7 @@ std::string CZtProvider::GetOLEDBProviderPrefix(std::int32_t provider_type) {
   Trap at(kTypeName, "GetOLEDBProviderPrefix");
   return at.Reraising([&] {
     at = 10;
-    switch (provider_type) {
-      case kProviderJet:
-        return LoadConfigResString(10454);
-      case kProviderSqlServer:
-        return LoadConfigResString(10455);
-      case kProviderOracle:
-        return LoadConfigResString(10456);
-      case kProviderMySql:
-        return LoadConfigResString(10457);
-    }
-    at = 20;
-    RaiseNotSupported(provider_type);
+    return LoadConfigResString(ds::RequireProviderType(provider_type, kTypeName).prefix_id);
   });
 }
 
@@ -184,18 +155,8 @@ std::string CZtProvider::GetCaptionName(std::int32_t provider_type) {
   Trap at(kTypeName, "GetCaptionName");
   return at.Reraising([&] {
     at = 10;
-    switch (provider_type) {
-      case kProviderJet:
-        return LoadCommonResString("PROVIDER_JET");
-      case kProviderSqlServer:
-        return LoadCommonResString("PROVIDER_SQL");
-      case kProviderOracle:
-        return LoadCommonResString("PROVIDER_ORACLE");
-      case kProviderMySql:
-        return LoadCommonResString("PROVIDER_MYSQL");
-    }
-    at = 20;
-    RaiseNotSupported(provider_type);
+    return LoadCommonResString(
+        std::string(ds::RequireProviderType(provider_type, kTypeName).caption));
   });
 }
 
@@ -204,11 +165,12 @@ std::int32_t CZtProvider::GetProviderType(const std::string& provider) {
   return at.Reraising([&] {
     std::int32_t result = 0;
     at = 10;
-    // Every match overwrites the result, so the last type in this order wins: "MSDASQL" names
-    // the MySQL bridge even though no SQL Server prefix is in it, and an SQL Server name that
-    // also carried the MySQL bridge's prefix counts as MySQL.
-    for (std::int32_t type : {kProviderJet, kProviderOracle, kProviderSqlServer, kProviderMySql})
-      if (InStr(1, provider, GetOLEDBProviderPrefix(type), CompareMode::Text) != 0) result = type;
+    // Every match overwrites the result, so the last row in the table's order wins: "MSDASQL"
+    // names the MySQL bridge even though no SQL Server prefix is in it, and an SQL Server name
+    // that also carried the MySQL bridge's prefix counts as MySQL.
+    for (auto* row = ds::ProviderTypesBegin(); row != ds::ProviderTypesEnd(); ++row)
+      if (InStr(1, provider, LoadConfigResString(row->prefix_id), CompareMode::Text) != 0)
+        result = row->type;
     return result;
   });
 }

@@ -1,6 +1,7 @@
 // Connection, Command, PreparedStatement and BulkInserter.
 #include <algorithm>
 
+#include "platform/dialect.h"
 #include "platform/driver.h"
 #include "platform/errors.h"
 #include "platform/session.h"
@@ -193,7 +194,11 @@ std::string Connection::DefaultDatabase() const {
 }
 
 std::string Connection::ColumnType(std::int32_t dao_type, std::int32_t size) const {
-  return RequireSession().backend->ColumnType(dao_type, size);
+  return Dialect().ColumnType(dao_type, size);
+}
+
+const platform::Dialect& Connection::Dialect() const {
+  return RequireSession().backend->EngineDialect();
 }
 
 std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,

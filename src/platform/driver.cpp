@@ -5,6 +5,7 @@
 #include <cctype>
 #include <map>
 
+#include "platform/dialect.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
 #include "platform/type_map.h"
@@ -292,24 +293,8 @@ class PreparedInsertBulk : public BulkWriterBackend {
 
 }  // namespace
 
-std::string ConnectionBackend::ColumnType(std::int32_t dao_type, std::int32_t size) const {
-  switch (dao_type) {
-    case 1: return "BOOLEAN";
-    case 2: return "SMALLINT";  // the standard has no one-byte integer
-    case 3: return "SMALLINT";
-    case 4: return "INTEGER";
-    case 5: return "NUMERIC(19,4)";
-    case 6: return "REAL";
-    case 7: return "DOUBLE PRECISION";
-    case 8: return "TIMESTAMP";
-    case 10: return "VARCHAR(" + std::to_string(size > 0 ? size : 255) + ")";
-    case 11: return "BLOB";
-    case 12: return "TEXT";
-    case 15: return "CHAR(38)";
-    default:
-      RaiseAdo(AdoError::kInvalidArgument, Quirks().engine,
-               "(no column type for DAO type " + std::to_string(dao_type) + ")");
-  }
+const Dialect& ConnectionBackend::EngineDialect() const {
+  return DialectFor(Quirks().engine);
 }
 
 std::unique_ptr<BulkWriterBackend> ConnectionBackend::BeginBulk(

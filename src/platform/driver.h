@@ -133,6 +133,7 @@ class BulkWriterBackend {
 };
 
 class ConnectionBackend;
+class Dialect;
 
 // A transaction of the layer's own (a bulk load, a guarded write): begun by the constructor,
 // rolled back by Abandon or by the destructor unless Commit succeeded. Errors of the rollback
@@ -208,10 +209,9 @@ class ConnectionBackend {
   // (Null when unknown). Default: Null.
   virtual Variant LastInsertId() { return Variant::Null(); }
 
-  // The column type of a DAO type code for CREATE/ALTER TABLE (Connection::ColumnType).
-  // Default: the SQL standard names (VARCHAR(n), INTEGER, DOUBLE PRECISION ...). Throws ZtError
-  // 3001 for an unknown code.
-  virtual std::string ColumnType(std::int32_t dao_type, std::int32_t size) const;
+  // The SQL the engine speaks for column and database work (platform/dialect.h). Default: the
+  // dialect of Quirks().engine, so a driver that serves several engines (ODBC) gets each one's.
+  virtual const Dialect& EngineDialect() const;
 
   // Starts a bulk load. Default: one prepared INSERT per row inside one transaction.
   virtual std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
