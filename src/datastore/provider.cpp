@@ -69,6 +69,14 @@ std::vector<CZtProvider::Installed> RegisteredOdbcDrivers() {
   return out;
 }
 
+// The row of `provider_type`; a type without one fails at step 20 of the member, after the
+// lookup of the known types, where its error has always been reported.
+const ds::ProviderTypeRow& RowOf(std::int32_t provider_type, Trap& at) {
+  if (const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type)) return *row;
+  at = 20;
+  ds::RaiseProviderNotSupported(provider_type, kTypeName);
+}
+
 }  // namespace
 
 std::vector<CZtProvider::Installed> CZtProvider::InstalledProviders() {
@@ -136,8 +144,8 @@ std::string CZtProvider::GetLatestOLEDBProvider(std::int32_t provider_type) {
 std::string CZtProvider::GetOLEDBProvider(std::int32_t provider_type, const std::string& version) {
   Trap at(kTypeName, "GetOLEDBProvider");
   return at.Reraising([&] {
+    const ds::ProviderTypeRow& row = RowOf(provider_type, at);
     at = 10;
-    const ds::ProviderTypeRow& row = ds::RequireProviderType(provider_type, kTypeName);
     const bool old = row.old_provider_id != 0 && !version.empty() && LeadingNumber(version) < 4.0;
     return LoadConfigResString(old ? row.old_provider_id : row.provider_id);
   });
@@ -146,17 +154,18 @@ std::string CZtProvider::GetOLEDBProvider(std::int32_t provider_type, const std:
 std::string CZtProvider::GetOLEDBProviderPrefix(std::int32_t provider_type) {
   Trap at(kTypeName, "GetOLEDBProviderPrefix");
   return at.Reraising([&] {
+    const ds::ProviderTypeRow& row = RowOf(provider_type, at);
     at = 10;
-    return LoadConfigResString(ds::RequireProviderType(provider_type, kTypeName).prefix_id);
+    return LoadConfigResString(row.prefix_id);
   });
 }
 
 std::string CZtProvider::GetCaptionName(std::int32_t provider_type) {
   Trap at(kTypeName, "GetCaptionName");
   return at.Reraising([&] {
+    const ds::ProviderTypeRow& row = RowOf(provider_type, at);
     at = 10;
-    return LoadCommonResString(
-        std::string(ds::RequireProviderType(provider_type, kTypeName).caption));
+    return LoadCommonResString(std::string(row.caption));
   });
 }
 
