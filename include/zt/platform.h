@@ -36,6 +36,7 @@ namespace zt {
 namespace platform {
 class ConnectionBackend;
 class Dialect;
+class ProviderTable;
 class StatementBackend;
 class BulkWriterBackend;
 struct Session;
@@ -181,6 +182,9 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // The stored connection string, with the password as written (never log it).
   const std::string& ConnectionString() const { return connection_string_; }
   void SetConnectionString(const std::string& text);  // raises 3705 while open
+  // The provider table the next Open maps provider names through (nullptr: the library's
+  // built-in table, the default). Data stores hand in the table with the configured providers.
+  void SetProviderTable(std::shared_ptr<const platform::ProviderTable> table);
   // The current database ("" for SQLite).
   std::string DefaultDatabase() const;
   // The engine's column type for a DAO type code (1 Boolean, 2 Byte, 3 Integer, 4 Long,
@@ -210,6 +214,7 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
  private:
   std::shared_ptr<platform::Session> session_;
   std::string connection_string_;
+  std::shared_ptr<const platform::ProviderTable> provider_table_;
   std::int32_t cursor_location_ = ado::adUseServer;
   std::int32_t command_timeout_ = 30;
   std::int32_t connection_timeout_ = 15;

@@ -149,7 +149,7 @@ void CZtDataStore::ZtConnOpen(Connection& connection, const std::string& connect
     if (!path.empty() && !fs::exists(path))
       throw ZtError(rt::kFileNotFound, std::string(kTypeName), "File not found: " + path);
   }
-  ApplyConfiguredProviderTable();
+  connection.SetProviderTable(ConfiguredProviderTable());
   std::int32_t attempt = 0;
   for (;;) {
     ErrorInfo failure;

@@ -89,7 +89,8 @@ std::vector<CZtProvider::Installed> CZtProvider::InstalledProviders() {
   for (const char* name : {"Microsoft.Jet.OLEDB.4.0", "Microsoft.Jet.OLEDB.3.51", "MSOLEDBSQL",
                            "SQLOLEDB", "OraOLEDB.Oracle", "MSDASQL", "PostgreSQL"}) {
     try {
-      platform::ConnectParams p = platform::ParseConnectionString("Provider=" + std::string(name));
+      platform::ConnectParams p = platform::ParseConnectionString(
+          "Provider=" + std::string(name), {}, {}, ConfiguredProviderTable().get());
       if (platform::FindDriver(p.driver)) out.push_back({name, v});
     } catch (const ZtError&) {
       // not in the provider table: not installed

@@ -14,8 +14,14 @@ namespace zt::platform {
 
 namespace {
 
-std::map<std::string, DriverFactory>& Registry() {
-  static std::map<std::string, DriverFactory> drivers;
+// Every driver of the library, in one list.
+const std::map<std::string, DriverFactory>& Registry() {
+  static const std::map<std::string, DriverFactory> drivers = {
+      {"sqlite", &OpenSqliteDriver},
+      {"odbc", &OpenOdbcDriver},
+      {"postgresql", &OpenPostgresDriver},
+      {"scripted", &OpenScriptedDriver},
+  };
   return drivers;
 }
 
@@ -52,10 +58,6 @@ Variant TextOrNull(const Variant& v) {
 }
 
 }  // namespace
-
-DriverRegistration::DriverRegistration(std::string name, DriverFactory factory) {
-  Registry()[AsciiLower(std::move(name))] = std::move(factory);
-}
 
 const DriverFactory* FindDriver(const std::string& name) {
   const auto it = Registry().find(AsciiLower(name));

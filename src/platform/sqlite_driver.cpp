@@ -500,8 +500,10 @@ std::unique_ptr<ConnectionBackend> OpenSqlite(const ConnectParams& p) {
   return std::make_unique<SqliteConnection>(p);
 }
 
-const DriverRegistration kRegistration{"sqlite", &OpenSqlite};
-
 }  // namespace
+
+std::unique_ptr<ConnectionBackend> OpenSqliteDriver(const ConnectParams& p) {
+  return OpenSqlite(p);
+}
 
 }  // namespace zt::platform

@@ -299,7 +299,7 @@ TEST_F(DataStoreLiveTest, InitializeLinkedNamesAndConfiguredProviders) {
   EXPECT_TRUE(file->OpenDataStore());
   EXPECT_EQ(file->GetConnection(1)->Engine(), "SQLite");
   EXPECT_EQ(
-      CountContaining(env_.Errors(), "ApplyConfiguredProviderTable, Line#10, Provider=Broken*"), 1);
+      CountContaining(env_.Errors(), "ConfiguredProviderTable, Line#10, Provider=Broken*"), 1);
   file->CloseConnections();
   fs::remove(dir_ / "ztdbtools.zt.config");
   zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());

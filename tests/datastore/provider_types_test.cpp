@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "platform/driver.h"
 #include "support/test_env.h"
+#include "zt/config.h"
 #include "zt/datastore.h"
 #include "zt/error.h"
 #include "zt/platform.h"
@@ -222,6 +225,53 @@ TEST_F(ProviderTypeTest, CompactOfAnUnreachableServerFails) {
   script->Alive(false);
   ok->CloseConnections();
   EXPECT_THROW(ok->Compact(), zt::ZtError);
+}
+
+}  // namespace
+
+namespace {
+
+TEST_F(ProviderTypeTest, ProviderTableGoesOnlyToTheConnectionsItIsGivenTo) {
+  std::ofstream(dir_ / "ztdbtools.zt.config")
+      << "<configuration><appSettings><add key=\"Provider:HelpFile*\" value=\"Driver=sqlite\"/>"
+      << "</appSettings></configuration>";
+  zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());
+  auto store = Store(zt::kProviderJet, dir_.string(), "help.db");
+  store->CreatePhysicalDataStore();
+  store->Provider("HelpFile.2");
+  EXPECT_TRUE(store->OpenDataStore());
+
+  // A connection opened on its own uses the built-in table, whatever a data store did before.
+  const std::string cs = "Provider=HelpFile.2;Data Source=" + store->FullPath();
+  auto bare = std::make_shared<zt::Connection>();
+  EXPECT_THROW(bare->Open(cs), zt::ZtError);
+  // Handed the configured table, it opens; the table a caller holds never changes.
+  const auto configured = zt::ConfiguredProviderTable();
+  bare->SetProviderTable(configured);
+  bare->Open(cs);
+  EXPECT_EQ(bare->Engine(), "SQLite");
+  bare->Close();
+  fs::remove(dir_ / "ztdbtools.zt.config");
+  zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());
+  EXPECT_EQ(zt::ConfiguredProviderTable(), zt::platform::ProviderTable::BuiltIn());
+  ASSERT_NE(configured->Find("HelpFile.2"), nullptr);
+  bare->Open(cs);
+  bare->Close();
+
+  // A scripted provider is seen by this thread's connections only, and only while it lives.
+  auto script = std::make_shared<DriverScript>();
+  const std::string sql_cs = "Provider=MSOLEDBSQL;Data Source=127.0.0.1,1;Database=x;";
+  {
+    ScopedScriptedProvider sql_server("MSOLEDBSQL", script);
+    auto c = std::make_shared<zt::Connection>();
+    c->Open(sql_cs);
+    c->Close();
+    std::string elsewhere;
+    std::thread([&] { elsewhere = zt::platform::ParseConnectionString(sql_cs).driver; }).join();
+    EXPECT_EQ(elsewhere, "odbc");
+  }
+  EXPECT_EQ(script->Connects().size(), 1u);
+  EXPECT_EQ(zt::platform::ParseConnectionString(sql_cs).driver, "odbc");
 }
 
 }  // namespace
