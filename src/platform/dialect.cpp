@@ -2,13 +2,109 @@
 #include "platform/dialect.h"
 
 #include <array>
+#include <cctype>
+#include <vector>
 
 #include "platform/errors.h"
 #include "platform/sql_text.h"
+#include "zt/platform.h"
 
 namespace zt::platform {
 
 namespace {
+
+constexpr const char* kRebuildSource = "DAO.Database";
+
+// `s` as an SQL string literal.
+std::string Literal(const std::string& s) {
+  std::string out = "'";
+  for (char c : s) out += c == '\'' ? std::string("''") : std::string(1, c);
+  return out + "'";
+}
+
+// End (one past) of a quoted part starting at i, or i when none starts there.
+std::size_t SkipQuoted(const std::string& s, std::size_t i) {
+  const char c = s[i];
+  if (c != '\'' && c != '"' && c != '`' && c != '[') return i;
+  const char close = c == '[' ? ']' : c;
+  std::size_t j = i + 1;
+  while (j < s.size()) {
+    if (s[j] == close) {
+      if (j + 1 < s.size() && s[j + 1] == close) {
+        j += 2;
+        continue;
+      }
+      return j + 1;
+    }
+    ++j;
+  }
+  return s.size();
+}
+
+// A CREATE TABLE statement cut into its head ("CREATE TABLE x"), its column and constraint items
+// and its tail (after the closing parenthesis: WITHOUT ROWID ...).
+struct TableSql {
+  std::string head, tail;
+  std::vector<std::string> items;
+};
+
+TableSql SplitCreate(const std::string& sql) {
+  TableSql t;
+  std::size_t i = 0;
+  while (i < sql.size() && sql[i] != '(') {
+    const std::size_t e = SkipQuoted(sql, i);
+    i = e == i ? i + 1 : e;
+  }
+  if (i >= sql.size())
+    RaiseAdo(AdoError::kInvalidArgument, kRebuildSource, "(unreadable table definition)");
+  t.head = sql.substr(0, i);
+  int depth = 0;
+  std::string item;
+  for (++i; i < sql.size(); ++i) {
+    const std::size_t e = SkipQuoted(sql, i);
+    if (e != i) {
+      item.append(sql, i, e - i);
+      i = e - 1;
+      continue;
+    }
+    const char c = sql[i];
+    if (c == '(') ++depth;
+    if (c == ')' && depth-- == 0) break;
+    if (c == ',' && depth == 0) {
+      t.items.push_back(item);
+      item.clear();
+      continue;
+    }
+    item += c;
+  }
+  t.items.push_back(item);
+  t.tail = i < sql.size() ? sql.substr(i + 1) : "";
+  return t;
+}
+
+// The column name an item defines (unquoted), or "" for a table constraint.
+std::string ItemName(const std::string& item) {
+  std::size_t i = 0;
+  while (i < item.size() && std::isspace(static_cast<unsigned char>(item[i]))) ++i;
+  if (i >= item.size()) return {};
+  const std::size_t e = SkipQuoted(item, i);
+  if (e != i) {
+    std::string n = item.substr(i + 1, e - i - 2);
+    const char q = item[i] == '[' ? ']' : item[i];
+    std::string out;
+    for (std::size_t k = 0; k < n.size(); ++k) {
+      out += n[k];
+      if (n[k] == q && k + 1 < n.size() && n[k + 1] == q) ++k;
+    }
+    return out;
+  }
+  std::size_t j = i;
+  while (j < item.size() && !std::isspace(static_cast<unsigned char>(item[j]))) ++j;
+  const std::string word = item.substr(i, j - i);
+  for (const char* kw : {"constraint", "primary", "unique", "check", "foreign"})
+    if (AsciiLower(word) == kw) return {};
+  return word;
+}
 
 std::string Sized(const char* type, std::int32_t size) {
   return std::string(type) + "(" + std::to_string(size > 0 ? size : 255) + ")";
@@ -54,6 +150,85 @@ class SqliteDialect : public Dialect {
   std::string OpenProbe() const override { return "SELECT COUNT(*) FROM sqlite_master"; }
   std::string CreateDatabase(const std::string&) const override { return {}; }
   std::string DropDatabase(const std::string&) const override { return {}; }
+
+  // SQLite's documented way to change a column: build the new table beside the old one, copy
+  // the rows, drop the old table, rename the new one, then create the indexes, triggers and
+  // views again, all in one transaction with foreign-key enforcement paused and checked before
+  // commit.
+  void RebuildTable(Connection& cn, const std::string& table, const std::string& column,
+                    const ColumnChange& change) const override {
+    if (cn.InTransaction())
+      RaiseAdo(AdoError::kIllegalOperation, kRebuildSource,
+               "(a table cannot be rebuilt inside a transaction)");
+    auto scalar = [&](const std::string& sql) { return cn.Execute(sql)->Fields(0).Value(); };
+    const std::string create =
+        scalar("SELECT sql FROM sqlite_master WHERE type = 'table' AND name = " + Literal(table))
+            .ToText();
+    TableSql parts = SplitCreate(create);
+    bool found = false;
+    for (std::string& item : parts.items) {
+      if (AsciiLower(ItemName(item)) != AsciiLower(column)) continue;
+      found = true;
+      item = change(item);
+    }
+    if (!found) RaiseAdo(AdoError::kItemNotFound, kRebuildSource, "(" + column + ")");
+
+    std::vector<std::string> columns;
+    {
+      auto rs =
+          cn.Execute("SELECT name FROM pragma_table_info(" + Literal(table) + ") ORDER BY cid");
+      for (; !rs->Eof(); rs->MoveNext()) columns.push_back(rs->Fields(0).Value().ToText());
+    }
+    std::string column_list;
+    for (const auto& c : columns) column_list += (column_list.empty() ? "" : ", ") + BracketName(c);
+    std::vector<std::string> recreate, views;
+    {
+      auto rs = cn.Execute(
+          "SELECT type, name, sql FROM sqlite_master WHERE sql IS NOT NULL AND "
+          "((type IN ('index', 'trigger') AND tbl_name = " +
+          Literal(table) + ") OR type = 'view') ORDER BY type = 'view'");
+      for (; !rs->Eof(); rs->MoveNext()) {
+        const std::string sql = rs->Fields(2).Value().ToText();
+        if (rs->Fields(0).Value().ToText() != "view") {
+          recreate.push_back(sql);
+        } else if (AsciiLower(sql).find(AsciiLower(table)) != std::string::npos) {
+          views.push_back(rs->Fields(1).Value().ToText());
+          recreate.push_back(sql);
+        }
+      }
+    }
+    std::string body;
+    for (const auto& item : parts.items) body += (body.empty() ? "" : ",") + item;
+    const std::string temp = "zt_rebuild_" + table;
+
+    const bool fk_on = scalar("PRAGMA foreign_keys").ToInt32() != 0;
+    if (fk_on) cn.Execute("PRAGMA foreign_keys = OFF");
+    cn.BeginTrans();
+    try {
+      for (const auto& v : views) cn.Execute("DROP VIEW " + BracketName(v));
+      cn.Execute("CREATE TABLE " + BracketName(temp) + " (" + body + ")" + parts.tail);
+      cn.Execute("INSERT INTO " + BracketName(temp) + " (" + column_list + ") SELECT " +
+                 column_list + " FROM " + BracketName(table));
+      cn.Execute("DROP TABLE " + BracketName(table));
+      cn.Execute("ALTER TABLE " + BracketName(temp) + " RENAME TO " + BracketName(table));
+      for (const auto& sql : recreate) cn.Execute(sql);
+      auto bad = cn.Execute("PRAGMA foreign_key_check");
+      if (bad->State() == ado::adStateOpen && !bad->Eof())
+        throw ZtError(hr::kIntegrity, kRebuildSource,
+                      "The change would break a relationship of table '" +
+                          bad->Fields(0).Value().ToText() + "'.");
+      cn.CommitTrans();
+    } catch (...) {
+      try {
+        cn.RollbackTrans();
+      } catch (const ZtError&) {
+        // The rebuild's own error is the one to report.
+      }
+      if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");
+      throw;
+    }
+    if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");
+  }
 };
 
 class PostgresDialect : public Dialect {
@@ -196,6 +371,12 @@ std::string Dialect::DropColumn(const std::string& table, const std::string& col
 std::string Dialect::RenameColumn(const std::string& table, const std::string& from,
                                   const std::string& to) const {
   return AlterTable(table) + "RENAME COLUMN " + BracketName(from) + " TO " + BracketName(to);
+}
+
+void Dialect::RebuildTable(Connection&, const std::string& table, const std::string&,
+                           const ColumnChange&) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource,
+           "(the engine changes the columns of " + table + " in place)");
 }
 
 std::string Dialect::CreateDatabase(const std::string& name) const {

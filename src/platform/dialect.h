@@ -6,14 +6,24 @@
 // compose text before a connection exists (creating a database).
 //
 // Statements come back in the library's own `[name]` quoting; the layer rewrites them for the
-// engine when they are executed. Nothing here executes a statement.
+// engine when they are executed. Only the table rebuild runs statements itself, since it is a
+// sequence that must stay together.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
+namespace zt {
+class Connection;
+}
+
 namespace zt::platform {
+
+// Gets one column's item of a CREATE TABLE text ("[tName] TEXT(20) NOT NULL") and returns the
+// item that replaces it.
+using ColumnChange = std::function<std::string(const std::string& item)>;
 
 class Dialect {
  public:
@@ -39,6 +49,13 @@ class Dialect {
   // True when changing a column's type or constraints needs the table rebuilt (new table, copy
   // the rows, swap, recreate indexes), as on SQLite.
   virtual bool RebuildsTables() const { return false; }
+  // Rebuilds `table` on `cn` with the item of `column` replaced by change(item): a new table
+  // beside the old one, the rows copied, the old one dropped and the new one renamed, indexes,
+  // triggers and views created again, all in one transaction; nothing changes when a step fails.
+  // Raises 3265 when the table has no such column, 3219 inside an open transaction, and 3251 on
+  // an engine that changes columns in place (the default).
+  virtual void RebuildTable(Connection& cn, const std::string& table, const std::string& column,
+                            const ColumnChange& change) const;
 
   // Creating and dropping a whole database, sent over a connection to the server's maintenance
   // database. "" when a client cannot do it over a connection (a file engine, Oracle).
