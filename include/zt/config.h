@@ -28,6 +28,10 @@
 
 namespace zt {
 
+namespace platform {
+class ProviderTable;
+}
+
 class CZtConfigReader {
  public:
   CZtConfigReader() = default;
@@ -71,17 +75,17 @@ class CZtConfigReader {
 // The calling thread's shared reader (created on first use; forgotten by ResetThreadState).
 CZtConfigReader& ThreadConfigReader();
 
-// Puts the providers that the configuration file names in front of the data-access layer's
-// built-in provider table. An entry
+// The data-access layer's provider table with the providers that the configuration file
+// names in front of the built-in ones. An entry
 //   <add key="Provider:MSOLEDBSQL*" value="Driver=odbc;OdbcDriver=FreeTDS;ServerKey=Server;
 //        DatabaseKey=Database;TDS_Version=7.4"/>
 // maps provider names matching the pattern (a trailing "*" matches any rest, case ignored) to a
 // driver of the layer ("sqlite", "odbc", "postgresql"), with the ODBC driver name, the keys that
 // carry server and database, and every other key as a fixed key for the ODBC driver. A bad entry
-// is logged and skipped. Data stores call this before they open a connection. The table is
-// process-wide and is replaced only when the configured entries changed; a host that opens
-// connections from several threads should not change the file's providers while they run.
-void ApplyConfiguredProviderTable();
+// is logged and skipped. The table is an immutable snapshot, built again only when the
+// configured entries change; data stores hand it to the connections they open, and nothing else
+// sees it. Without configured entries it is the built-in table itself.
+std::shared_ptr<const platform::ProviderTable> ConfiguredProviderTable();
 
 // The configured text for `key` through the calling thread's shared reader, which loads the
 // default file once per thread. This is what the rest of the library uses for provider names,

@@ -42,6 +42,13 @@ inline constexpr std::int32_t kProviderOracle = 4;
 inline constexpr std::int32_t kProviderMySql = 16;
 inline constexpr std::int32_t kProviderPostgreSql = 32;  // ours: the old library had none
 
+// The short name of a provider type ("jet", "sqlserver", "oracle", "mysql", "postgresql"), ""
+// for a type the library does not support.
+std::string ProviderTypeName(std::int32_t type);
+// The provider type of a short name, of its alias ("sqlite", "mssql", "mariadb", "postgres") or
+// of its number as text, case ignored; 0 when none matches.
+std::int32_t ProviderTypeFromName(const std::string& name);
+
 // Attributes bits of a data store.
 inline constexpr std::int32_t kAttrDaoSupplied = 2;  // the DAO database came from the caller
 inline constexpr std::int32_t kAttrOdbcForm = 16;    // build the ODBC form of ConnectionString
@@ -68,16 +75,18 @@ class CZtProvider {
   // installed. Raises 9020 for an unknown provider type.
   std::string GetLatestOLEDBProvider(std::int32_t provider_type);
   // The configured provider name: 10451 for Jet (10450 when `version` is given and below 4),
-  // 10452 SQL Server, 10453 Oracle, 10457 MySQL. Raises vbObjectError + 9020
+  // 10452 SQL Server, 10453 Oracle, 10457 MySQL, 10458 PostgreSQL. Raises vbObjectError + 9020
   // (tslDSProviderNotSupportedErr) for any other type.
   std::string GetOLEDBProvider(std::int32_t provider_type, const std::string& version);
-  // The configured prefix: 10454, 10455, 10456, 10457. Raises 9020 like GetOLEDBProvider.
+  // The configured prefix: 10454, 10455, 10456, 10457, 10459 (PostgreSQL). Raises 9020 like
+  // GetOLEDBProvider.
   std::string GetOLEDBProviderPrefix(std::int32_t provider_type);
-  // The caption text (PROVIDER_JET, PROVIDER_SQL, PROVIDER_ORACLE, PROVIDER_MYSQL). Raises 9020
+  // The caption text (PROVIDER_JET, PROVIDER_SQL, PROVIDER_ORACLE, PROVIDER_MYSQL,
+  // PROVIDER_POSTGRESQL). Raises 9020
   // like GetOLEDBProvider.
   std::string GetCaptionName(std::int32_t provider_type);
-  // The provider type whose prefix occurs in `provider` (ignoring case), testing 1, 4, 2, 16 in
-  // that order with the last match winning; 0 when none occurs. "MSDASQL" gives 16.
+  // The provider type whose prefix occurs in `provider` (ignoring case), testing 1, 4, 2, 16, 32
+  // in that order with the last match winning; 0 when none occurs. "MSDASQL" gives 16.
   std::int32_t GetProviderType(const std::string& provider);
 
   // The providers installed here: the library's built-in provider names, then the ODBC drivers

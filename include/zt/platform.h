@@ -35,6 +35,8 @@ namespace zt {
 
 namespace platform {
 class ConnectionBackend;
+class Dialect;
+class ProviderTable;
 class StatementBackend;
 class BulkWriterBackend;
 struct Session;
@@ -180,6 +182,9 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // The stored connection string, with the password as written (never log it).
   const std::string& ConnectionString() const { return connection_string_; }
   void SetConnectionString(const std::string& text);  // raises 3705 while open
+  // The provider table the next Open maps provider names through (nullptr: the library's
+  // built-in table, the default). Data stores hand in the table with the configured providers.
+  void SetProviderTable(std::shared_ptr<const platform::ProviderTable> table);
   // The current database ("" for SQLite).
   std::string DefaultDatabase() const;
   // The engine's column type for a DAO type code (1 Boolean, 2 Byte, 3 Integer, 4 Long,
@@ -187,6 +192,9 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
   // for Text, its length in characters: "TEXT(50)" on an SQLite file (the Jet vocabulary),
   // "VARCHAR(50)" on PostgreSQL and MariaDB. Raises 3704 when closed, 3001 for an unknown code.
   std::string ColumnType(std::int32_t dao_type, std::int32_t size = 0) const;
+  // The engine's dialect (src/platform/dialect.h): column changes, database creation, size and
+  // user-roster queries. Raises 3704 when closed.
+  const platform::Dialect& Dialect() const;
 
   // A schema rowset: adSchemaTables (20), adSchemaColumns (4), adSchemaIndexes (12),
   // adSchemaPrimaryKeys (28), with the OLE DB column names. `restrictions` is Empty or an array
@@ -206,6 +214,7 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
  private:
   std::shared_ptr<platform::Session> session_;
   std::string connection_string_;
+  std::shared_ptr<const platform::ProviderTable> provider_table_;
   std::int32_t cursor_location_ = ado::adUseServer;
   std::int32_t command_timeout_ = 30;
   std::int32_t connection_timeout_ = 15;

@@ -1,7 +1,7 @@
 // The provider table of the data-access layer, extended from the configuration file, so that an
 // administrator can point an OLE DB provider name at another engine or ODBC driver without a
 // new build.
-#include <mutex>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -44,36 +44,36 @@ platform::ProviderEntry ParseEntry(const std::string& pattern, const std::string
 
 }  // namespace
 
-void ApplyConfiguredProviderTable() {
+std::shared_ptr<const platform::ProviderTable> ConfiguredProviderTable() {
   CZtConfigReader& reader = ThreadConfigReader();
   if (!reader.Dictionary()) reader.Load(CZtConfigReader::DefaultFileName());
   auto dict = reader.Dictionary();
-  std::vector<platform::ProviderEntry> configured;
   std::string signature;
   if (dict) {
-    for (const auto& [key, value] : dict->Items()) {
-      if (key.rfind(kPrefix, 0) != 0) continue;
-      const std::string pattern = key.substr(kPrefix.size());
-      Trap at("CZtConfigReader", "ApplyConfiguredProviderTable", ", Line#");
-      at.Key(", Provider=" + pattern);
-      at.Returning([&] {
-        at = 10;
-        configured.push_back(ParseEntry(pattern, value.ToText()));
-        signature += key + '\n' + value.ToText() + '\n';
-      });
-    }
+    for (const auto& [key, value] : dict->Items())
+      if (key.rfind(kPrefix, 0) == 0) signature += key + '\n' + value.ToText() + '\n';
   }
-  // The table is process-wide: it is replaced only when the configured entries differ from the
-  // ones applied last, so threads that read the same file never write it twice.
-  static std::mutex mu;
-  static std::string applied;
-  static const std::vector<platform::ProviderEntry> built_in = platform::ProviderTable();
-  std::lock_guard<std::mutex> lock(mu);
-  if (signature == applied) return;
-  for (const auto& e : built_in) configured.push_back(e);
-  platform::SetProviderTable(signature.empty() ? std::vector<platform::ProviderEntry>{}
-                                               : std::move(configured));
-  applied = signature;
+  if (signature.empty()) return platform::ProviderTable::BuiltIn();
+  // The configuration reader belongs to the thread, and so does the snapshot built from it: it
+  // is rebuilt only when the configured entries differ from the ones it was built from.
+  thread_local std::string built_from;
+  thread_local std::shared_ptr<const platform::ProviderTable> built;
+  if (built && signature == built_from) return built;
+  std::vector<platform::ProviderEntry> entries;
+  for (const auto& [key, value] : dict->Items()) {
+    if (key.rfind(kPrefix, 0) != 0) continue;
+    const std::string pattern = key.substr(kPrefix.size());
+    Trap at("CZtConfigReader", "ConfiguredProviderTable", ", Line#");
+    at.Key(", Provider=" + pattern);
+    at.Returning([&] {
+      at = 10;
+      entries.push_back(ParseEntry(pattern, value.ToText()));
+    });
+  }
+  for (const auto& e : platform::ProviderTable::BuiltIn()->Entries()) entries.push_back(e);
+  built = std::make_shared<const platform::ProviderTable>(std::move(entries));
+  built_from = signature;
+  return built;
 }
 
 }  // namespace zt

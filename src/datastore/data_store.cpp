@@ -1,6 +1,7 @@
 // CZtDataStore: definition members and connection strings.
 #include <string>
 
+#include "datastore/provider_types.h"
 #include "foundation/paths.h"
 #include "foundation/utf8.h"
 #include "zt/config.h"
@@ -73,20 +74,20 @@ std::string CZtDataStore::Provider() {
 
 std::string CZtDataStore::ODBCDriver() {
   if (!odbc_driver_.empty()) return odbc_driver_;
-  switch (provider_type_) {
-    case kProviderSqlServer:
-      odbc_driver_ = "SQL Server";
-      break;
-    case kProviderOracle:
-      odbc_driver_ = "Microsoft ODBC Driver for Oracle";
-      break;
-    case kProviderMySql:
-      odbc_driver_ = "{MySQL ODBC 5.3 ANSI Driver}";
-      break;
-    default:
-      break;  // Jet and unknown types have no driver; nothing is stored
-  }
+  // Jet and unknown types have no driver; nothing is stored for them.
+  if (const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type_))
+    odbc_driver_ = std::string(row->odbc_driver);
   return odbc_driver_;
+}
+
+ds::DefinitionParts CZtDataStore::Parts() const {
+  return {location_,
+          name_,
+          FullPath(),
+          user_,
+          password_,
+          system_db_,
+          (attributes_ & kAttrOdbcForm) != 0};
 }
 
 std::string CZtDataStore::FullPath() const {
@@ -104,38 +105,9 @@ std::string CZtDataStore::ConnectionString() {
         const bool odbc = (attributes_ & kAttrOdbcForm) != 0;
         std::string s = odbc ? "Driver=" + ODBCDriver() + ";dbq=" : "Provider=" + Provider();
         at = 30;
-        switch (provider_type_) {
-          case kProviderJet: {
-            s += ";Data Source=" + FullPath();
-            const std::string jet_password = utf8::Left(password_, kJetPasswordLength);
-            if (odbc) {
-              if (!system_db_.empty()) s += ";SystemDB=" + system_db_;
-              if (!user_.empty()) s += ";Uid=" + user_ + ";Pwd=" + jet_password;
-            } else {
-              if (!system_db_.empty()) s += ";Jet OLEDB:System Database=" + system_db_;
-              if (!user_.empty()) s += ";User ID=" + user_ + ";Password=" + jet_password;
-            }
-            break;
-          }
-          case kProviderSqlServer:
-            at = 40;
-            // User and password are written even when empty: the server side reads an empty
-            // Uid as "no SQL login" and integrated security may follow.
-            s += ";Data Source=" + location_ + ";Database=" + name_ + ";Uid=" + user_ +
-                 ";Pwd=" + password_ + ";";
-            at = 50;
-            if (LoadConfigResString(203) == "1") s += "Integrated Security=SSPI;";
-            break;
-          case kProviderOracle:
-            s += ";Data Source=" + location_ + ";User ID=" + user_ + ";Password=" + password_ + ";";
-            break;
-          case kProviderMySql:
-            s += ";Driver=" + ODBCDriver() + ";Server=" + location_ + ";Database=" + name_ +
-                 ";User=" + user_ + ";Password=" + password_ + ";Option=3";
-            break;
-          default:
-            break;
-        }
+        // A type without a row adds nothing after the provider.
+        if (const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type_))
+          s += row->connection_tail(Parts(), ODBCDriver());
         at = 60;
         // The alternative text is appended untrimmed after a ";" even when the built string
         // already ends in one; administrators compare the ";;" that results, so it stays.
@@ -156,15 +128,9 @@ std::string CZtDataStore::DAOConnectionString(const std::string& user_name,
           password_ = password;
         }
         at = 20;
-        if (dao_conn_cache_.empty()) {
-          if (provider_type_ == kProviderJet) {
-            dao_conn_cache_ = ";Database=" + FullPath();
-          } else if (provider_type_ == kProviderSqlServer) {
-            dao_conn_cache_ =
-                "ODBC;Driver=" + ODBCDriver() + ";Server=" + location_ + ";Database=" + name_;
-            if (!user_name.empty()) dao_conn_cache_ += ";Uid=" + user_name + ";Pwd=" + password;
-          }
-        }
+        const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type_);
+        if (dao_conn_cache_.empty() && row && row->dao_string)
+          dao_conn_cache_ = row->dao_string(Parts(), ODBCDriver(), !user_name.empty());
         at = 30;
         if (InStr(1, ConnectionString(), "Integrated Security=SSPI", CompareMode::Text) != 0 &&
             InStr(1, dao_conn_cache_, "Trusted_Connection=Yes", CompareMode::Text) == 0)
@@ -207,19 +173,20 @@ bool CZtDataStore::SameConnectionString(std::string& conn_string1, std::string& 
         auto value = [&](const char* key, std::string& cs) {
           return GetValueFromConnectionString(key, cs);
         };
+        const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type_);
+        const ds::SameBy by = row ? row->same_by : ds::SameBy::kNever;
         if (!conn_string2.empty()) {
           at = 20;
           if (!TextEquals(value("DATABASE", conn_string1), value("DATABASE", conn_string2)))
             return false;
-          if (provider_type_ == kProviderJet) return true;
-          if (provider_type_ == kProviderSqlServer)
+          if (by == ds::SameBy::kFile) return true;
+          if (by == ds::SameBy::kServer)
             return TextEquals(value("SERVER", conn_string1), value("SERVER", conn_string2));
           return false;
         }
         at = 30;
-        if (provider_type_ == kProviderJet)
-          return TextEquals(value("DATABASE", conn_string1), FullPath());
-        if (provider_type_ == kProviderSqlServer)
+        if (by == ds::SameBy::kFile) return TextEquals(value("DATABASE", conn_string1), FullPath());
+        if (by == ds::SameBy::kServer)
           return TextEquals(value("DATABASE", conn_string1), name_) &&
                  TextEquals(value("SERVER", conn_string1), location_);
         return false;

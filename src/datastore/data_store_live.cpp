@@ -4,8 +4,11 @@
 #include <filesystem>
 #include <string>
 
+#include "datastore/provider_types.h"
 #include "datastore/sqlite_file.h"
 #include "foundation/paths.h"
+#include "platform/dialect.h"
+#include "platform/driver.h"
 #include "zt/config.h"
 #include "zt/datastore.h"
 #include "zt/env.h"
@@ -27,7 +30,6 @@ namespace {
 constexpr std::string_view kTypeName = "CZtDataStore";
 constexpr std::string_view kVersionTable = "tblTesselVersion";
 constexpr std::int32_t kOpenStep = 20;
-constexpr std::int32_t kProviderNotSupported = 9020;
 // Numbers of the data store's own move errors (vbObjectError + n).
 constexpr std::int32_t kSourceSameAsTarget = 9031;
 constexpr std::int32_t kFilesNotOnServer = 9032;
@@ -43,13 +45,6 @@ void Diagnostic(const std::string& text) {
 void RetryWarning(const std::string& location, const ErrorInfo& e) {
   ZtLog_LogEvent(location + "\t" + ErrorEventText(e.number, e.source, e.description), nullptr,
                  kEventWarning, kLevelPropertyDiagnostic);
-}
-
-[[noreturn]] void RaiseProviderNotSupported(std::int32_t provider_type) {
-  VariantArray args;
-  args.items = {Variant(provider_type)};
-  ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
-                       std::string(kTypeName), args);
 }
 
 [[noreturn]] void RaiseNotAvailable(const std::string& what) {
@@ -73,6 +68,15 @@ void CZtDataStore::DataStoreConnection(std::shared_ptr<Connection> connection) {
 void CZtDataStore::DataStoreDAOConnection(std::shared_ptr<dao::Database> database) {
   dao_ = std::move(database);
   attributes_ |= kAttrDaoSupplied;
+}
+
+const ds::ProviderTypeRow& CZtDataStore::Row() const {
+  return ds::RequireProviderType(provider_type_, kTypeName);
+}
+
+bool CZtDataStore::IsFileStore() const {
+  const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type_);
+  return row && row->is_file;
 }
 
 std::string CZtDataStore::OpenConnectionString() const {
@@ -132,14 +136,20 @@ void CZtDataStore::ZtConnOpen(Connection& connection, const std::string& connect
   // The engine behind a Jet store would create a missing file as an empty database, where Jet
   // failed; an administrator who points a store at the wrong folder must hear so, and no stray
   // file may appear there. A missing file is no transient state, so it is not retried.
-  if (provider_type_ == kProviderJet) {
-    std::string used =
+  if (IsFileStore()) {
+    const std::string& used =
         connection_string.empty() ? connection.ConnectionString() : connection_string;
-    const std::string path = GetValueFromConnectionString("Data Source", used);
+    // The path as the connection will read it: a folder holding ";" arrives quoted.
+    std::string path;
+    try {
+      path = platform::FindKey(platform::SplitConnectionString(used), "Data Source").value_or("");
+    } catch (const ZtError&) {
+      // a string the layer cannot read fails in Open below, with the layer's own error
+    }
     if (!path.empty() && !fs::exists(path))
       throw ZtError(rt::kFileNotFound, std::string(kTypeName), "File not found: " + path);
   }
-  ApplyConfiguredProviderTable();
+  connection.SetProviderTable(ConfiguredProviderTable());
   std::int32_t attempt = 0;
   for (;;) {
     ErrorInfo failure;
@@ -148,9 +158,9 @@ void CZtDataStore::ZtConnOpen(Connection& connection, const std::string& connect
       // SQLite opens a file lazily: a locked or damaged file would only show at the first
       // statement, outside this loop. Reading the schema once makes the opening itself meet
       // the lock, so it is retried like a busy Jet file was.
-      if (TextEquals(connection.Engine(), "SQLite")) {
+      if (const std::string probe = connection.Dialect().OpenProbe(); !probe.empty()) {
         try {
-          connection.Execute("SELECT COUNT(*) FROM sqlite_master");
+          connection.Execute(probe);
         } catch (...) {
           connection.Close();
           throw;
@@ -165,9 +175,9 @@ void CZtDataStore::ZtConnOpen(Connection& connection, const std::string& connect
                      ", Line#" + std::to_string(kOpenStep),
                  failure);
     if (!IsRetryOnError(failure.number)) throw ZtError(failure);
-    // SQL Server stores are never retried: its own client library has already waited for the
-    // login time-out, and a second wait only hides a server that is down.
-    if (provider_type_ == kProviderSqlServer || attempt >= max_retries) {
+    // Whether a provider type is retried at all is its row's rule (SQL Server: never).
+    const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type_);
+    if ((row && !row->retried) || attempt >= max_retries) {
       Trap at(kTypeName, "ZtConnOpen", ", Line#");
       at = kOpenStep;
       at.Reraising([&] { throw ZtError(failure); });
@@ -203,7 +213,7 @@ bool CZtDataStore::ValidateDataStore() {
         at = 10;
         // A Jet store must name an existing database file: opening would otherwise create an
         // empty one, and an administrator validating a path does not expect a new file.
-        if (provider_type_ == kProviderJet) {
+        if (IsFileStore()) {
           std::string why;
           if (!ds::IsDatabaseFile(FullPath(), &why))
             throw ZtError(rt::kFileNotFound, std::string(kTypeName), why);
@@ -221,7 +231,7 @@ std::shared_ptr<dao::Database> CZtDataStore::OpenDAODataStore() {
   return at.Reraising([&]() -> std::shared_ptr<dao::Database> {
     at = 10;
     if (dao_) return dao_;
-    if (provider_type_ != kProviderJet) RaiseProviderNotSupported(provider_type_);
+    if (!Row().is_file) ds::RaiseProviderNotSupported(provider_type_, kTypeName);
     at = 20;
     dao_ = dao::Database::OpenDatabase(FullPath());
     return dao_;
@@ -232,8 +242,14 @@ std::shared_ptr<dao::Database> CZtDataStore::OpenDAODataStore() {
 // without its database name.
 std::shared_ptr<Connection> CZtDataStore::OpenServerConnection() {
   const std::string name = name_;
-  name_.clear();
-  const std::string cs = ConnectionString();
+  name_ = platform::DialectFor(Row().engine).MaintenanceDatabase();
+  std::string cs;
+  try {
+    cs = ConnectionString();
+  } catch (...) {
+    name_ = name;
+    throw;
+  }
   name_ = name;
   auto server = std::make_shared<Connection>();
   ZtConnOpen(*server, cs, "", "", -1, -1, -1);
@@ -244,15 +260,30 @@ void CZtDataStore::CreatePhysicalDataStore() {
   Trap at(kTypeName, "CreatePhysicalDataStore");
   at.Reraising([&] {
     at = 10;
-    if (provider_type_ == kProviderJet) {
-      ds::CreateSqliteFile(FullPath());
-      Diagnostic(".CreatePhysicalDataStore, File created: " + FullPath());
+    const ds::ProviderTypeRow& row = Row();
+    if (row.is_file) {
+      const std::string path = FullPath();
+      const bool existed = fs::exists(fs::symlink_status(path));
+      try {
+        ds::CreateSqliteFile(path);
+      } catch (...) {
+        // A create that failed half-way leaves no file behind; one that was there stays.
+        if (!existed) {
+          std::error_code ignored;
+          fs::remove(path, ignored);
+          for (const auto& companion : ds::CompanionFiles(path)) fs::remove(companion, ignored);
+        }
+        throw;
+      }
+      Diagnostic(".CreatePhysicalDataStore, File created: " + path);
       return;
     }
     at = 20;
+    const std::string sql = platform::DialectFor(row.engine).CreateDatabase(name_);
+    if (sql.empty()) ds::RaiseProviderNotSupported(provider_type_, kTypeName);
     auto server = OpenServerConnection();
     at = 30;
-    server->Execute("CREATE DATABASE " + Bracketed(name_));
+    server->Execute(sql);
     server->Close();
     Diagnostic(".CreatePhysicalDataStore, Database created: " + name_);
   });
@@ -262,8 +293,9 @@ void CZtDataStore::DeletePhysicalDataStore() {
   Trap at(kTypeName, "DeletePhysicalDataStore");
   at.Reraising([&] {
     at = 10;
+    const ds::ProviderTypeRow& row = Row();
     CloseConnections();
-    if (provider_type_ == kProviderJet) {
+    if (row.is_file) {
       at = 20;
       ds::DeleteSqliteFile(FullPath(), [](const std::string& path) {
         ZtLog_LogEvent("File deleted: " + path, nullptr, kEventInformation, kLevelDiagnostic);
@@ -271,9 +303,11 @@ void CZtDataStore::DeletePhysicalDataStore() {
       return;
     }
     at = 30;
+    const std::string sql = platform::DialectFor(row.engine).DropDatabase(name_);
+    if (sql.empty()) ds::RaiseProviderNotSupported(provider_type_, kTypeName);
     auto server = OpenServerConnection();
     at = 40;
-    server->Execute("DROP DATABASE " + Bracketed(name_));
+    server->Execute(sql);
     server->Close();
     Diagnostic(".DeletePhysicalDataStore, Database deleted: " + name_);
   });
@@ -335,7 +369,7 @@ void CZtDataStore::MovePhysicalDataStore(const std::string& new_location) {
   Trap at(kTypeName, "MovePhysicalDataStore");
   at.Reraising([&] {
     at = 10;
-    if (provider_type_ != kProviderJet) {
+    if (!Row().is_file) {
       // A server keeps its database files itself; moving them is the server administrator's
       // work (detach and attach), not something a client can do over a connection.
       VariantArray args;
@@ -432,19 +466,11 @@ std::int64_t CZtDataStore::Size() {
   return at.Returning(
       [&]() -> std::int64_t {
         at = 10;
-        if (provider_type_ == kProviderJet) return ds::SqliteFileSize(FullPath());
+        if (Row().is_file) return ds::SqliteFileSize(FullPath());
         at = 20;
         auto c = GetConnection(1);
-        const std::string engine = c->Engine();
-        std::string sql;
-        if (TextEquals(engine, "PostgreSQL"))
-          sql = "SELECT pg_database_size(current_database())";
-        else if (TextEquals(engine, "MariaDB") || TextEquals(engine, "MySQL"))
-          sql =
-              "SELECT SUM(data_length + index_length) FROM information_schema.tables WHERE "
-              "table_schema = DATABASE()";
-        else
-          sql = "SELECT SUM(CAST(size AS BIGINT)) * 8192 FROM sysfiles";
+        const std::string sql = c->Dialect().SizeQuery();
+        if (sql.empty()) return 0;  // the engine does not tell a client
         at = 30;
         auto rs = c->Execute(sql);
         if (!rs || rs->Eof()) return 0;
@@ -458,8 +484,15 @@ void CZtDataStore::Compact() {
   Trap at(kTypeName, "Compact");
   at.Reraising([&] {
     at = 10;
-    // Server engines reclaim space themselves; there is nothing for a client to compact.
-    if (provider_type_ != kProviderJet) return;
+    if (!Row().is_file) {
+      // Server engines reclaim space themselves; there is nothing for a client to compact. A
+      // server that cannot be reached is still a failure: the caller must not read "done".
+      auto c = GetConnection(1);
+      if (!c || !c->IsAlive())
+        throw ZtError(ZtErr_ObjectErrorNumber(kNotAvailable), std::string(kTypeName),
+                      "The data store " + name_ + " on " + location_ + " cannot be reached.");
+      return;
+    }
     CloseConnections();
     at = 20;
     const std::string temp = ds::CompactSqliteFile(FullPath());
@@ -484,7 +517,8 @@ std::string CZtDataStore::GetLinkedTableName(const std::string& table) {
   return at.Returning(
       [&] {
         at = 10;
-        if (provider_type_ == kProviderMySql && TextEquals(table, LoadConfigResString(10403)))
+        const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type_);
+        if (row && row->linked_user_table && TextEquals(table, LoadConfigResString(10403)))
           return LoadConfigResString(10402);
         return table;
       },
@@ -503,9 +537,7 @@ void CZtDataStore::Initialize(const std::string& param) {
     const std::string type_text = get("ProviderType");
     std::int32_t type = provider_type_;
     if (!type_text.empty()) type = Variant(type_text).ToInt32();
-    if (type != kProviderJet && type != kProviderSqlServer && type != kProviderOracle &&
-        type != kProviderMySql)
-      RaiseProviderNotSupported(type);
+    if (!ds::FindProviderType(type)) ds::RaiseProviderNotSupported(type, kTypeName);
     at = 30;
     // Everything is read before anything is changed, so a bad value leaves the definition as
     // it was.
@@ -557,28 +589,13 @@ std::vector<RosterEntry> CZtDataStore::GetUserRoster(const std::vector<RosterEnt
         Diagnostic(".GetUserRoster Exclude:" + filter);
         std::vector<RosterEntry> rows;
         // A file has no server that could tell who has it open.
-        if (provider_type_ == kProviderJet) return rows;
+        if (Row().is_file) return rows;
         at = 20;
         auto c = GetConnection(1);
-        const std::string engine = c->Engine();
-        std::string sql;
-        // The roster answers "who else is in this database", so the data store's own session
-        // is never listed; on SQL Server, as in the server administration's roster, neither
-        // are processes without a host name (the server's own workers), and the login is the
-        // Windows user name.
-        if (TextEquals(engine, "PostgreSQL"))
-          sql =
-              "SELECT COALESCE(client_hostname, host(client_addr), 'local'), usename FROM "
-              "pg_stat_activity WHERE datname = current_database() AND pid <> pg_backend_pid() "
-              "AND backend_type = 'client backend'";
-        else if (TextEquals(engine, "MariaDB") || TextEquals(engine, "MySQL"))
-          sql =
-              "SELECT SUBSTRING_INDEX(HOST, ':', 1), USER FROM information_schema.PROCESSLIST "
-              "WHERE DB = DATABASE() AND ID <> CONNECTION_ID()";
-        else
-          sql =
-              "SELECT rtrim(hostname), rtrim(nt_username) FROM master.dbo.sysprocesses WHERE "
-              "dbid = DB_ID() AND spid<>@@spid AND rtrim(hostname)<>''";
+        // The roster answers "who else is in this database": the engine's list leaves the data
+        // store's own session out. An engine without such a list has nobody to show.
+        const std::string sql = c->Dialect().RosterQuery();
+        if (sql.empty()) return rows;
         at = 30;
         auto rs = c->Execute(sql);
         while (rs && rs->State() == ado::adStateOpen && !rs->Eof()) {

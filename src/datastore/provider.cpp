@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "datastore/provider_types.h"
 #include "platform/driver.h"
 #include "zt/config.h"
 #include "zt/datastore.h"
@@ -19,15 +20,6 @@ namespace zt {
 namespace {
 
 constexpr std::string_view kTypeName = "CZtProvider";
-constexpr std::int32_t kProviderNotSupported = 9020;
-
-[[noreturn]] void RaiseNotSupported(std::int32_t provider_type) {
-  VariantArray args;
-  args.items.emplace_back(provider_type);
-  ZtErr_RaiseFormatted(kProviderNotSupported, "tslDSProviderNotSupportedErr",
-                       std::string(kTypeName), args);
-}
-
 // The run time's Val: the number at the start of the text ("3.51b" -> 3.51), 0 when there is
 // none.
 double LeadingNumber(const std::string& text) {
@@ -77,6 +69,14 @@ std::vector<CZtProvider::Installed> RegisteredOdbcDrivers() {
   return out;
 }
 
+// The row of `provider_type`; a type without one fails at step 20 of the member, after the
+// lookup of the known types, where its error has always been reported.
+const ds::ProviderTypeRow& RowOf(std::int32_t provider_type, Trap& at) {
+  if (const ds::ProviderTypeRow* row = ds::FindProviderType(provider_type)) return *row;
+  at = 20;
+  ds::RaiseProviderNotSupported(provider_type, kTypeName);
+}
+
 }  // namespace
 
 std::vector<CZtProvider::Installed> CZtProvider::InstalledProviders() {
@@ -87,9 +87,10 @@ std::vector<CZtProvider::Installed> CZtProvider::InstalledProviders() {
   const std::string v = LibraryVersion();
   std::vector<Installed> out;
   for (const char* name : {"Microsoft.Jet.OLEDB.4.0", "Microsoft.Jet.OLEDB.3.51", "MSOLEDBSQL",
-                           "SQLOLEDB", "OraOLEDB.Oracle", "MSDASQL"}) {
+                           "SQLOLEDB", "OraOLEDB.Oracle", "MSDASQL", "PostgreSQL"}) {
     try {
-      platform::ConnectParams p = platform::ParseConnectionString("Provider=" + std::string(name));
+      platform::ConnectParams p = platform::ParseConnectionString(
+          "Provider=" + std::string(name), {}, {}, ConfiguredProviderTable().get());
       if (platform::FindDriver(p.driver)) out.push_back({name, v});
     } catch (const ZtError&) {
       // not in the provider table: not installed
@@ -144,58 +145,28 @@ std::string CZtProvider::GetLatestOLEDBProvider(std::int32_t provider_type) {
 std::string CZtProvider::GetOLEDBProvider(std::int32_t provider_type, const std::string& version) {
   Trap at(kTypeName, "GetOLEDBProvider");
   return at.Reraising([&] {
+    const ds::ProviderTypeRow& row = RowOf(provider_type, at);
     at = 10;
-    switch (provider_type) {
-      case kProviderJet:
-        return LoadConfigResString(!version.empty() && LeadingNumber(version) < 4.0 ? 10450
-                                                                                    : 10451);
-      case kProviderSqlServer:
-        return LoadConfigResString(10452);
-      case kProviderOracle:
-        return LoadConfigResString(10453);
-      case kProviderMySql:
-        return LoadConfigResString(10457);
-    }
-    at = 20;
-    RaiseNotSupported(provider_type);
+    const bool old = row.old_provider_id != 0 && !version.empty() && LeadingNumber(version) < 4.0;
+    return LoadConfigResString(old ? row.old_provider_id : row.provider_id);
   });
 }
 
 std::string CZtProvider::GetOLEDBProviderPrefix(std::int32_t provider_type) {
   Trap at(kTypeName, "GetOLEDBProviderPrefix");
   return at.Reraising([&] {
+    const ds::ProviderTypeRow& row = RowOf(provider_type, at);
     at = 10;
-    switch (provider_type) {
-      case kProviderJet:
-        return LoadConfigResString(10454);
-      case kProviderSqlServer:
-        return LoadConfigResString(10455);
-      case kProviderOracle:
-        return LoadConfigResString(10456);
-      case kProviderMySql:
-        return LoadConfigResString(10457);
-    }
-    at = 20;
-    RaiseNotSupported(provider_type);
+    return LoadConfigResString(row.prefix_id);
   });
 }
 
 std::string CZtProvider::GetCaptionName(std::int32_t provider_type) {
   Trap at(kTypeName, "GetCaptionName");
   return at.Reraising([&] {
+    const ds::ProviderTypeRow& row = RowOf(provider_type, at);
     at = 10;
-    switch (provider_type) {
-      case kProviderJet:
-        return LoadCommonResString("PROVIDER_JET");
-      case kProviderSqlServer:
-        return LoadCommonResString("PROVIDER_SQL");
-      case kProviderOracle:
-        return LoadCommonResString("PROVIDER_ORACLE");
-      case kProviderMySql:
-        return LoadCommonResString("PROVIDER_MYSQL");
-    }
-    at = 20;
-    RaiseNotSupported(provider_type);
+    return LoadCommonResString(std::string(row.caption));
   });
 }
 
@@ -204,11 +175,12 @@ std::int32_t CZtProvider::GetProviderType(const std::string& provider) {
   return at.Reraising([&] {
     std::int32_t result = 0;
     at = 10;
-    // Every match overwrites the result, so the last type in this order wins: "MSDASQL" names
-    // the MySQL bridge even though no SQL Server prefix is in it, and an SQL Server name that
-    // also carried the MySQL bridge's prefix counts as MySQL.
-    for (std::int32_t type : {kProviderJet, kProviderOracle, kProviderSqlServer, kProviderMySql})
-      if (InStr(1, provider, GetOLEDBProviderPrefix(type), CompareMode::Text) != 0) result = type;
+    // Every match overwrites the result, so the last row in the table's order wins: "MSDASQL"
+    // names the MySQL bridge even though no SQL Server prefix is in it, and an SQL Server name
+    // that also carried the MySQL bridge's prefix counts as MySQL.
+    for (auto* row = ds::ProviderTypesBegin(); row != ds::ProviderTypesEnd(); ++row)
+      if (InStr(1, provider, LoadConfigResString(row->prefix_id), CompareMode::Text) != 0)
+        result = row->type;
     return result;
   });
 }

@@ -40,6 +40,9 @@ const std::map<std::int32_t, std::string_view>& NumberedStrings() {
       {10455, "MSOLEDBSQL"},
       {10456, "OraOLEDB.Oracle"},
       {10457, "MSDASQL"},
+      // PostgreSQL (provider type 32): provider name and prefix.
+      {10458, "PostgreSQL"},
+      {10459, "PostgreSQL"},
   };
   return table;
 }
@@ -55,6 +58,7 @@ const std::map<std::string, std::string_view, std::less<>>& NamedMessages() {
       {"PROVIDER_SQL", "Microsoft SQL Server"},
       {"PROVIDER_ORACLE", "Oracle"},
       {"PROVIDER_MYSQL", "MySQL"},
+      {"PROVIDER_POSTGRESQL", "PostgreSQL"},
       // Yes/no words.
       {"BLN_YES", "Yes"},
       {"BLN_NO", "No"},

@@ -1,6 +1,7 @@
 // Connection, Command, PreparedStatement and BulkInserter.
 #include <algorithm>
 
+#include "platform/dialect.h"
 #include "platform/driver.h"
 #include "platform/errors.h"
 #include "platform/session.h"
@@ -61,7 +62,8 @@ void Connection::Open(const std::string& connection_string, const std::string& u
                       const std::string& password, std::int32_t /*options*/) {
   if (State() == ado::adStateOpen) RaiseAdo(AdoError::kObjectOpen, kConnectionSource);
   const std::string text = connection_string.empty() ? connection_string_ : connection_string;
-  platform::ConnectParams params = platform::ParseConnectionString(text, user, password);
+  platform::ConnectParams params =
+      platform::ParseConnectionString(text, user, password, provider_table_.get());
   if (params.login_timeout == 0) params.login_timeout = connection_timeout_;
   const platform::DriverFactory* factory = platform::FindDriver(params.driver);
   if (!factory)
@@ -168,7 +170,8 @@ std::string Connection::Provider() const {
   // Closed: the provider the stored string would open (the embedded engine when it names none
   // and has no Driver=), or the name as written when no table entry knows it.
   try {
-    return platform::ParseConnectionString(connection_string_).provider;
+    return platform::ParseConnectionString(connection_string_, {}, {}, provider_table_.get())
+        .provider;
   } catch (const ZtError&) {
     try {
       return platform::FindKey(platform::SplitConnectionString(connection_string_), "Provider")
@@ -188,12 +191,20 @@ void Connection::SetConnectionString(const std::string& text) {
   connection_string_ = text;
 }
 
+void Connection::SetProviderTable(std::shared_ptr<const platform::ProviderTable> table) {
+  provider_table_ = std::move(table);
+}
+
 std::string Connection::DefaultDatabase() const {
   return RequireSession().backend->CurrentCatalog();
 }
 
 std::string Connection::ColumnType(std::int32_t dao_type, std::int32_t size) const {
-  return RequireSession().backend->ColumnType(dao_type, size);
+  return Dialect().ColumnType(dao_type, size);
+}
+
+const platform::Dialect& Connection::Dialect() const {
+  return RequireSession().backend->EngineDialect();
 }
 
 std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,

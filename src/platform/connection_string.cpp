@@ -39,11 +39,11 @@ bool IsAccessFile(const std::string& path) {
   return magic == "Standard Jet DB" || magic == "Standard ACE DB";
 }
 
-const std::vector<ProviderEntry>& BuiltInProviders() {
+std::vector<ProviderEntry> BuiltInProviders() {
   // The keys a target driver always needs (MariaDB's Option=2, FreeTDS's TDS_Version ...) are
   // added by the ODBC driver's family table, whichever provider or Driver= name led there; the
   // fixed keys of an entry are for tables read from the configuration.
-  static const std::vector<ProviderEntry> table = {
+  return {
       {"Microsoft.Jet.OLEDB.*", "sqlite", "", "", "", {}},
       {"Microsoft.ACE.OLEDB.*", "sqlite", "", "", "", {}},
       {"SQLite*", "sqlite", "", "", "", {}},
@@ -60,13 +60,9 @@ const std::vector<ProviderEntry>& BuiltInProviders() {
       {"MSDASQL*", "odbc", "", "Server", "Database", {}},
       {"Scripted*", "scripted", "", "", "", {}},
   };
-  return table;
 }
 
-std::vector<ProviderEntry>& OverrideTable() {
-  static std::vector<ProviderEntry> table;
-  return table;
-}
+thread_local std::vector<ProviderEntry> t_overrides;
 
 enum class Key {
   kProvider,
@@ -205,16 +201,30 @@ std::string OdbcQuote(const std::string& value) {
   return needs ? Braced(value) : value;
 }
 
-const std::vector<ProviderEntry>& ProviderTable() {
-  return OverrideTable().empty() ? BuiltInProviders() : OverrideTable();
+const ProviderEntry* ProviderTable::Find(const std::string& provider) const {
+  for (const ProviderEntry& e : entries_)
+    if (PatternMatches(e.pattern, provider)) return &e;
+  return nullptr;
 }
 
-void SetProviderTable(std::vector<ProviderEntry> table) {
-  OverrideTable() = std::move(table);
+const std::shared_ptr<const ProviderTable>& ProviderTable::BuiltIn() {
+  static const std::shared_ptr<const ProviderTable> table =
+      std::make_shared<const ProviderTable>(BuiltInProviders());
+  return table;
+}
+
+void PushThreadProviderOverride(ProviderEntry entry) {
+  t_overrides.insert(t_overrides.begin(), std::move(entry));
+}
+
+void PopThreadProviderOverride(const std::string& pattern) {
+  const auto it = std::find_if(t_overrides.begin(), t_overrides.end(),
+                               [&](const ProviderEntry& e) { return e.pattern == pattern; });
+  if (it != t_overrides.end()) t_overrides.erase(it);
 }
 
 ConnectParams ParseConnectionString(const std::string& text, const std::string& user,
-                                    const std::string& password) {
+                                    const std::string& password, const ProviderTable* table) {
   const ConnectionKeys keys = SplitConnectionString(text);
   ConnectParams p;
   for (const auto& [key, value] : keys) {
@@ -266,12 +276,11 @@ ConnectParams ParseConnectionString(const std::string& text, const std::string& 
   // otherwise the embedded engine.
   const std::string provider =
       p.provider.empty() ? (p.odbc_driver.empty() ? "SQLite" : "MSDASQL") : p.provider;
-  const auto& table = ProviderTable();
-  const auto entry = std::find_if(table.begin(), table.end(), [&](const ProviderEntry& e) {
-    return PatternMatches(e.pattern, provider);
-  });
-  if (entry == table.end())
-    RaiseAdo(AdoError::kProviderNotFound, "ADODB.Connection", "(" + provider + ")");
+  const ProviderEntry* entry = nullptr;
+  for (const ProviderEntry& e : t_overrides)
+    if (!entry && PatternMatches(e.pattern, provider)) entry = &e;
+  if (!entry) entry = (table ? *table : *ProviderTable::BuiltIn()).Find(provider);
+  if (!entry) RaiseAdo(AdoError::kProviderNotFound, "ADODB.Connection", "(" + provider + ")");
   p.provider = provider;
   p.driver = entry->driver;
   if (p.odbc_driver.empty()) p.odbc_driver = entry->odbc_driver;

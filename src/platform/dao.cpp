@@ -4,6 +4,7 @@
 #include <cctype>
 #include <regex>
 
+#include "platform/dialect.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
 #include "platform/type_map.h"
@@ -31,90 +32,6 @@ std::string Literal(const std::string& s) {
 std::string NoZeroLengthClause(const std::string& column) {
   return " CONSTRAINT " + BracketName("zt_nozerolength_" + column) + " CHECK (" +
          BracketName(column) + " <> '')";
-}
-
-// End (one past) of a quoted part starting at i, or i when none starts there.
-std::size_t SkipQuoted(const std::string& s, std::size_t i) {
-  const char c = s[i];
-  if (c != '\'' && c != '"' && c != '`' && c != '[') return i;
-  const char close = c == '[' ? ']' : c;
-  std::size_t j = i + 1;
-  while (j < s.size()) {
-    if (s[j] == close) {
-      if (j + 1 < s.size() && s[j + 1] == close) {
-        j += 2;
-        continue;
-      }
-      return j + 1;
-    }
-    ++j;
-  }
-  return s.size();
-}
-
-// A CREATE TABLE statement cut into its head ("CREATE TABLE x"), its column and constraint items
-// and its tail (after the closing parenthesis: WITHOUT ROWID ...).
-struct TableSql {
-  std::string head, tail;
-  std::vector<std::string> items;
-};
-
-TableSql SplitCreate(const std::string& sql) {
-  TableSql t;
-  std::size_t i = 0;
-  while (i < sql.size() && sql[i] != '(') {
-    const std::size_t e = SkipQuoted(sql, i);
-    i = e == i ? i + 1 : e;
-  }
-  if (i >= sql.size())
-    RaiseAdo(AdoError::kInvalidArgument, kSource, "(unreadable table definition)");
-  t.head = sql.substr(0, i);
-  int depth = 0;
-  std::string item;
-  for (++i; i < sql.size(); ++i) {
-    const std::size_t e = SkipQuoted(sql, i);
-    if (e != i) {
-      item.append(sql, i, e - i);
-      i = e - 1;
-      continue;
-    }
-    const char c = sql[i];
-    if (c == '(') ++depth;
-    if (c == ')' && depth-- == 0) break;
-    if (c == ',' && depth == 0) {
-      t.items.push_back(item);
-      item.clear();
-      continue;
-    }
-    item += c;
-  }
-  t.items.push_back(item);
-  t.tail = i < sql.size() ? sql.substr(i + 1) : "";
-  return t;
-}
-
-// The column name an item defines (unquoted), or "" for a table constraint.
-std::string ItemName(const std::string& item) {
-  std::size_t i = 0;
-  while (i < item.size() && std::isspace(static_cast<unsigned char>(item[i]))) ++i;
-  if (i >= item.size()) return {};
-  const std::size_t e = SkipQuoted(item, i);
-  if (e != i) {
-    std::string n = item.substr(i + 1, e - i - 2);
-    const char q = item[i] == '[' ? ']' : item[i];
-    std::string out;
-    for (std::size_t k = 0; k < n.size(); ++k) {
-      out += n[k];
-      if (n[k] == q && k + 1 < n.size() && n[k + 1] == q) ++k;
-    }
-    return out;
-  }
-  std::size_t j = i;
-  while (j < item.size() && !std::isspace(static_cast<unsigned char>(item[j]))) ++j;
-  const std::string word = item.substr(i, j - i);
-  for (const char* kw : {"constraint", "primary", "unique", "check", "foreign"})
-    if (AsciiLower(word) == kw) return {};
-  return word;
 }
 
 std::int32_t DaoSize(const platform::TypeMapping& t) {
@@ -265,24 +182,10 @@ std::int64_t Database::Execute(const std::string& sql) {
   return n;
 }
 
-// SQLite's documented way to change a column: build the new table beside the old one, copy the
-// rows, drop the old table, rename the new one, then create the indexes, triggers and views
-// again, all in one transaction with foreign-key enforcement paused and checked before commit.
+// The engine rebuilds the table (platform/dialect.h); only the column's own item changes here.
 void Database::AlterColumn(TableDef& table, const std::string& column, bool required,
                            bool allow_zero) {
-  if (cn_->InTransaction())
-    RaiseAdo(AdoError::kIllegalOperation, kSource,
-             "(a table cannot be rebuilt inside a transaction)");
-  auto scalar = [&](const std::string& sql) { return cn_->Execute(sql)->Fields(0).Value(); };
-  const std::string create =
-      scalar("SELECT sql FROM sqlite_master WHERE type = 'table' AND name = " +
-             Literal(table.name_))
-          .ToText();
-  TableSql parts = SplitCreate(create);
-  bool found = false;
-  for (std::string& item : parts.items) {
-    if (AsciiLower(ItemName(item)) != AsciiLower(column)) continue;
-    found = true;
+  cn_->Dialect().RebuildTable(*cn_, table.name_, column, [&](std::string item) {
     const std::string zero = NoZeroLengthClause(column);
     if (const auto at = item.find(zero); at != std::string::npos) item.erase(at, zero.size());
     static const std::regex kNotNull(R"(\s+NOT\s+NULL(\s+ON\s+CONFLICT\s+\w+)?)",
@@ -291,64 +194,8 @@ void Database::AlterColumn(TableDef& table, const std::string& column, bool requ
     while (!item.empty() && std::isspace(static_cast<unsigned char>(item.back()))) item.pop_back();
     if (required) item += " NOT NULL";
     if (!allow_zero) item += zero;
-  }
-  if (!found) RaiseAdo(AdoError::kItemNotFound, kSource, "(" + column + ")");
-
-  std::vector<std::string> columns;
-  {
-    auto rs = cn_->Execute("SELECT name FROM pragma_table_info(" + Literal(table.name_) +
-                           ") ORDER BY cid");
-    for (; !rs->Eof(); rs->MoveNext()) columns.push_back(rs->Fields(0).Value().ToText());
-  }
-  std::string column_list;
-  for (const auto& c : columns) column_list += (column_list.empty() ? "" : ", ") + BracketName(c);
-  std::vector<std::string> recreate, views;
-  {
-    auto rs = cn_->Execute(
-        "SELECT type, name, sql FROM sqlite_master WHERE sql IS NOT NULL AND "
-        "((type IN ('index', 'trigger') AND tbl_name = " +
-        Literal(table.name_) + ") OR type = 'view') ORDER BY type = 'view'");
-    for (; !rs->Eof(); rs->MoveNext()) {
-      const std::string sql = rs->Fields(2).Value().ToText();
-      if (rs->Fields(0).Value().ToText() != "view") {
-        recreate.push_back(sql);
-      } else if (AsciiLower(sql).find(AsciiLower(table.name_)) != std::string::npos) {
-        views.push_back(rs->Fields(1).Value().ToText());
-        recreate.push_back(sql);
-      }
-    }
-  }
-  std::string body;
-  for (const auto& item : parts.items) body += (body.empty() ? "" : ",") + item;
-  const std::string temp = "zt_rebuild_" + table.name_;
-
-  const bool fk_on = scalar("PRAGMA foreign_keys").ToInt32() != 0;
-  if (fk_on) cn_->Execute("PRAGMA foreign_keys = OFF");
-  cn_->BeginTrans();
-  try {
-    for (const auto& v : views) cn_->Execute("DROP VIEW " + BracketName(v));
-    cn_->Execute("CREATE TABLE " + BracketName(temp) + " (" + body + ")" + parts.tail);
-    cn_->Execute("INSERT INTO " + BracketName(temp) + " (" + column_list + ") SELECT " +
-                 column_list + " FROM " + BracketName(table.name_));
-    cn_->Execute("DROP TABLE " + BracketName(table.name_));
-    cn_->Execute("ALTER TABLE " + BracketName(temp) + " RENAME TO " + BracketName(table.name_));
-    for (const auto& sql : recreate) cn_->Execute(sql);
-    auto bad = cn_->Execute("PRAGMA foreign_key_check");
-    if (bad->State() == ado::adStateOpen && !bad->Eof())
-      throw ZtError(platform::hr::kIntegrity, kSource,
-                    "The change would break a relationship of table '" +
-                        bad->Fields(0).Value().ToText() + "'.");
-    cn_->CommitTrans();
-  } catch (...) {
-    try {
-      cn_->RollbackTrans();
-    } catch (const ZtError&) {
-      // The rebuild's own error is the one to report.
-    }
-    if (fk_on) cn_->Execute("PRAGMA foreign_keys = ON");
-    throw;
-  }
-  if (fk_on) cn_->Execute("PRAGMA foreign_keys = ON");
+    return item;
+  });
   // Field objects handed out stay valid: only their properties change.
   for (Field& f : table.fields_) {
     if (AsciiLower(f.name_) != AsciiLower(column)) continue;

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <map>
 
+#include "platform/dialect.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
 #include "platform/type_map.h"
@@ -13,8 +14,14 @@ namespace zt::platform {
 
 namespace {
 
-std::map<std::string, DriverFactory>& Registry() {
-  static std::map<std::string, DriverFactory> drivers;
+// Every driver of the library, in one list.
+const std::map<std::string, DriverFactory>& Registry() {
+  static const std::map<std::string, DriverFactory> drivers = {
+      {"sqlite", &OpenSqliteDriver},
+      {"odbc", &OpenOdbcDriver},
+      {"postgresql", &OpenPostgresDriver},
+      {"scripted", &OpenScriptedDriver},
+  };
   return drivers;
 }
 
@@ -51,10 +58,6 @@ Variant TextOrNull(const Variant& v) {
 }
 
 }  // namespace
-
-DriverRegistration::DriverRegistration(std::string name, DriverFactory factory) {
-  Registry()[AsciiLower(std::move(name))] = std::move(factory);
-}
 
 const DriverFactory* FindDriver(const std::string& name) {
   const auto it = Registry().find(AsciiLower(name));
@@ -292,24 +295,8 @@ class PreparedInsertBulk : public BulkWriterBackend {
 
 }  // namespace
 
-std::string ConnectionBackend::ColumnType(std::int32_t dao_type, std::int32_t size) const {
-  switch (dao_type) {
-    case 1: return "BOOLEAN";
-    case 2: return "SMALLINT";  // the standard has no one-byte integer
-    case 3: return "SMALLINT";
-    case 4: return "INTEGER";
-    case 5: return "NUMERIC(19,4)";
-    case 6: return "REAL";
-    case 7: return "DOUBLE PRECISION";
-    case 8: return "TIMESTAMP";
-    case 10: return "VARCHAR(" + std::to_string(size > 0 ? size : 255) + ")";
-    case 11: return "BLOB";
-    case 12: return "TEXT";
-    case 15: return "CHAR(38)";
-    default:
-      RaiseAdo(AdoError::kInvalidArgument, Quirks().engine,
-               "(no column type for DAO type " + std::to_string(dao_type) + ")");
-  }
+const Dialect& ConnectionBackend::EngineDialect() const {
+  return DialectFor(Quirks().engine);
 }
 
 std::unique_ptr<BulkWriterBackend> ConnectionBackend::BeginBulk(

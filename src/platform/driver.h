@@ -10,10 +10,9 @@
 //  2. Describe the engine in one DriverQuirks value (quoting style, transactional DDL, row-count
 //     semantics ...). The layer reads the quirks instead of testing driver names, so a new
 //     engine never adds an `if` anywhere else.
-//  3. Register a factory under the driver's name with a file-scope DriverRegistration object:
-//         static const zt::platform::DriverRegistration kReg{"sqlite", &OpenSqlite};
-//     The provider table (ParseConnectionString) maps the provider of an OLE DB connection
-//     string to one of these names.
+//  3. Declare its factory below (OpenSqliteDriver ...) and add it to the one list of drivers in
+//     driver.cpp. The provider table (ParseConnectionString) maps the provider of an OLE DB
+//     connection string to one of these names.
 //  4. Report every failure with RaiseSqlState / RaiseSqlite (errors.h): the SQLSTATE or native
 //     code goes through one table that picks the HRESULT a caller of the old library saw, and
 //     the ZtError carries the native code and message in its Description, the provider as Source.
@@ -133,6 +132,7 @@ class BulkWriterBackend {
 };
 
 class ConnectionBackend;
+class Dialect;
 
 // A transaction of the layer's own (a bulk load, a guarded write): begun by the constructor,
 // rolled back by Abandon or by the destructor unless Commit succeeded. Errors of the rollback
@@ -208,10 +208,9 @@ class ConnectionBackend {
   // (Null when unknown). Default: Null.
   virtual Variant LastInsertId() { return Variant::Null(); }
 
-  // The column type of a DAO type code for CREATE/ALTER TABLE (Connection::ColumnType).
-  // Default: the SQL standard names (VARCHAR(n), INTEGER, DOUBLE PRECISION ...). Throws ZtError
-  // 3001 for an unknown code.
-  virtual std::string ColumnType(std::int32_t dao_type, std::int32_t size) const;
+  // The SQL the engine speaks for column and database work (platform/dialect.h). Default: the
+  // dialect of Quirks().engine, so a driver that serves several engines (ODBC) gets each one's.
+  virtual const Dialect& EngineDialect() const;
 
   // Starts a bulk load. Default: one prepared INSERT per row inside one transaction.
   virtual std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
@@ -254,10 +253,13 @@ struct ConnectParams {
 // Opens a backend; throws ZtError (a refused server connection is a general failure).
 using DriverFactory = std::function<std::unique_ptr<ConnectionBackend>(const ConnectParams&)>;
 
-// Adds a driver to the process-wide registry (file-scope object in the driver's source file).
-struct DriverRegistration {
-  DriverRegistration(std::string name, DriverFactory factory);
-};
+// The drivers built into the library. The registry (driver.cpp) lists them in one place, by
+// name, so that none can vanish from a statically linked program the way a file-scope
+// registration object would.
+std::unique_ptr<ConnectionBackend> OpenSqliteDriver(const ConnectParams& p);
+std::unique_ptr<ConnectionBackend> OpenOdbcDriver(const ConnectParams& p);
+std::unique_ptr<ConnectionBackend> OpenPostgresDriver(const ConnectParams& p);
+std::unique_ptr<ConnectionBackend> OpenScriptedDriver(const ConnectParams& p);
 
 // The factory registered under `name` (case-insensitive), or nullptr.
 const DriverFactory* FindDriver(const std::string& name);
@@ -277,12 +279,6 @@ std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string
 // outer blanks or a leading quote character, so that it can never end early or add a key.
 std::string OdbcQuote(const std::string& value);
 
-// Translates an OLE DB connection string through the provider table. User and password given
-// separately (Connection::Open's arguments) win over the string's when not empty. Throws ZtError
-// 0x800A0E7A (provider not found) for an unknown provider.
-ConnectParams ParseConnectionString(const std::string& text, const std::string& user = {},
-                                    const std::string& password = {});
-
 // One entry of the provider table. `pattern` matches the provider name without regard to case;
 // a trailing "*" matches any rest ("Microsoft.Jet.OLEDB.*").
 struct ProviderEntry {
@@ -294,9 +290,33 @@ struct ProviderEntry {
   std::vector<std::pair<std::string, std::string>> odbc_fixed;
 };
 
-// The provider table in use (the built-in one unless replaced, e.g. from the configuration).
-const std::vector<ProviderEntry>& ProviderTable();
-// Replaces the table (an empty vector restores the built-in one). Not thread-safe: call at start.
-void SetProviderTable(std::vector<ProviderEntry> table);
+// The provider table: which driver opens a provider name. A table never changes once built;
+// whoever needs other entries builds another table and hands it to the connections it opens
+// (Connection::SetProviderTable), so one caller's table never reaches another's connections.
+class ProviderTable {
+ public:
+  explicit ProviderTable(std::vector<ProviderEntry> entries) : entries_(std::move(entries)) {}
+  const std::vector<ProviderEntry>& Entries() const { return entries_; }
+  // The first entry whose pattern matches `provider`, or nullptr.
+  const ProviderEntry* Find(const std::string& provider) const;
+  // The library's own table, built once.
+  static const std::shared_ptr<const ProviderTable>& BuiltIn();
+
+ private:
+  std::vector<ProviderEntry> entries_;
+};
+
+// Entries that come before every table on the calling thread while they are set: how the
+// scripted test driver takes over a provider name. Set and cleared by ScopedScriptedProvider
+// only; they end with it and never reach another thread.
+void PushThreadProviderOverride(ProviderEntry entry);
+void PopThreadProviderOverride(const std::string& pattern);
+
+// Translates an OLE DB connection string through `table` (the built-in table when nullptr).
+// User and password given separately (Connection::Open's arguments) win over the string's when
+// not empty. Throws ZtError 0x800A0E7A (provider not found) for an unknown provider.
+ConnectParams ParseConnectionString(const std::string& text, const std::string& user = {},
+                                    const std::string& password = {},
+                                    const ProviderTable* table = nullptr);
 
 }  // namespace zt::platform

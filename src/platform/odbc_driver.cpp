@@ -1068,10 +1068,11 @@ std::unique_ptr<BulkWriterBackend> OdbcConnection::BeginBulk(
   return std::make_unique<MultiRowBulk>(*this, table, columns);
 }
 
-const DriverRegistration kRegistration{
-    "odbc", [](const ConnectParams& p) -> std::unique_ptr<ConnectionBackend> {
-      return std::make_unique<OdbcConnection>(p);
-    }};
-
 }  // namespace
 }  // namespace zt::platform::odbc
+
+namespace zt::platform {
+std::unique_ptr<ConnectionBackend> OpenOdbcDriver(const ConnectParams& p) {
+  return std::make_unique<odbc::OdbcConnection>(p);
+}
+}  // namespace zt::platform

@@ -692,10 +692,10 @@ std::unique_ptr<BulkWriterBackend> PgConnection::BeginBulk(
   return std::make_unique<CopyBulk>(*this, table, columns);
 }
 
-const DriverRegistration kRegistration{
-    "postgresql", [](const ConnectParams& p) -> std::unique_ptr<ConnectionBackend> {
-      return std::make_unique<PgConnection>(p);
-    }};
-
 }  // namespace
+
+std::unique_ptr<ConnectionBackend> OpenPostgresDriver(const ConnectParams& p) {
+  return std::make_unique<PgConnection>(p);
+}
+
 }  // namespace zt::platform

@@ -164,18 +164,14 @@ ScopedScriptedProvider::ScopedScriptedProvider(std::string provider,
                                                std::shared_ptr<DriverScript> script)
     : provider_(std::move(provider)) {
   RegisterDriverScript(provider_, std::move(script));
-  auto saved = std::make_shared<std::vector<ProviderEntry>>(ProviderTable());
-  std::vector<ProviderEntry> table = *saved;
   ProviderEntry entry;
   entry.pattern = provider_;
   entry.driver = "scripted";
-  table.insert(table.begin(), entry);
-  SetProviderTable(std::move(table));
-  saved_table_ = saved;
+  PushThreadProviderOverride(std::move(entry));
 }
 
 ScopedScriptedProvider::~ScopedScriptedProvider() {
-  SetProviderTable(*std::static_pointer_cast<std::vector<ProviderEntry>>(saved_table_));
+  PopThreadProviderOverride(provider_);
   UnregisterDriverScript(provider_);
 }
 
@@ -349,19 +345,14 @@ class ScriptedConnection : public ConnectionBackend {
   DriverQuirks quirks_;
 };
 
-namespace {
-
-const DriverRegistration kRegistration{
-    "scripted", [](const ConnectParams& p) -> std::unique_ptr<ConnectionBackend> {
-      auto& scripts = Scripts();
-      auto it = scripts.find(AsciiLower(p.provider));
-      if (it == scripts.end()) it = scripts.find(AsciiLower(p.data_source));
-      if (it == scripts.end())
-        throw ZtError(hr::kFail, p.provider,
-                      "No driver script is registered for provider '" + p.provider +
-                          "' or data source '" + p.data_source + "'");
-      return std::make_unique<ScriptedConnection>(it->second, p);
-    }};
-
-}  // namespace
+std::unique_ptr<ConnectionBackend> OpenScriptedDriver(const ConnectParams& p) {
+  auto& scripts = Scripts();
+  auto it = scripts.find(AsciiLower(p.provider));
+  if (it == scripts.end()) it = scripts.find(AsciiLower(p.data_source));
+  if (it == scripts.end())
+    throw ZtError(hr::kFail, p.provider,
+                  "No driver script is registered for provider '" + p.provider +
+                      "' or data source '" + p.data_source + "'");
+  return std::make_unique<ScriptedConnection>(it->second, p);
+}
 }  // namespace zt::platform

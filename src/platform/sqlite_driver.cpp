@@ -158,24 +158,6 @@ class SqliteConnection : public ConnectionBackend {
 
   // An SQLite file stands in for a Jet file: its declared types keep the Jet vocabulary, so
   // that the DAO view reads the same type codes back.
-  std::string ColumnType(std::int32_t dao_type, std::int32_t size) const override {
-    switch (dao_type) {
-      case 1: return "BIT";
-      case 2: return "BYTE";
-      case 3: return "SHORT";
-      case 4: return "LONG";
-      case 5: return "CURRENCY";
-      case 6: return "SINGLE";
-      case 7: return "DOUBLE";
-      case 8: return "DATETIME";
-      case 10: return "TEXT(" + std::to_string(size > 0 ? size : 255) + ")";
-      case 11: return "LONGBINARY";
-      case 12: return "MEMO";
-      case 15: return "GUID";
-      default: return ConnectionBackend::ColumnType(dao_type, size);
-    }
-  }
-
   std::unique_ptr<StatementBackend> Prepare(const std::string& sql) override {
     sqlite3_stmt* st = nullptr;
     const int rc = sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &st, nullptr);
@@ -518,8 +500,10 @@ std::unique_ptr<ConnectionBackend> OpenSqlite(const ConnectParams& p) {
   return std::make_unique<SqliteConnection>(p);
 }
 
-const DriverRegistration kRegistration{"sqlite", &OpenSqlite};
-
 }  // namespace
+
+std::unique_ptr<ConnectionBackend> OpenSqliteDriver(const ConnectParams& p) {
+  return OpenSqlite(p);
+}
 
 }  // namespace zt::platform

@@ -272,7 +272,7 @@ TEST_F(DataStoreDefinitionTest, ProviderNamesPrefixesAndTypes) {
 
   for (auto call : {+[](zt::CZtProvider& q) { q.GetOLEDBProvider(8, ""); },
                     +[](zt::CZtProvider& q) { q.GetOLEDBProviderPrefix(0); },
-                    +[](zt::CZtProvider& q) { q.GetCaptionName(32); },
+                    +[](zt::CZtProvider& q) { q.GetCaptionName(64); },
                     +[](zt::CZtProvider& q) { q.GetLatestOLEDBProvider(-1); }}) {
     try {
       call(p);

@@ -298,8 +298,8 @@ TEST_F(DataStoreLiveTest, InitializeLinkedNamesAndConfiguredProviders) {
   file->Provider("HelpFile.2");
   EXPECT_TRUE(file->OpenDataStore());
   EXPECT_EQ(file->GetConnection(1)->Engine(), "SQLite");
-  EXPECT_EQ(
-      CountContaining(env_.Errors(), "ApplyConfiguredProviderTable, Line#10, Provider=Broken*"), 1);
+  EXPECT_EQ(CountContaining(env_.Errors(), "ConfiguredProviderTable, Line#10, Provider=Broken*"),
+            1);
   file->CloseConnections();
   fs::remove(dir_ / "ztdbtools.zt.config");
   zt::ThreadConfigReader().Load(zt::CZtConfigReader::DefaultFileName());

@@ -13,6 +13,10 @@
 namespace zt {
 
 class Connection;
+namespace ds {
+struct DefinitionParts;
+struct ProviderTypeRow;
+}  // namespace ds
 namespace dao {
 class Database;
 }
@@ -203,6 +207,13 @@ class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
 
  private:
   CZtProvider& ProviderObject();
+  // The definition's values that connection strings are built from.
+  ds::DefinitionParts Parts() const;
+  // The row of this store's provider type; raises 9020 for a type the library does not support.
+  const ds::ProviderTypeRow& Row() const;
+  // True for a provider type whose data store is a file (Jet); false for servers and for a type
+  // the library does not support.
+  bool IsFileStore() const;
   void ZtConnOpen(Connection& connection, const std::string& connection_string,
                   const std::string& user, const std::string& password, std::int32_t options,
                   std::int32_t max_retries, std::int32_t retry_interval);

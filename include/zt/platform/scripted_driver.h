@@ -140,8 +140,8 @@ void RegisterDriverScript(const std::string& name, std::shared_ptr<DriverScript>
 void UnregisterDriverScript(const std::string& name);
 
 // While it lives, connections whose provider is `provider` ("MSOLEDBSQL", "OraOLEDB.Oracle")
-// open on `script` instead of their real driver: the provider table is overridden for that
-// provider and restored afterwards. Not thread-safe (the provider table is process-wide).
+// open on `script` instead of their real driver, on the calling thread only: the provider name
+// is put in front of every provider table of this thread and taken out again when this ends.
 class ScopedScriptedProvider {
  public:
   ScopedScriptedProvider(std::string provider, std::shared_ptr<DriverScript> script);
@@ -151,7 +151,6 @@ class ScopedScriptedProvider {
 
  private:
   std::string provider_;
-  std::shared_ptr<void> saved_table_;
 };
 
 }  // namespace zt::platform

@@ -1,0 +1,83 @@
+// What differs between engines in the SQL the library composes for whole-database and
+// single-column work: column types for DAO type codes, column changes, database creation, size
+// and the user roster. One Dialect per engine; the portable defaults cover what the SQL standard
+// says, and an engine overrides only where it departs. Callers reach the dialect of an open
+// connection through Connection::Dialect, or by engine name through DialectFor when they must
+// compose text before a connection exists (creating a database).
+//
+// Statements come back in the library's own `[name]` quoting; the layer rewrites them for the
+// engine when they are executed. Only the table rebuild runs statements itself, since it is a
+// sequence that must stay together.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace zt {
+class Connection;
+}
+
+namespace zt::platform {
+
+// Gets one column's item of a CREATE TABLE text ("[tName] TEXT(20) NOT NULL") and returns the
+// item that replaces it.
+using ColumnChange = std::function<std::string(const std::string& item)>;
+
+class Dialect {
+ public:
+  virtual ~Dialect() = default;
+
+  // The engine this dialect speaks for ("SQLite", "PostgreSQL", "MariaDB", "SQL Server",
+  // "Oracle"; "" for the portable defaults).
+  virtual std::string_view Engine() const { return {}; }
+
+  // The column type of a DAO type code (1 Boolean ... 15 GUID) and, for Text (10), its length in
+  // characters (255 when 0 or less). Throws ZtError 3001 for an unknown code.
+  virtual std::string ColumnType(std::int32_t dao_type, std::int32_t size) const;
+
+  // Single-column changes. An empty text means the engine cannot change the column in place
+  // (see RebuildsTables).
+  virtual std::string AddColumn(const std::string& table, const std::string& column,
+                                const std::string& type) const;
+  virtual std::string AlterColumn(const std::string& table, const std::string& column,
+                                  const std::string& type) const;
+  virtual std::string DropColumn(const std::string& table, const std::string& column) const;
+  virtual std::string RenameColumn(const std::string& table, const std::string& from,
+                                   const std::string& to) const;
+  // True when changing a column's type or constraints needs the table rebuilt (new table, copy
+  // the rows, swap, recreate indexes), as on SQLite.
+  virtual bool RebuildsTables() const { return false; }
+  // Rebuilds `table` on `cn` with the item of `column` replaced by change(item): a new table
+  // beside the old one, the rows copied, the old one dropped and the new one renamed, indexes,
+  // triggers and views created again, all in one transaction; nothing changes when a step fails.
+  // Raises 3265 when the table has no such column, 3219 inside an open transaction, and 3251 on
+  // an engine that changes columns in place (the default).
+  virtual void RebuildTable(Connection& cn, const std::string& table, const std::string& column,
+                            const ColumnChange& change) const;
+
+  // Creating and dropping a whole database, sent over a connection to the server's maintenance
+  // database. "" when a client cannot do it over a connection (a file engine, Oracle).
+  virtual std::string CreateDatabase(const std::string& name) const;
+  virtual std::string DropDatabase(const std::string& name) const;
+  // The database a server connection uses while no database of the application is selected
+  // ("" : none is named, the server picks the login's default).
+  virtual std::string MaintenanceDatabase() const { return {}; }
+
+  // One row, one column: the bytes the current database occupies. "" when the engine cannot
+  // tell a client.
+  virtual std::string SizeQuery() const { return {}; }
+  // Rows of (computer name, login name) of the other sessions in the current database; the
+  // asking session itself is never among them. "" when the engine has no such list.
+  virtual std::string RosterQuery() const { return {}; }
+  // A statement that makes a lazily opened database show that it can be read (a locked or
+  // damaged file), run right after opening. "" when opening already tells.
+  virtual std::string OpenProbe() const { return {}; }
+};
+
+// The dialect of the engine named `engine` (as DriverQuirks::engine names it, case ignored);
+// the portable defaults for an engine without one of its own.
+const Dialect& DialectFor(std::string_view engine);
+
+}  // namespace zt::platform
