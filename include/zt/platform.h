@@ -341,6 +341,18 @@ class FieldsCollection {
   std::unordered_map<std::string, int> by_name_;  // lower-cased names
 };
 
+// One column of a recordset built in memory (Recordset::OpenDisconnected).
+struct RecordsetColumn {
+  std::string name;
+  std::int32_t type = ado::adVarWChar;  // ADO DataTypeEnum code
+  std::int64_t defined_size = 0;        // characters for text (0: no limit), bytes otherwise
+  // FieldAttributeEnum bits: without adFldIsNullable the column refuses Null; without
+  // adFldUpdatable (or adFldUnknownUpdatable) it cannot be changed.
+  std::int32_t attributes = ado::adFldUpdatable | ado::adFldIsNullable | ado::adFldMayBeNull;
+  std::int32_t precision = 255;  // 255 when not applicable
+  std::int32_t scale = 255;
+};
+
 // Rows of a query or table with a cursor (the old Recordset object).
 class Recordset : public Object {
  public:
@@ -359,6 +371,20 @@ class Recordset : public Object {
   void Open(const std::string& source, const std::shared_ptr<Connection>& connection,
             std::int32_t cursor_type = ado::adOpenForwardOnly,
             std::int32_t lock_type = ado::adLockReadOnly, std::int32_t options = -1);
+  // Opens a disconnected recordset over `rows` (one value per column, in the order of
+  // `columns`), with no connection behind it: a client-side static cursor that reads, moves,
+  // Finds, Filters and edits in memory only. The recordset takes both vectors; its values are
+  // kept as given (no conversion to the column's type). With adLockReadOnly nothing can be
+  // changed; with adLockOptimistic AddNew/Update/Delete take effect at once; with
+  // adLockBatchOptimistic (the default) they stay pending, as adFilterPendingRecords shows,
+  // until UpdateBatch accepts them or CancelBatch drops them. Nothing is ever written anywhere.
+  // Raises 3705 when already open; 3001 for no columns, an empty or repeated column name
+  // (names compare without regard to case), a row whose number of values differs from the
+  // columns', or another lock type; 0x80040E21 for a text longer than its column's
+  // DefinedSize or a Null in a column without adFldIsNullable. The recordset then stays closed.
+  void OpenDisconnected(std::vector<RecordsetColumn> columns,
+                        std::vector<std::vector<Variant>> rows = {},
+                        std::int32_t lock_type = ado::adLockBatchOptimistic);
   // Closes; pending batch changes are dropped. No error when closed.
   void Close();
   std::int32_t State() const { return open_ ? ado::adStateOpen : ado::adStateClosed; }
