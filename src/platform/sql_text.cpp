@@ -131,9 +131,7 @@ std::string FoldName(std::string name, NameFolding fold) {
     for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return name;
 }
-}  // namespace
 
-namespace {
 // `name` between `open` and `close`, the closing character doubled inside.
 std::string Quoted(const std::string& name, char open, char close) {
   std::string out(1, open);
@@ -144,6 +142,7 @@ std::string Quoted(const std::string& name, char open, char close) {
   out += close;
   return out;
 }
+
 }  // namespace
 
 std::string BracketName(const std::string& name) {
@@ -160,8 +159,8 @@ namespace {
 
 // The engine's spelling of the bracketed name `written` (as it stands in the text, brackets
 // included), which stands for `name` ("]]" already read as "]").
-std::string EngineName(std::string written, std::string name, const DriverQuirks& quirks,
-                       const ExactNameProbe& exact_name) {
+std::string EngineName(const std::string& written, const std::string& name,
+                       const DriverQuirks& quirks, const ExactNameProbe& exact_name) {
   if (quirks.quote == QuoteStyle::kBrackets) {
     // The engine reads [..] itself. One that has no escape for "]" inside brackets (SQLite ends
     // the name at the first "]") gets the name in double quotes, which it reads in full; else
@@ -252,7 +251,7 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
         out.append(sql, sc.i, std::string::npos);
         break;
       }
-      out += EngineName(sql.substr(sc.i, j + 1 - sc.i), std::move(name), quirks, exact_name);
+      out += EngineName(sql.substr(sc.i, j + 1 - sc.i), name, quirks, exact_name);
       sc.i = j + 1;
       continue;
     }
