@@ -2,7 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <optional>
+#include <thread>
 
 #include "engines.h"
 #include "support/test_env.h"
@@ -580,6 +583,47 @@ TEST_P(EngineTest, ErrorsCarryTheEngineReport) {
   EXPECT_EQ(slow.Category(), ErrorCategory::kTimeout) << slow.Description();
   EXPECT_FALSE(slow.SqlState().empty());
   EXPECT_EQ(Count("zt_err"), 2);
+}
+
+// Two sessions that each wait for the other: one of them is told that its work was given up and
+// may be run again (a deadlock on servers; SQLite refuses the second writer at once).
+TEST_P(EngineTest, DeadlockVictimsAreToldSo) {
+  MakeTable("zt_lock", 2);
+  std::atomic<bool> first_done{false};
+  std::optional<ZtError> theirs;
+  std::thread other([&] {
+    auto c = std::make_shared<Connection>();  // a connection belongs to its thread
+    try {
+      c->Open(GetParam().ConnectionString(file_));
+      c->BeginTrans();
+      c->Execute("UPDATE [zt_lock] SET [qty] = 2 WHERE [id] = 2");
+      first_done = true;
+      c->Execute("UPDATE [zt_lock] SET [qty] = 2 WHERE [id] = 1");
+      c->CommitTrans();
+    } catch (const ZtError& e) {
+      theirs = e;
+      first_done = true;
+    }
+    c->Close();
+  });
+  std::optional<ZtError> mine;
+  try {
+    cn->BeginTrans();
+    cn->Execute("UPDATE [zt_lock] SET [qty] = 1 WHERE [id] = 1");
+    while (!first_done) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    cn->Execute("UPDATE [zt_lock] SET [qty] = 1 WHERE [id] = 2");
+    cn->CommitTrans();
+  } catch (const ZtError& e) {
+    mine = e;
+    cn->RollbackTrans();
+  }
+  other.join();
+  ASSERT_NE(mine.has_value(), theirs.has_value()) << "exactly one session gives way";
+  const ZtError& victim = mine ? *mine : *theirs;
+  EXPECT_TRUE(victim.Category() == ErrorCategory::kDeadlock ||
+              victim.Category() == ErrorCategory::kBusy)
+      << victim.Description() << " [" << victim.SqlState() << "]";
+  EXPECT_EQ(victim.Number(), hr::kFail) << "still retried by the data store's list";
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, EngineTest, ::testing::ValuesIn(AllEngines()),
