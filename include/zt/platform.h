@@ -14,8 +14,10 @@
 // permission, 0x80040E4D login, 0x80040E31 time-out ...) with the engine's native code and
 // message in the Description and the provider as Source; misuse of an object raises the
 // 0x800A0xxx numbers (3021 no current record, 3251 not updatable, 3265 no such field, 3704
-// object closed ...). A failed call changes nothing that the caller can see, except where a
-// member says otherwise. Passwords never appear in an error text.
+// object closed ...), all named in zt/error_codes.h. Engine errors also carry the engine's
+// SQLSTATE, native code and the kind of failure (ZtError::SqlState, NativeError, Category). A
+// failed call changes nothing that the caller can see, except where a member says otherwise.
+// Passwords never appear in an error text.
 //
 // The DAO view (zt::dao::Database with its TableDefs) is declared in zt/platform/dao.h, which
 // this header includes. Objects belong to the thread that created them. A Recordset keeps its
@@ -29,6 +31,7 @@
 #include <vector>
 
 #include "zt/error.h"
+#include "zt/error_codes.h"
 #include "zt/variant.h"
 
 namespace zt {
