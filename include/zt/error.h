@@ -29,13 +29,38 @@ inline constexpr std::int32_t vbObjectError = static_cast<std::int32_t>(0x800400
 // The source name the run time gives its own errors (overflow, type mismatch ...).
 inline constexpr std::string_view kLibrarySource = "ZtDBTools404";
 
-// The five values of an error, as the old run time's Err object carried them.
+// What kind of failure a database engine reported, so that a caller can react to the kind
+// (reconnect, retry the transaction, tell the user) without knowing each engine's codes.
+enum class ErrorCategory : std::int32_t {
+  kNone = 0,          // not reported by an engine
+  kOther,             // an engine failure of none of the kinds below
+  kBrokenConnection,  // the server cannot be reached, or the session ended under the statement
+  kLogin,             // the server refused the login
+  kTimeout,           // the command time-out ended the statement
+  kDeadlock,          // the transaction was chosen to end a deadlock or could not be serialised:
+                      // nothing of it was kept, and running it again may well succeed
+  kInDoubtCommit,     // the connection broke during COMMIT: the changes may or may not be kept
+  kBusy,              // another session holds the lock the statement needs (SQLite)
+  kIntegrity,         // a constraint refused the change (unique, not null, foreign key, check)
+  kSyntax,            // the statement cannot be read or names something unknown to the engine
+  kNoTable,           // the table or view does not exist
+  kPermission,        // not allowed, or the data source is read-only
+  kData,              // a value does not fit its column or cannot be converted
+};
+
+// The five values of an error, as the old run time's Err object carried them, and what the
+// engine said when the error came from one.
 struct ErrorInfo {
   std::int32_t number = 0;
   std::string source;
   std::string description;
   std::string help_file;
   std::int32_t help_context = 0;
+  // The engine's SQLSTATE ("" when it gave none), its own error code (0 when none) and the kind
+  // of failure; kNone for errors that no engine reported.
+  std::string sql_state = {};
+  std::int64_t native_error = 0;
+  ErrorCategory category = ErrorCategory::kNone;
 
   // An error is "set" when it has a non-zero number or a non-empty description.
   bool IsSet() const { return number != 0 || !description.empty(); }
@@ -56,6 +81,9 @@ class ZtError : public std::exception {
   const std::string& Description() const { return info_.description; }
   const std::string& HelpFile() const { return info_.help_file; }
   std::int32_t HelpContext() const { return info_.help_context; }
+  const std::string& SqlState() const { return info_.sql_state; }
+  std::int64_t NativeError() const { return info_.native_error; }
+  ErrorCategory Category() const { return info_.category; }
   const ErrorInfo& Info() const { return info_; }
   const char* what() const noexcept override { return info_.description.c_str(); }
 

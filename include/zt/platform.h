@@ -14,8 +14,10 @@
 // permission, 0x80040E4D login, 0x80040E31 time-out ...) with the engine's native code and
 // message in the Description and the provider as Source; misuse of an object raises the
 // 0x800A0xxx numbers (3021 no current record, 3251 not updatable, 3265 no such field, 3704
-// object closed ...). A failed call changes nothing that the caller can see, except where a
-// member says otherwise. Passwords never appear in an error text.
+// object closed ...), all named in zt/error_codes.h. Engine errors also carry the engine's
+// SQLSTATE, native code and the kind of failure (ZtError::SqlState, NativeError, Category). A
+// failed call changes nothing that the caller can see, except where a member says otherwise.
+// Passwords never appear in an error text.
 //
 // The DAO view (zt::dao::Database with its TableDefs) is declared in zt/platform/dao.h, which
 // this header includes. Objects belong to the thread that created them. A Recordset keeps its
@@ -29,6 +31,7 @@
 #include <vector>
 
 #include "zt/error.h"
+#include "zt/error_codes.h"
 #include "zt/variant.h"
 
 namespace zt {
@@ -350,6 +353,18 @@ class FieldsCollection {
   std::unordered_map<std::string, int> by_name_;  // lower-cased names
 };
 
+// One column of a recordset built in memory (Recordset::OpenDisconnected).
+struct RecordsetColumn {
+  std::string name;
+  std::int32_t type = ado::adVarWChar;  // ADO DataTypeEnum code
+  std::int64_t defined_size = 0;        // characters for text (0: no limit), bytes otherwise
+  // FieldAttributeEnum bits: without adFldIsNullable the column refuses Null; without
+  // adFldUpdatable (or adFldUnknownUpdatable) it cannot be changed.
+  std::int32_t attributes = ado::adFldUpdatable | ado::adFldIsNullable | ado::adFldMayBeNull;
+  std::int32_t precision = 255;  // 255 when not applicable
+  std::int32_t scale = 255;
+};
+
 // Rows of a query or table with a cursor (the old Recordset object).
 class Recordset : public Object {
  public:
@@ -368,6 +383,20 @@ class Recordset : public Object {
   void Open(const std::string& source, const std::shared_ptr<Connection>& connection,
             std::int32_t cursor_type = ado::adOpenForwardOnly,
             std::int32_t lock_type = ado::adLockReadOnly, std::int32_t options = -1);
+  // Opens a disconnected recordset over `rows` (one value per column, in the order of
+  // `columns`), with no connection behind it: a client-side static cursor that reads, moves,
+  // Finds, Filters and edits in memory only. The recordset takes both vectors; its values are
+  // kept as given (no conversion to the column's type). With adLockReadOnly nothing can be
+  // changed; with adLockOptimistic AddNew/Update/Delete take effect at once; with
+  // adLockBatchOptimistic (the default) they stay pending, as adFilterPendingRecords shows,
+  // until UpdateBatch accepts them or CancelBatch drops them. Nothing is ever written anywhere.
+  // Raises 3705 when already open; 3001 for no columns, an empty or repeated column name
+  // (names compare without regard to case), a row whose number of values differs from the
+  // columns', or another lock type; 0x80040E21 for a text longer than its column's
+  // DefinedSize or a Null in a column without adFldIsNullable. The recordset then stays closed.
+  void OpenDisconnected(std::vector<RecordsetColumn> columns,
+                        std::vector<std::vector<Variant>> rows = {},
+                        std::int32_t lock_type = ado::adLockBatchOptimistic);
   // Closes; pending batch changes are dropped. No error when closed.
   void Close();
   std::int32_t State() const { return open_ ? ado::adStateOpen : ado::adStateClosed; }

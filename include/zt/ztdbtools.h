@@ -4,6 +4,7 @@
 
 #include "zt/env.h"
 #include "zt/error.h"
+#include "zt/error_codes.h"
 #include "zt/error_handling.h"
 #include "zt/event_logger.h"
 #include "zt/resources.h"

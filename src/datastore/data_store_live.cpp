@@ -9,6 +9,7 @@
 #include "foundation/paths.h"
 #include "platform/dialect.h"
 #include "platform/driver.h"
+#include "platform/sql_text.h"
 #include "zt/config.h"
 #include "zt/datastore.h"
 #include "zt/env.h"
@@ -322,8 +323,11 @@ std::int64_t CZtDataStore::DeleteTableRecords(const std::string& table, const st
   Trap at(kTypeName, "DeleteTableRecords");
   return at.Reraising([&] {
     at = 10;
-    std::string sql = "DELETE FROM [" + table + "] ";
-    if (!where.empty()) sql = "DELETE FROM [" + table + "] WHERE " + where;
+    // The name goes in as one bracketed name ("]" doubled), so that no name can end early and
+    // turn its rest into SQL ("x] --" would otherwise comment out the WHERE clause).
+    const std::string target = "DELETE FROM " + platform::BracketName(table);
+    std::string sql = target + " ";
+    if (!where.empty()) sql = target + " WHERE " + where;
     at = 20;
     std::int64_t affected = 0;
     GetConnection(1)->Execute(sql, &affected);
@@ -359,7 +363,7 @@ void CZtDataStore::DeleteTable(const std::string& table) {
   Trap at(kTypeName, "DeleteTable");
   at.Reraising([&] {
     at = 10;
-    GetConnection(1)->Execute("DROP TABLE " + Bracketed(table));
+    GetConnection(1)->Execute("DROP TABLE " + platform::BracketName(table));
     at = 20;
     ZtLog_LogEvent("Table [" + table + "] deleted.", nullptr, kEventInformation, kLevelDiagnostic);
   });

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "foundation/thread_state.h"
+#include "zt/error_codes.h"
 #include "zt/event_logger.h"
 
 namespace zt {
@@ -55,9 +56,9 @@ ErrorInfo ToErrorInfo(std::exception_ptr ex) {
     return ErrorInfo{
         rt::kOutOfMemory, std::string(kLibrarySource), rt::Description(rt::kOutOfMemory), {}, 0};
   } catch (const std::exception& e) {
-    return ErrorInfo{-2147467259, std::string(kLibrarySource), e.what(), {}, 0};
+    return ErrorInfo{hr::kFail, std::string(kLibrarySource), e.what(), {}, 0};
   } catch (...) {
-    return ErrorInfo{-2147467259, std::string(kLibrarySource), "Unknown failure", {}, 0};
+    return ErrorInfo{hr::kFail, std::string(kLibrarySource), "Unknown failure", {}, 0};
   }
 }
 

@@ -38,7 +38,9 @@ ZtError WithoutPassword(const ZtError& e, const std::string& password) {
   for (std::size_t at = text.find(password); at != std::string::npos;
        at = text.find(password, at + 4))
     text.replace(at, password.size(), "****");
-  return ZtError(e.Number(), e.Source(), text, e.HelpFile(), e.HelpContext());
+  ErrorInfo info = e.Info();
+  info.description = std::move(text);
+  return ZtError(std::move(info));
 }
 
 }  // namespace
@@ -46,7 +48,11 @@ ZtError WithoutPassword(const ZtError& e, const std::string& password) {
 namespace platform {
 
 std::unique_ptr<StatementBackend> Session::PrepareText(const std::string& sql) {
-  return Guard([&] { return backend->Prepare(PrepareSqlText(sql, Quirks(), provider)); });
+  return Guard([&] {
+    return backend->Prepare(PrepareSqlText(sql, Quirks(), provider, [&](const std::string& name) {
+      return backend->HasExactName(name);
+    }));
+  });
 }
 
 void Session::NoteFailure(const ZtError& e) {

@@ -62,6 +62,7 @@ enum class RowCountStyle {
 struct DriverQuirks {
   std::string engine;                        // "SQLite", "PostgreSQL", "MariaDB", "SQL Server" ...
   QuoteStyle quote = QuoteStyle::kBrackets;  // how `[name]` is rewritten
+  bool bracket_escapes = true;               // "]]" in [..] reads as "]" (SQL Server)
   NameFolding fold = NameFolding::kNone;     // applied to `[name]` as it is rewritten
   bool transactional_ddl = true;             // a rollback also undoes CREATE/ALTER/DROP
   RowCountStyle row_count = RowCountStyle::kMatched;
@@ -189,6 +190,14 @@ class ConnectionBackend {
 
   // Seconds a statement may run before it is cancelled with a time-out error; 0 = no limit.
   virtual void SetCommandTimeout(int seconds) { (void)seconds; }
+
+  // True when the engine holds a table or view of exactly `name`, case included, where that
+  // differs from the folded name (a table created with a quoted mixed-case name). The rewrite of
+  // `[name]` then keeps the name's case. Default: false (nothing to tell apart).
+  virtual bool HasExactName(const std::string& name) {
+    (void)name;
+    return false;
+  }
 
   // A cheap check that the server is still there. Default: runs "SELECT 1".
   virtual bool IsAlive();

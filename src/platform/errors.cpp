@@ -6,10 +6,6 @@
 
 namespace zt::platform {
 
-std::int32_t AdoErrorNumber(AdoError e) {
-  return static_cast<std::int32_t>(0x800A0000u + static_cast<std::uint32_t>(e));
-}
-
 namespace {
 
 const char* AdoText(AdoError e) {
@@ -94,10 +90,76 @@ std::int32_t HResultForSqlite(int code, const std::string& message) {
   }
 }
 
+ErrorCategory CategoryForSqlState(const std::string& s, std::int64_t native,
+                                  const std::string& message) {
+  (void)native;
+  if (s.size() < 2) return ErrorCategory::kOther;
+  const std::string cls = s.substr(0, 2);
+  if (s == "08007") return ErrorCategory::kInDoubtCommit;
+  if (cls == "08" || s == "57P01" || s == "57P02" || s == "57P03")
+    return ErrorCategory::kBrokenConnection;
+  if (cls == "28") return ErrorCategory::kLogin;
+  if (cls == "40") return ErrorCategory::kDeadlock;
+  if (s == "HYT00" || s == "HYT01" || s == "57014") return ErrorCategory::kTimeout;
+  if (cls == "23") return ErrorCategory::kIntegrity;
+  if (s == "42501") return ErrorCategory::kPermission;
+  const std::int32_t number = HResultForSqlState(s, message);
+  if (number == hr::kNoTable) return ErrorCategory::kNoTable;
+  if (cls == "42" || s == "37000") return ErrorCategory::kSyntax;
+  if (cls == "22") return ErrorCategory::kData;
+  return ErrorCategory::kOther;
+}
+
+std::string SqlStateForSqlite(int code, const std::string& message) {
+  switch (code & 0xff) {
+    case SQLITE_ERROR:
+      return Contains(message, "no such table") ? "42S02" : "42000";
+    case SQLITE_AUTH:
+      return "28000";
+    case SQLITE_PERM:
+    case SQLITE_READONLY:
+      return "42501";
+    case SQLITE_CONSTRAINT:
+      return "23000";
+    case SQLITE_TOOBIG:
+      return "22001";
+    case SQLITE_MISMATCH:
+    case SQLITE_RANGE:
+      return "22018";
+    case SQLITE_INTERRUPT:
+      return "HYT00";
+    case SQLITE_CANTOPEN:
+      return "08001";
+    default:  // BUSY, LOCKED, IOERR, CORRUPT, FULL, NOTADB ...
+      return "HY000";
+  }
+}
+
+ZtError EngineError(const std::string& source, const std::string& sqlstate, std::int64_t native,
+                    const std::string& message, const std::string& code_text,
+                    ErrorCategory category) {
+  ErrorInfo info;
+  info.number =
+      category == ErrorCategory::kTimeout ? hr::kTimeout : HResultForSqlState(sqlstate, message);
+  info.source = source;
+  info.description = message + " (" + code_text + ")";
+  info.sql_state = sqlstate;
+  info.native_error = native;
+  info.category =
+      category == ErrorCategory::kNone ? CategoryForSqlState(sqlstate, native, message) : category;
+  return ZtError(std::move(info));
+}
+
 void RaiseSqlState(const std::string& source, const std::string& sqlstate, std::int64_t native,
-                   const std::string& message) {
-  throw ZtError(HResultForSqlState(sqlstate, message), source,
-                message + " (" + std::to_string(native) + ")");
+                   const std::string& message, ErrorCategory category) {
+  throw EngineError(source, sqlstate, native, message, std::to_string(native), category);
+}
+
+void RaiseCommitFailure(const ZtError& e) {
+  if (e.Category() != ErrorCategory::kBrokenConnection) throw e;
+  ErrorInfo info = e.Info();
+  info.category = ErrorCategory::kInDoubtCommit;
+  throw ZtError(std::move(info));
 }
 
 std::string DriverMessage(std::string text) {
@@ -113,8 +175,27 @@ void RaiseReadOnly(const std::string& source, const std::string& engine) {
 }
 
 void RaiseSqlite(const std::string& source, int code, const std::string& message) {
-  throw ZtError(HResultForSqlite(code, message), source,
-                message + " (" + std::to_string(code) + ")");
+  ErrorInfo info;
+  info.number = HResultForSqlite(code, message);
+  info.source = source;
+  info.description = message + " (" + std::to_string(code) + ")";
+  info.sql_state = SqlStateForSqlite(code, message);
+  info.native_error = code;
+  switch (code & 0xff) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      info.category = ErrorCategory::kBusy;
+      break;
+    case SQLITE_IOERR:
+    case SQLITE_CORRUPT:
+    case SQLITE_FULL:
+    case SQLITE_NOTADB:
+      info.category = ErrorCategory::kOther;
+      break;
+    default:
+      info.category = CategoryForSqlState(info.sql_state, code, message);
+  }
+  throw ZtError(std::move(info));
 }
 
 }  // namespace zt::platform

@@ -17,44 +17,33 @@
 //   anything else                                  0x80004005
 //
 // The Description is the driver's message followed by " (" + native code + ")", so the engine's
-// own number is never lost; the Source is the provider named in the connection string.
+// own number is never lost; the Source is the provider named in the connection string. Beside
+// these the ZtError keeps the SQLSTATE, the native code and a category (zt::ErrorCategory):
+//
+//   08xxx, 57P01-57P03, SQLITE_CANTOPEN        broken connection (08007: in-doubt commit)
+//   28xxx                                      login         40xxx (40001, 40P01)  deadlock
+//   HYT00, HYT01, 57014, SQLITE_INTERRUPT      time-out      SQLITE_BUSY / LOCKED  busy
+//   23xxx                                      integrity     42501                 permission
+//   42S02, 42P01                               no table      other 42xxx, 37000    syntax
+//   22xxx                                      data          anything else         other
+//
+// SQLite has no SQLSTATEs; its errors carry the standard state of their kind (SqlStateForSqlite).
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 #include "zt/error.h"
+#include "zt/error_codes.h"
 
 namespace zt::platform {
 
-namespace hr {
-inline constexpr std::int32_t kFail = static_cast<std::int32_t>(0x80004005u);
-inline constexpr std::int32_t kCantConvert = static_cast<std::int32_t>(0x80040E07u);
-inline constexpr std::int32_t kPermission = static_cast<std::int32_t>(0x80040E09u);
-inline constexpr std::int32_t kCommand = static_cast<std::int32_t>(0x80040E14u);
-inline constexpr std::int32_t kIntegrity = static_cast<std::int32_t>(0x80040E2Fu);
-inline constexpr std::int32_t kTimeout = static_cast<std::int32_t>(0x80040E31u);
-inline constexpr std::int32_t kNoTable = static_cast<std::int32_t>(0x80040E37u);
-inline constexpr std::int32_t kRowChanged = static_cast<std::int32_t>(0x80040E38u);
-inline constexpr std::int32_t kLogin = static_cast<std::int32_t>(0x80040E4Du);
-inline constexpr std::int32_t kDataOverflow = static_cast<std::int32_t>(0x80040E57u);
-inline constexpr std::int32_t kBadConnectionString = static_cast<std::int32_t>(0x80040E73u);
-}  // namespace hr
+// The numbers themselves are public (zt/error_codes.h): zt::hr and zt::AdoError are found from
+// here as they are, and platform::hr stays a name for them.
+namespace hr = ::zt::hr;
+using ::zt::AdoError;
+using ::zt::AdoErrorNumber;
 
-// The layer's own errors, with ADO's numbers (0x800A0000 + code) and texts.
-enum class AdoError : std::int32_t {
-  kInvalidArgument = 3001,
-  kNoCurrentRecord = 3021,
-  kIllegalOperation = 3219,
-  kNotUpdatable = 3251,
-  kItemNotFound = 3265,
-  kDataConversion = 3421,
-  kObjectClosed = 3704,
-  kObjectOpen = 3705,
-  kProviderNotFound = 3706,
-};
-
-std::int32_t AdoErrorNumber(AdoError e);
 // Throws ZtError(0x800A0000 + e, source, ADO's text for e [+ " " + detail]).
 [[noreturn]] void RaiseAdo(AdoError e, const std::string& source, const std::string& detail = {});
 
@@ -69,8 +58,31 @@ std::string DriverMessage(std::string text);
 // The refusal of a write on a read-only data source (0x80040E09, permission denied).
 [[noreturn]] void RaiseReadOnly(const std::string& source, const std::string& engine);
 
+// The kind of failure an SQLSTATE stands for; `native` and `message` refine it where engines
+// share a state for different things.
+ErrorCategory CategoryForSqlState(const std::string& sqlstate, std::int64_t native = 0,
+                                  const std::string& message = {});
+// The SQLSTATE that the SQL standard gives an SQLite result code's kind of failure ("23000" for
+// a constraint, "42000" for a statement error, "HYT00" for an interrupt ...), so that callers
+// see states on every engine.
+std::string SqlStateForSqlite(int code, const std::string& message = {});
+
+// The error of an engine's report: the number from the table above, the Description `message` +
+// " (" + `code_text` + ")", the SQLSTATE, native code and category kept beside them.
+// `category` kNone takes the category of the SQLSTATE; kTimeout also makes the number a time-out
+// (for engines whose time-out has a state of its own).
+ZtError EngineError(const std::string& source, const std::string& sqlstate, std::int64_t native,
+                    const std::string& message, const std::string& code_text,
+                    ErrorCategory category = ErrorCategory::kNone);
+
+// Throws EngineError with the native code as code text.
 [[noreturn]] void RaiseSqlState(const std::string& source, const std::string& sqlstate,
-                                std::int64_t native, const std::string& message);
+                                std::int64_t native, const std::string& message,
+                                ErrorCategory category = ErrorCategory::kNone);
 [[noreturn]] void RaiseSqlite(const std::string& source, int code, const std::string& message);
+
+// Throws the failure of a COMMIT: when it broke the connection the commit may or may not have
+// taken effect, and the error says so by its category (kInDoubtCommit); otherwise as it is.
+[[noreturn]] void RaiseCommitFailure(const ZtError& e);
 
 }  // namespace zt::platform

@@ -138,6 +138,7 @@ std::vector<Family> MakeFamilies() {
               .last_insert_id_sql = "SELECT last_insert_rowid()",
               .bulk_parameters = 30000};
   lite.quirks.has_schemas = false;
+  lite.quirks.bracket_escapes = false;
   lite.quirks.row_identity = "rowid";
   t.push_back(lite);
   return t;
@@ -446,7 +447,8 @@ void RaiseDiagnostics(const std::string& source, const Family& family,
       message += "\n" + r.message;
   const auto& natives = family.timeout_natives;
   const bool timeout = std::find(natives.begin(), natives.end(), primary->native) != natives.end();
-  RaiseSqlState(source, timeout ? "HYT00" : primary->sqlstate, primary->native, message);
+  RaiseSqlState(source, primary->sqlstate, primary->native, message,
+                timeout ? ErrorCategory::kTimeout : ErrorCategory::kNone);
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -596,7 +598,12 @@ void OdbcConnection::EndTransaction(SQLSMALLINT how) {
     auto records = CollectDiagnostics(SQL_HANDLE_DBC, dbc_);
     SetAutoCommit(true);
     if (records.empty()) records.push_back({"HY000", 0, "Ending the transaction failed"});
-    RaiseDiagnostics(source_, family_, records);
+    try {
+      RaiseDiagnostics(source_, family_, records);
+    } catch (const ZtError& e) {
+      if (how == SQL_COMMIT) RaiseCommitFailure(e);
+      throw;
+    }
   }
   SetAutoCommit(true);
 }

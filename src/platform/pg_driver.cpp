@@ -13,6 +13,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <optional>
+#include <set>
 
 #include "platform/driver.h"
 #include "platform/errors.h"
@@ -251,10 +253,17 @@ class PgConnection : public ConnectionBackend {
   const DriverQuirks& Quirks() const override { return quirks_; }
   std::unique_ptr<StatementBackend> Prepare(const std::string& sql) override;
   void BeginTransaction() override { Command("BEGIN"); }
-  void Commit() override { Command("COMMIT"); }
+  void Commit() override {
+    try {
+      Command("COMMIT");
+    } catch (const ZtError& e) {
+      RaiseCommitFailure(e);
+    }
+  }
   void Rollback() override {
     // A rollback also takes back a SET made inside the transaction.
     applied_timeout_ = -1;
+    relations_.reset();  // and a table made inside it
     Command("ROLLBACK");
   }
   void SetCommandTimeout(int seconds) override;
@@ -263,6 +272,7 @@ class PgConnection : public ConnectionBackend {
   std::string DefaultSchema() override;
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
   Variant LastInsertId() override;
+  bool HasExactName(const std::string& name) override;
   std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                const std::vector<std::string>& columns) override;
 
@@ -279,6 +289,7 @@ class PgConnection : public ConnectionBackend {
   void ForgetCatalog() {
     bases_.clear();
     default_schema_.clear();
+    relations_.reset();
   }
   void ApplyTimeout();
 
@@ -289,6 +300,8 @@ class PgConnection : public ConnectionBackend {
   int statements_ = 0;
   std::string default_schema_;
   std::map<Oid, std::map<int, BaseColumn>> bases_;
+  // Names of the tables and views this session sees, read when first needed.
+  std::optional<std::set<std::string>> relations_;
   int timeout_ = 0;
   int applied_timeout_ = 0;
 };
@@ -350,7 +363,7 @@ void PgConnection::Fail(const PGresult* r) const {
   const std::string message = DriverMessage(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
   if (state.empty()) state = PQstatus(conn_) == CONNECTION_BAD ? "08006" : "HY000";
   // PostgreSQL's own error code is its SQLSTATE: it stands where other engines put a number.
-  throw ZtError(HResultForSqlState(state, message), source_, message + " (" + state + ")");
+  throw EngineError(source_, state, 0, message, state);
 }
 
 Result PgConnection::Check(PGresult* raw) const {
@@ -405,6 +418,19 @@ Variant PgConnection::LastInsertId() {
   // A serial column is an integer: hand back a Long so a re-read by key compares like for like.
   if (v >= INT32_MIN && v <= INT32_MAX) return Variant(static_cast<std::int32_t>(v));
   return Variant(v);
+}
+
+bool PgConnection::HasExactName(const std::string& name) {
+  // Read once until this connection runs DDL (ForgetCatalog); tables that other sessions create
+  // meanwhile are not seen, as with the column cache below.
+  if (!relations_) {
+    Result r = Check(PQexec(conn_,
+                            "SELECT c.relname FROM pg_class c WHERE c.relkind IN "
+                            "('r', 'v', 'm', 'p', 'f') AND pg_table_is_visible(c.oid)"));
+    relations_.emplace();
+    for (int i = 0; i < PQntuples(r.get()); ++i) relations_->insert(PQgetvalue(r.get(), i, 0));
+  }
+  return relations_->count(name) > 0;
 }
 
 const BaseColumn* PgConnection::Base(Oid table, int column) {

@@ -46,6 +46,27 @@ bool IsText(std::int32_t type) {
   return type == 129 || type == 130 || type == 200 || type == 202;
 }
 
+[[noreturn]] void RaiseMultipleStep(const std::string& detail) {
+  throw ZtError(
+      platform::hr::kMultipleStep, kSource,
+      "Multiple-step operation generated errors. Check each status value. (" + detail + ")");
+}
+
+// Refuses a text longer than the column holds, counted in characters.
+void CheckLength(const platform::ColumnInfo& c, const Variant& v) {
+  if (IsText(c.type) && c.defined_size > 0 && v.AsString() &&
+      static_cast<std::int64_t>(utf8::Length(*v.AsString())) > c.defined_size)
+    RaiseMultipleStep(c.name + " holds at most " + std::to_string(c.defined_size) + " characters");
+}
+
+// What a recordset without an engine behind it must check itself: the length, and Null in a
+// column that does not take it (Empty, a value never set, counts as Null).
+void CheckInMemory(const platform::ColumnInfo& c, const Variant& v) {
+  CheckLength(c, v);
+  if ((v.IsNull() || v.IsEmpty()) && !(c.attributes & platform::attr::kIsNullable))
+    RaiseMultipleStep(c.name + " does not take Null");
+}
+
 }  // namespace
 
 struct Recordset::Row {
@@ -76,6 +97,7 @@ struct Recordset::Impl {
   int rowid_col = -1;        // hidden row identity (last column), -1 when none
   bool whole_table = false;  // opened by table name
   bool own_rowset = false;
+  bool disconnected = false;  // built in memory: no session, edits stay here
 
   std::size_t Size() const { return rows.size(); }
   bool InRange(std::int64_t p) const { return p >= 0 && p < static_cast<std::int64_t>(Size()); }
@@ -168,6 +190,7 @@ void Recordset::RequireWritable() const {
   RequireOpen();
   if (lock_type_ == ado::adLockReadOnly || impl_->own_rowset)
     RaiseAdo(AdoError::kNotUpdatable, kSource);
+  if (impl_->disconnected) return;
   if (impl_->session->Quirks().read_only)
     RaiseAdo(AdoError::kNotUpdatable, kSource, "(the data source is read-only)");
   if (impl_->table.empty())
@@ -232,6 +255,58 @@ void Recordset::Open(const std::string& source, const std::shared_ptr<Connection
       }
     }
   }
+  BuildFields();
+}
+
+void Recordset::OpenDisconnected(std::vector<RecordsetColumn> columns,
+                                 std::vector<std::vector<Variant>> rows, std::int32_t lock_type) {
+  if (open_) RaiseAdo(AdoError::kObjectOpen, kSource);
+  if (lock_type == ado::adLockUnspecified) lock_type = ado::adLockBatchOptimistic;
+  if (lock_type == ado::adLockPessimistic) lock_type = ado::adLockOptimistic;
+  if (lock_type < ado::adLockReadOnly || lock_type > ado::adLockBatchOptimistic)
+    RaiseAdo(AdoError::kInvalidArgument, kSource, "(lock type " + std::to_string(lock_type) + ")");
+  if (columns.empty()) RaiseAdo(AdoError::kInvalidArgument, kSource, "(no columns)");
+  // Everything is checked before anything is kept, so that a refused call leaves the recordset
+  // closed and as it was.
+  auto m = std::make_unique<Impl>();
+  m->disconnected = true;
+  for (auto& c : columns) {
+    if (c.name.empty()) RaiseAdo(AdoError::kInvalidArgument, kSource, "(a column has no name)");
+    for (const auto& prior : m->columns)
+      if (AsciiLower(prior.name) == AsciiLower(c.name))
+        RaiseAdo(AdoError::kInvalidArgument, kSource, "(column " + c.name + " appears twice)");
+    platform::ColumnInfo ci;
+    ci.name = std::move(c.name);
+    ci.type = c.type;
+    ci.defined_size = c.defined_size;
+    ci.attributes = c.attributes;
+    ci.precision = c.precision;
+    ci.scale = c.scale;
+    m->columns.push_back(std::move(ci));
+  }
+  m->rows.reserve(rows.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    if (rows[i].size() != m->columns.size())
+      RaiseAdo(AdoError::kInvalidArgument, kSource,
+               "(row " + std::to_string(i + 1) + " has " + std::to_string(rows[i].size()) +
+                   " values for " + std::to_string(m->columns.size()) + " columns)");
+    for (std::size_t c = 0; c < m->columns.size(); ++c) CheckInMemory(m->columns[c], rows[i][c]);
+  }
+  for (auto& values : rows) {
+    Row r;
+    r.original = values;
+    r.values = std::move(values);
+    m->rows.push_back(std::move(r));
+  }
+  m->pos = 0;
+  impl_ = std::move(m);
+  connection_.reset();
+  open_ = true;
+  cursor_type_ = ado::adOpenStatic;
+  lock_type_ = lock_type;
+  edit_mode_ = ado::adEditNone;
+  source_.clear();
+  filter_ = Variant(std::int32_t{0});
   BuildFields();
 }
 
@@ -468,13 +543,14 @@ void Recordset::SetValueAt(int col, const Variant& v) {
   const platform::ColumnInfo& c = m.columns[static_cast<std::size_t>(col)];
   // Every column of a table opened by name is the table's; from SQL text only the columns
   // the engine traced to a table column can be written (not expressions).
-  if (c.base_column.empty() && !m.whole_table)
+  if (m.disconnected) {
+    if (!(c.attributes & (platform::attr::kUpdatable | platform::attr::kUnknownUpdatable)))
+      RaiseAdo(AdoError::kNotUpdatable, kSource, "(" + c.name + " cannot be changed)");
+    CheckInMemory(c, v);
+  } else if (c.base_column.empty() && !m.whole_table) {
     RaiseAdo(AdoError::kNotUpdatable, kSource, "(" + c.name + " is not a table column)");
-  if (IsText(c.type) && c.defined_size > 0 && v.AsString() &&
-      static_cast<std::int64_t>(utf8::Length(*v.AsString())) > c.defined_size)
-    throw ZtError(static_cast<std::int32_t>(0x80040E21u), kSource,
-                  "Multiple-step operation generated errors. Check each status value. (" + c.name +
-                      " holds at most " + std::to_string(c.defined_size) + " characters)");
+  }
+  CheckLength(c, v);
   Row& r = m.rows[static_cast<std::size_t>(m.pos)];
   if (edit_mode_ == ado::adEditNone) {
     m.backup = r.values;
@@ -502,6 +578,12 @@ void Recordset::Update() {
   if (edit_mode_ == ado::adEditNone) return;
   Impl& m = *impl_;
   Row& r = m.rows[static_cast<std::size_t>(m.pos)];
+  if (m.disconnected) {
+    // No engine fills in defaults: a column never set is Null, and must take it.
+    for (std::size_t c = 0; c < m.columns.size(); ++c) CheckInMemory(m.columns[c], r.values[c]);
+    for (auto& v : r.values)
+      if (v.IsEmpty()) v = Variant::Null();
+  }
   if (lock_type_ == ado::adLockBatchOptimistic) {
     if (r.status == Row::Status::kUnchanged) r.status = Row::Status::kModified;
   } else {
@@ -567,6 +649,14 @@ void Recordset::UpdateBatch() {
     if (!r.gone && r.status != Row::Status::kUnchanged) pending.push_back(&r);
   if (pending.empty()) return;
   RequireWritable();
+  auto accept = [&] {
+    for (Row* r : pending) {
+      if (r->status == Row::Status::kDeleted) r->gone = true;
+      r->original = r->values;
+      r->status = Row::Status::kUnchanged;
+    }
+  };
+  if (m.disconnected) return accept();  // nothing to write: the changes stand as they are
   platform::Session& s = *m.session;
   const bool own = s.transaction_level == 0;
   // Values filled in by the engine (row ids) are kept only when the whole batch commits.
@@ -589,11 +679,7 @@ void Recordset::UpdateBatch() {
     for (std::size_t i = 0; i < pending.size(); ++i) pending[i]->values = std::move(saved[i]);
     throw;
   }
-  for (Row* r : pending) {
-    if (r->status == Row::Status::kDeleted) r->gone = true;
-    r->original = r->values;
-    r->status = Row::Status::kUnchanged;
-  }
+  accept();
 }
 
 void Recordset::CancelBatch() {
@@ -611,6 +697,7 @@ void Recordset::CancelBatch() {
 // DELETE finds no row (another session changed or removed it).
 void Recordset::WriteRow(Row& r) {
   Impl& m = *impl_;
+  if (m.disconnected) return;  // the row lives here only
   platform::Session& s = *m.session;
   const std::size_t ncols = m.columns.size() - (m.rowid_col >= 0 ? 1 : 0);
   auto column = [&](std::size_t c) {

@@ -110,15 +110,6 @@ std::string UpperWord(const std::string& s, std::size_t from, std::size_t to) {
 
 }  // namespace
 
-std::string BracketName(const std::string& name) {
-  std::string out = "[";
-  for (char c : name) {
-    out += c;
-    if (c == ']') out += ']';
-  }
-  return out + "]";
-}
-
 std::string FirstKeyword(const std::string& sql) {
   std::size_t i = sql.find_first_not_of(" \t\r\n(");
   std::size_t j = i;
@@ -140,12 +131,9 @@ std::string FoldName(std::string name, NameFolding fold) {
     for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
   return name;
 }
-}  // namespace
 
-std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks) {
-  char open = '[', close = ']';
-  if (quirks.quote == QuoteStyle::kDoubleQuotes) open = close = '"';
-  if (quirks.quote == QuoteStyle::kBackticks) open = close = '`';
+// `name` between `open` and `close`, the closing character doubled inside.
+std::string Quoted(const std::string& name, char open, char close) {
   std::string out(1, open);
   for (char c : name) {
     out += c;
@@ -155,8 +143,42 @@ std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks)
   return out;
 }
 
+}  // namespace
+
+std::string BracketName(const std::string& name) {
+  return Quoted(name, '[', ']');
+}
+
+std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks) {
+  if (quirks.quote == QuoteStyle::kDoubleQuotes) return Quoted(name, '"', '"');
+  if (quirks.quote == QuoteStyle::kBackticks) return Quoted(name, '`', '`');
+  return Quoted(name, '[', ']');
+}
+
+namespace {
+
+// The engine's spelling of the bracketed name `written` (as it stands in the text, brackets
+// included), which stands for `name` ("]]" already read as "]").
+std::string EngineName(const std::string& written, const std::string& name,
+                       const DriverQuirks& quirks, const ExactNameProbe& exact_name) {
+  if (quirks.quote == QuoteStyle::kBrackets) {
+    // The engine reads [..] itself. One that has no escape for "]" inside brackets (SQLite ends
+    // the name at the first "]") gets the name in double quotes, which it reads in full; else
+    // the rest of the name would be read as SQL of the statement.
+    if (quirks.bracket_escapes || name.find(']') == std::string::npos) return written;
+    return Quoted(name, '"', '"');
+  }
+  // A name that folds to another spelling keeps its own when the engine holds an object of
+  // exactly that name (made with a quoted name): that object is what the caller named.
+  const std::string folded = FoldName(name, quirks.fold);
+  if (folded != name && exact_name && exact_name(name)) return QuoteIdentifier(name, quirks);
+  return QuoteIdentifier(folded, quirks);
+}
+
+}  // namespace
+
 std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
-                           const std::string& source) {
+                           const std::string& source, const ExactNameProbe& exact_name) {
   std::string out;
   out.reserve(sql.size() + 8);
   Scanner sc{sql, quirks};
@@ -229,16 +251,13 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
         out.append(sql, sc.i, std::string::npos);
         break;
       }
-      out += quirks.quote == QuoteStyle::kBrackets
-                 ? sql.substr(sc.i, j + 1 - sc.i)
-                 : QuoteIdentifier(FoldName(std::move(name), quirks.fold), quirks);
+      out += EngineName(sql.substr(sc.i, j + 1 - sc.i), name, quirks, exact_name);
       sc.i = j + 1;
       continue;
     }
     out += c;
     ++sc.i;
   }
-  while (!out.empty() && std::isspace(static_cast<unsigned char>(out.back()))) out.pop_back();
   return out;
 }
 

@@ -3,19 +3,32 @@
 // comments only.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "platform/driver.h"
 
 namespace zt::platform {
 
-// Rewrites `[name]` to the engine's quoting (a `"` or a backtick inside the name is doubled) and
-// refuses a second statement: a ";" followed by anything but blanks and comments throws ZtError
-// 0x80040E14, so a value pasted into SQL text cannot smuggle in another statement. String
-// literals, quoted identifiers and comments pass unchanged. A trailing ";" is dropped.
-// An unclosed literal or comment is left to the engine to report.
+// Answers whether the engine holds an object (table, view) of exactly this name, case included.
+using ExactNameProbe = std::function<bool(const std::string& name)>;
+
+// Rewrites `[name]` to the engine's quoting and refuses a second statement: a ";" followed by
+// anything but blanks and comments throws ZtError 0x80040E14, so a value pasted into SQL text
+// cannot smuggle in another statement. String literals, quoted identifiers and comments pass
+// unchanged. A trailing ";" is dropped; every other character, trailing blanks included, reaches
+// the engine as written. An unclosed literal or comment is left to the engine to report.
+//
+// Inside [..], "]]" stands for one "]" (BracketName writes names so), and the whole name is one
+// identifier on every engine: `"` or a backtick inside it is doubled for engines quoting with
+// them, and an engine without an escape for "]" inside brackets gets the name in double quotes.
+// A caller's name can therefore never end early and turn its rest into SQL.
+//
+// On an engine that folds unquoted names, a bracketed name is folded, so that the library's mixed
+// spellings of one table reach that table, unless `exact_name` reports an object of exactly the
+// name as written: then that object is meant and the name keeps its case.
 std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
-                           const std::string& source);
+                           const std::string& source, const ExactNameProbe& exact_name = {});
 
 // Rewrites "?" parameters (outside literals and comments) to "$1", "$2" ... for engines that
 // number their parameters.

@@ -96,6 +96,7 @@ const DriverQuirks& SqliteQuirks() {
     DriverQuirks x;
     x.engine = "SQLite";
     x.quote = QuoteStyle::kBrackets;
+    x.bracket_escapes = false;  // [..] ends at the first "]"
     x.transactional_ddl = true;
     x.has_schemas = false;
     x.row_identity = "rowid";

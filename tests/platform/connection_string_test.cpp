@@ -97,7 +97,7 @@ TEST(SqlTextTest, RewritesBracketsPerEngineOutsideLiteralsAndComments) {
             "SELECT `a``b` FROM t WHERE x = 'it\\'s [n]'");
   EXPECT_EQ(PrepareSqlText(sql, lite, "S"), sql);
   EXPECT_EQ(PrepareSqlText("UPDATE [tblTesselVersion]SET tMajor='7' ;  -- done\n", pg, "P"),
-            "UPDATE \"tblTesselVersion\"SET tMajor='7'");
+            "UPDATE \"tblTesselVersion\"SET tMajor='7' ");
   // Where unquoted names fold, bracketed ones fold alike, so both spellings reach one table.
   DriverQuirks folding = pg;
   folding.fold = NameFolding::kLower;

@@ -2,9 +2,16 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <optional>
+#include <thread>
 
 #include "engines.h"
 #include "platform/dialect.h"
+#include "support/test_env.h"
+#include "zt/datastore.h"
+#include "zt/error_codes.h"
 #include "zt/platform.h"
 
 namespace zt::testing {
@@ -535,6 +542,156 @@ TEST_P(EngineTest, DialectColumnTypesAndColumnChanges) {
     rs = cn->Execute(d.RosterQuery());
     EXPECT_TRUE(rs->State() != adStateOpen || rs->Eof());
   }
+}
+
+// A caller's table name is one name on every engine: a name that tries to end the bracket early
+// and comment out the rest reaches no table and deletes nothing; a real name holding "]" works.
+TEST_P(EngineTest, TableNamesCannotChangeTheStatement) {
+  RecordingEnv env;
+  MakeTable("tblTickets", 20);
+  CZtDataStore ds;
+  ds.DataStoreConnection(cn);
+  for (const std::string name : {"tblTickets] --", "tblTickets] #",
+                                 "tblTickets]; DELETE FROM [tblTickets", "tblTickets]]"}) {
+    EXPECT_THROW(ds.DeleteTableRecords(name, "id=5"), ZtError) << name;
+    EXPECT_THROW(ds.DeleteTableRecords(name), ZtError) << name;
+    EXPECT_THROW(ds.DeleteTable(name), ZtError) << name;
+    EXPECT_EQ(Count("tblTickets"), 20) << name;
+  }
+  EXPECT_EQ(ds.DeleteTableRecords("tblTickets", "id=5"), 1);
+  EXPECT_EQ(Count("tblTickets"), 19);
+
+  const Engine& e = GetParam();
+  cn->Execute("CREATE TABLE [zt_odd]]name] ([id] " + e.t_int + ", [a\"b`c] " + e.t_int + ")");
+  cn->Execute("INSERT INTO [zt_odd]]name] ([id], [a\"b`c]) VALUES (1, 2)");
+  cn->Execute("INSERT INTO [zt_odd]]name] ([id], [a\"b`c]) VALUES (3, 4)");
+  EXPECT_EQ(Count("zt_odd]]name", "[a\"b`c] = 4"), 1);
+  EXPECT_EQ(ds.DeleteTableRecords("zt_odd]name", "[a\"b`c] = 2"), 1);
+  EXPECT_EQ(ds.DeleteTableRecords("zt_odd]name"), 1);
+  ds.DeleteTable("zt_odd]name");
+  EXPECT_THROW(Count("zt_odd]]name"), ZtError);
+}
+
+// Where an engine tells "TblMixed" from tblmixed, a bracketed name reaches the table of exactly
+// that name when there is one, and the folded one otherwise (also once the exact one is gone).
+TEST_P(EngineTest, ExactlyNamedTablesAreTheOnesReached) {
+  RecordingEnv env;
+  const Engine& e = GetParam();
+  cn->Execute("DROP TABLE IF EXISTS [tblmixed]");
+  cn->Execute("CREATE TABLE [tblmixed] ([id] " + e.t_int + ")");
+  // A lookup before the exact table exists, so that what the session knows must be renewed.
+  try {
+    cn->Execute("SELECT * FROM [TblMixed]");
+  } catch (const ZtError&) {
+  }
+  bool both = false;
+  for (const char* create :
+       {"CREATE TABLE \"TblMixed\" (id INT)", "CREATE TABLE [TblMixed] (id INT)"}) {
+    try {
+      cn->Execute(create);
+      both = true;
+      break;
+    } catch (const ZtError&) {
+    }
+  }
+  if (!both) GTEST_SKIP() << e.name << " does not tell the two names apart";
+  for (int i = 1; i <= 3; ++i)
+    cn->Execute("INSERT INTO [tblmixed] ([id]) VALUES (" + std::to_string(i) + ")");
+  cn->Execute("INSERT INTO [TblMixed] ([id]) VALUES (9)");
+  CZtDataStore ds;
+  ds.DataStoreConnection(cn);
+  EXPECT_EQ(ds.DeleteTableRecords("TblMixed"), 1);
+  EXPECT_EQ(Count("tblmixed"), 3);
+  ds.DeleteTable("TblMixed");
+  EXPECT_EQ(Count("tblmixed"), 3);
+  cn->Execute("DROP TABLE [tblmixed]");
+}
+
+// Engine failures keep the engine's SQLSTATE, native code and kind beside the number.
+TEST_P(EngineTest, ErrorsCarryTheEngineReport) {
+  MakeTable("zt_err", 2);
+  auto failure = [&](const std::string& sql) -> ZtError {
+    try {
+      cn->Execute(sql);
+    } catch (const ZtError& e) {
+      return e;
+    }
+    ADD_FAILURE() << sql << " did not fail";
+    return ZtError(0, "", "");
+  };
+  const ZtError dup = failure("INSERT INTO [zt_err] ([id], [code]) VALUES (7, 'C1')");
+  EXPECT_EQ(dup.Number(), hr::kIntegrity);
+  EXPECT_EQ(dup.Category(), ErrorCategory::kIntegrity);
+  EXPECT_EQ(dup.SqlState().substr(0, 2), "23") << dup.SqlState();
+
+  const ZtError syntax = failure("SELEKT nothing");
+  EXPECT_EQ(syntax.Number(), hr::kCommand);
+  EXPECT_EQ(syntax.Category(), ErrorCategory::kSyntax);
+  EXPECT_EQ(syntax.SqlState().substr(0, 2), "42") << syntax.SqlState();
+
+  const ZtError missing = failure("SELECT * FROM [zt_no_such_table]");
+  EXPECT_EQ(missing.Category(), ErrorCategory::kNoTable);
+
+  // The five values and texts stay what they were.
+  EXPECT_EQ(dup.Source(), GetParam().provider);
+  const std::string code =
+      dup.NativeError() != 0 ? std::to_string(dup.NativeError()) : dup.SqlState();
+  EXPECT_NE(dup.Description().find("(" + code + ")"), std::string::npos) << dup.Description();
+
+  // A statement that runs far past the command time-out is ended by it.
+  MakeTable("zt_ten", 10);
+  std::string join = "SELECT COUNT(*) FROM [zt_ten] t0";  // 10^9 combinations
+  for (int i = 1; i < 9; ++i) join += ", [zt_ten] t" + std::to_string(i);
+  cn->SetCommandTimeout(1);
+  const auto start = std::chrono::steady_clock::now();
+  const ZtError slow = failure(join);
+  cn->SetCommandTimeout(0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_EQ(slow.Number(), hr::kTimeout) << slow.Description();
+  EXPECT_EQ(slow.Category(), ErrorCategory::kTimeout) << slow.Description();
+  EXPECT_FALSE(slow.SqlState().empty());
+  EXPECT_EQ(Count("zt_err"), 2);
+}
+
+// Two sessions that each wait for the other: one of them is told that its work was given up and
+// may be run again (a deadlock on servers; SQLite refuses the second writer at once).
+TEST_P(EngineTest, DeadlockVictimsAreToldSo) {
+  MakeTable("zt_lock", 2);
+  std::atomic<bool> first_done{false};
+  std::optional<ZtError> theirs;
+  std::thread other([&] {
+    auto c = std::make_shared<Connection>();  // a connection belongs to its thread
+    try {
+      c->Open(GetParam().ConnectionString(file_));
+      c->BeginTrans();
+      c->Execute("UPDATE [zt_lock] SET [qty] = 2 WHERE [id] = 2");
+      first_done = true;
+      c->Execute("UPDATE [zt_lock] SET [qty] = 2 WHERE [id] = 1");
+      c->CommitTrans();
+    } catch (const ZtError& e) {
+      theirs = e;
+      first_done = true;
+    }
+    c->Close();
+  });
+  std::optional<ZtError> mine;
+  try {
+    cn->BeginTrans();
+    cn->Execute("UPDATE [zt_lock] SET [qty] = 1 WHERE [id] = 1");
+    while (!first_done) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    cn->Execute("UPDATE [zt_lock] SET [qty] = 1 WHERE [id] = 2");
+    cn->CommitTrans();
+  } catch (const ZtError& e) {
+    mine = e;
+    cn->RollbackTrans();
+  }
+  other.join();
+  ASSERT_NE(mine.has_value(), theirs.has_value()) << "exactly one session gives way";
+  const ZtError& victim = mine ? *mine : *theirs;
+  EXPECT_TRUE(victim.Category() == ErrorCategory::kDeadlock ||
+              victim.Category() == ErrorCategory::kBusy)
+      << victim.Description() << " [" << victim.SqlState() << "]";
+  EXPECT_EQ(victim.Number(), hr::kFail) << "still retried by the data store's list";
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, EngineTest, ::testing::ValuesIn(AllEngines()),
