@@ -5,6 +5,7 @@
 #include "platform/errors.h"
 #include "platform/session.h"
 #include "platform/sql_text.h"
+#include "text/password_mask.h"
 #include "zt/platform.h"
 
 namespace zt {
@@ -31,12 +32,14 @@ bool NoRecords(std::int32_t options) {
 // failures themselves; whatever a driver chooses to repeat, the password does not travel on
 // into error handlers and logs. Passwords shorter than four characters are left alone, as
 // masking them would garble the message while hiding next to nothing.
+// A driver that echoes its connection string has its password items masked too, by item.
 ZtError WithoutPassword(const ZtError& e, const std::string& password) {
-  std::string text = e.Description();
-  if (password.size() < 4 || text.find(password) == std::string::npos) return e;
-  for (std::size_t at = text.find(password); at != std::string::npos;
-       at = text.find(password, at + 4))
-    text.replace(at, password.size(), "****");
+  std::string text = text_detail::MaskPasswordItems(e.Description(), {password});
+  if (password.size() >= 4)
+    for (std::size_t at = text.find(password); at != std::string::npos;
+         at = text.find(password, at + 4))
+      text.replace(at, password.size(), "****");
+  if (text == e.Description()) return e;
   return ZtError(e.Number(), e.Source(), text, e.HelpFile(), e.HelpContext());
 }
 
