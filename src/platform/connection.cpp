@@ -66,6 +66,7 @@ void Connection::Open(const std::string& connection_string, const std::string& u
   const std::string text = connection_string.empty() ? connection_string_ : connection_string;
   platform::ConnectParams params = platform::ParseConnectionString(text, user, password);
   if (params.login_timeout == 0) params.login_timeout = connection_timeout_;
+  params.read_timeout = command_timeout_;
   const platform::DriverFactory* factory = platform::FindDriver(params.driver);
   if (!factory)
     RaiseAdo(AdoError::kProviderNotFound, kConnectionSource, "(driver " + params.driver + ")");

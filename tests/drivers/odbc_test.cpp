@@ -6,10 +6,13 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <future>
 
 #include "engines.h"
 #include "platform/errors.h"
+#include "platform/odbc_driver.h"
 #include "support/test_env.h"
+#include "zt/platform.h"
 
 namespace zt::testing {
 namespace {
@@ -84,6 +87,65 @@ TEST(FreeTdsDriver, UnreachableServerFailsFastAndSilentServerWithinLoginTimeout)
                  ZtError);
     EXPECT_LT(Clock::now() - again, std::chrono::seconds(6));
   }
+}
+
+// Opens `text` through a Connection with `connection_timeout` while `port` stays silent. Gives
+// the error, or nothing when the open succeeded or did not end within 30 s (then the port is
+// closed so that the waiting driver is let go).
+std::optional<ZtError> OpenAgainstSilentPort(std::unique_ptr<LoopbackPort>& port,
+                                             const std::string& text, int connection_timeout) {
+  auto opening = std::async(std::launch::async, [&]() -> std::optional<ZtError> {
+    RecordingEnv env;
+    Connection cn;
+    cn.SetConnectionTimeout(connection_timeout);
+    try {
+      cn.Open(text);
+    } catch (const ZtError& e) {
+      return e;
+    }
+    return std::nullopt;
+  });
+  if (opening.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+    port.reset();
+    opening.wait();
+    return std::nullopt;
+  }
+  return opening.get();
+}
+
+TEST(MariaDbLogin, SilentServerFailsWithinTheLoginTimeOutAndReadsAreBounded) {
+  // A port that accepts and never sends the server's greeting: the MariaDB driver ignores
+  // SQL_ATTR_LOGIN_TIMEOUT and waited for good.
+  auto silent = std::make_unique<LoopbackPort>(true);
+  const std::string text = "Provider=MySQLProv;Data Source=127.0.0.1," +
+                           std::to_string(silent->port()) +
+                           ";Initial Catalog=db;User ID=u;Password=Secr3t;";
+  for (const auto& [extra, connection_timeout] :
+       {std::pair<std::string, int>{"Connect Timeout=2", 15}, {"", 2}}) {
+    const auto start = Clock::now();
+    const std::optional<ZtError> e =
+        OpenAgainstSilentPort(silent, text + extra, connection_timeout);
+    ASSERT_TRUE(e.has_value()) << "no error within 30 s: " << extra;
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(30));
+    EXPECT_EQ(e->Number(), platform::hr::kFail) << e->Description();
+    EXPECT_NE(e->Description().find("handshake"), std::string::npos) << e->Description();
+    EXPECT_EQ(e->Description().find("Secr3t"), std::string::npos);
+  }
+
+  // The keys that carry the time-outs: the login one from the connection string or the
+  // connection, reads bounded past the command time-out; a caller's own value wins.
+  platform::ConnectParams p = platform::ParseConnectionString(text + "Connect Timeout=4");
+  p.read_timeout = 30;
+  const auto& maria = platform::odbc::FamilyForDriver(p.odbc_driver);
+  std::string composed = platform::odbc::ConnectionStringFor(p, maria);
+  EXPECT_NE(composed.find(";CONN_TIMEOUT=4;"), std::string::npos) << composed;
+  EXPECT_NE(composed.find(";READ_TIMEOUT=40;WRITE_TIMEOUT=40;"), std::string::npos) << composed;
+  p = platform::ParseConnectionString(text + "READ_TIMEOUT=7;conn_timeout=9");
+  p.read_timeout = 0;
+  composed = platform::odbc::ConnectionStringFor(p, maria);
+  EXPECT_NE(composed.find("READ_TIMEOUT=7;conn_timeout=9;"), std::string::npos) << composed;
+  EXPECT_EQ(composed.find("WRITE_TIMEOUT"), std::string::npos) << composed;
+  EXPECT_EQ(composed.find("CONN_TIMEOUT"), std::string::npos) << composed;
 }
 
 class MariaDbDriver : public ::testing::Test {
