@@ -72,6 +72,8 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //                       time-out the connection was opened with plus kReadTimeoutMargin, so the
 //                       server's own "statement time-out" arrives first and only a server that
 //                       stopped answering is cut off. None when that time-out was 0 (no limit).
+//                       The driver reads these keys only when connecting: a longer time-out set
+//                       later does not lift the bound, so long jobs open with theirs.
 //   catalog_is_db       catalog functions get the current database as catalog; the MariaDB
 //                       driver searches every database of the server without it
 //   has_pk_function     SQLPrimaryKeys exists
