@@ -2,11 +2,14 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
+#include <thread>
 
 #include "engines.h"
 #include "platform/errors.h"
@@ -37,6 +40,7 @@ class LoopbackPort {
   }
   ~LoopbackPort() { ::close(fd_); }
   int port() const { return port_; }
+  int fd() const { return fd_; }
 
  private:
   int fd_ = -1;
@@ -113,7 +117,7 @@ std::optional<ZtError> OpenAgainstSilentPort(std::unique_ptr<LoopbackPort>& port
   return opening.get();
 }
 
-TEST(MariaDbLogin, SilentServerFailsWithinTheLoginTimeOutAndReadsAreBounded) {
+TEST(MariaDbTimeouts, SilentServerFailsWithinTheLoginTimeOutAndReadsAreBounded) {
   // A port that accepts and never sends the server's greeting: the MariaDB driver ignores
   // SQL_ATTR_LOGIN_TIMEOUT and waited for good.
   auto silent = std::make_unique<LoopbackPort>(true);
@@ -146,6 +150,93 @@ TEST(MariaDbLogin, SilentServerFailsWithinTheLoginTimeOutAndReadsAreBounded) {
   EXPECT_NE(composed.find("READ_TIMEOUT=7;conn_timeout=9;"), std::string::npos) << composed;
   EXPECT_EQ(composed.find("WRITE_TIMEOUT"), std::string::npos) << composed;
   EXPECT_EQ(composed.find("CONN_TIMEOUT"), std::string::npos) << composed;
+}
+
+// Forwards one client to a server on loopback until Stall(): from then on nothing the server
+// sends reaches the client, as when a server hangs or the network drops its packets.
+class StallingProxy {
+ public:
+  explicit StallingProxy(int server_port) : listener_(true), server_port_(server_port) {
+    thread_ = std::thread([this] { Run(); });
+  }
+  ~StallingProxy() {
+    stop_ = true;
+    thread_.join();
+  }
+  int port() const { return listener_.port(); }
+  void Stall() { stall_ = true; }
+
+ private:
+  void Run() {
+    int client = -1;
+    while (!stop_ && client < 0) {
+      pollfd p{listener_.fd(), POLLIN, 0};
+      if (::poll(&p, 1, 100) > 0) client = ::accept(listener_.fd(), nullptr, nullptr);
+    }
+    if (client < 0) return;
+    const int server = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(static_cast<std::uint16_t>(server_port_));
+    if (::connect(server, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) {
+      char buffer[16384];
+      while (!stop_) {
+        pollfd p[2] = {{client, POLLIN, 0}, {server, static_cast<short>(stall_ ? 0 : POLLIN), 0}};
+        if (::poll(p, 2, 100) <= 0) continue;
+        if (p[0].revents) {
+          const ssize_t n = ::read(client, buffer, sizeof buffer);
+          if (n <= 0 || ::write(server, buffer, static_cast<std::size_t>(n)) != n) break;
+        }
+        if (p[1].revents && !stall_) {
+          const ssize_t n = ::read(server, buffer, sizeof buffer);
+          if (n <= 0 || ::write(client, buffer, static_cast<std::size_t>(n)) != n) break;
+        }
+      }
+    }
+    ::close(server);
+    ::close(client);
+  }
+
+  LoopbackPort listener_;
+  int server_port_;
+  std::atomic<bool> stop_{false};
+  std::atomic<bool> stall_{false};
+  std::thread thread_;
+};
+
+TEST(MariaDbTimeouts, ReadsFromAServerThatStopsAnsweringEndPastTheCommandTimeOut) {
+  const std::string host = EnvOr("DBTEST_MY_HOST");
+  ZT_NEED_ENGINE(!host.empty(), "MariaDB (DBTEST_MY_HOST)");
+  auto proxy = std::make_unique<StallingProxy>(std::stoi(EnvOr("DBTEST_MY_PORT")));
+  const std::string text =
+      "Provider=MySQLProv;Data Source=127.0.0.1;Port=" + std::to_string(proxy->port()) +
+      ";Initial Catalog=" + EnvOr("DBTEST_MY_DB") + ";User ID=" + EnvOr("DBTEST_MY_USER") +
+      ";Password=" + EnvOr("DBTEST_MY_PASSWORD") + ";";
+  RecordingEnv env;
+  Connection cn;
+  cn.SetCommandTimeout(1);
+  cn.Open(text);
+  cn.Execute("SELECT 1", nullptr, ado::adExecuteNoRecords);
+  proxy->Stall();
+  const auto start = Clock::now();
+  auto reading = std::async(std::launch::async, [&]() -> std::optional<ZtError> {
+    try {
+      cn.Execute("SELECT 2", nullptr, ado::adExecuteNoRecords);
+    } catch (const ZtError& e) {
+      return e;
+    }
+    return std::nullopt;
+  });
+  if (reading.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+    proxy.reset();  // lets the waiting driver go
+    reading.wait();
+    FAIL() << "the read did not end within 30 s";
+  }
+  const std::optional<ZtError> e = reading.get();
+  ASSERT_TRUE(e.has_value());
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(30));
+  EXPECT_NE(e->Description().find("Lost connection"), std::string::npos) << e->Description();
 }
 
 class MariaDbDriver : public ::testing::Test {
