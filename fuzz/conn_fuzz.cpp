@@ -51,8 +51,8 @@ void FuzzSplitting(const std::string& text) {
   }
 }
 
-// Any text, masked, splits like the original: same keys, the same values except that every
-// password item's value is "*".
+// Any text, masked, splits like the original: same keys, every password item's value "*", and
+// every other value as it was unless it nests items of its own.
 void FuzzMaskingOfAnyText(const std::string& text) {
   const std::string masked = zt::text_detail::MaskPasswordItems(text);
   const auto keys = Split(text);
@@ -60,33 +60,67 @@ void FuzzMaskingOfAnyText(const std::string& text) {
   const auto masked_keys = Split(masked);
   Check(masked_keys && masked_keys->size() == keys->size());
   for (std::size_t i = 0; i < keys->size(); ++i) {
-    Check((*masked_keys)[i].first == (*keys)[i].first);
-    const bool password = zt::text_detail::IsPasswordKey((*keys)[i].first);
-    Check((*masked_keys)[i].second == (password ? "*" : (*keys)[i].second));
+    const auto& [key, value] = (*keys)[i];
+    Check((*masked_keys)[i].first == key);
+    if (zt::text_detail::IsPasswordKey(key))
+      Check((*masked_keys)[i].second == "*");
+    else if (value.find('=') == std::string::npos)
+      Check((*masked_keys)[i].second == value);
   }
 }
 
-// A string built from items, with the masked text it must give; passwords never survive.
-void FuzzMaskingOfBuiltStrings(FuzzedDataProvider& in) {
+std::string Braced(const std::string& value) {
+  std::string out = "{";
+  for (char c : value) {
+    out += c;
+    if (c == '}') out += '}';
+  }
+  return out + "}";
+}
+
+// Builds a string of items, some of them passwords, some nesting a string of their own, with
+// the masked text it must give.
+void BuildItems(FuzzedDataProvider& in, int depth, std::string& text, std::string& expected,
+                std::vector<std::string>& passwords) {
   static const char* password_keys[] = {"Password", "pwd", " PWD ", "Jet OLEDB:Database Password"};
-  static const char* other_keys[] = {"Data Source", "User ID", "Extended Properties", "x"};
-  std::string text, expected;
-  std::vector<std::string> passwords;
-  const int items = in.ConsumeIntegralInRange(1, 6);
+  static const char* other_keys[] = {"Data Source", "User ID", "x"};
+  const int items = in.ConsumeIntegralInRange(1, 4);
   for (int i = 0; i < items; ++i) {
-    const bool password = in.ConsumeBool();
-    const std::string key = password ? password_keys[in.ConsumeIntegralInRange(0, 3)]
-                                     : other_keys[in.ConsumeIntegralInRange(0, 3)];
-    const std::string value = in.ConsumeRandomLengthString(24);
-    const std::string written = zt::platform::OdbcQuote(value);
     if (i > 0) {
       text += ';';
       expected += ';';
     }
-    text += key + "=" + written;
-    expected += key + "=" + (password ? std::string("*") : written);
-    if (password) passwords.push_back(value);
+    const int kind = in.ConsumeIntegralInRange(0, depth < 2 ? 2 : 1);
+    if (kind == 0) {
+      const std::string key = password_keys[in.ConsumeIntegralInRange(0, 3)];
+      const std::string value = in.ConsumeRandomLengthString(24);
+      text += key + "=" + zt::platform::OdbcQuote(value);
+      expected += key + "=*";
+      passwords.push_back(value);
+    } else if (kind == 1) {
+      // A plain value: without "=" it cannot nest items.
+      std::string value = in.ConsumeRandomLengthString(24);
+      for (char& c : value)
+        if (c == '=') c = '-';
+      const std::string item = other_keys[in.ConsumeIntegralInRange(0, 2)] + std::string("=") +
+                               zt::platform::OdbcQuote(value);
+      text += item;
+      expected += item;
+    } else {
+      std::string inner, inner_expected;
+      BuildItems(in, depth + 1, inner, inner_expected, passwords);
+      const std::string written = zt::platform::OdbcQuote(inner);
+      text += "Extended Properties=" + written;
+      expected +=
+          "Extended Properties=" + (written == inner ? inner_expected : Braced(inner_expected));
+    }
   }
+}
+
+void FuzzMaskingOfBuiltStrings(FuzzedDataProvider& in) {
+  std::string text, expected;
+  std::vector<std::string> passwords;
+  BuildItems(in, 0, text, expected, passwords);
   const std::string masked = zt::text_detail::MaskPasswordItems(text);
   Check(masked == expected);
   for (const std::string& p : passwords)

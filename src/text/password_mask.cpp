@@ -62,7 +62,49 @@ bool IsPasswordKey(const std::string& key) {
   return k == "password" || k == "pwd" || k == "jetoledb:databasepassword";
 }
 
-std::string MaskPasswordItems(const std::string& text, const std::vector<std::string>& known) {
+namespace {
+
+// Values nest connection strings (MSDASQL's "Extended Properties" holds the ODBC string with its
+// PWD); deeper nesting than this is not masked further.
+constexpr int kMaxNesting = 4;
+
+std::string MaskItems(const std::string& text, const std::vector<std::string>& known, int depth);
+
+// A non-password value with the password items of a string nested in it masked; a quoted value
+// is unquoted for that and quoted again the same way. Unchanged when it holds none.
+std::string MaskNestedValue(const std::string& value, int depth) {
+  if (depth >= kMaxNesting || value.find('=') == std::string::npos) return value;
+  if (value.empty() || (value[0] != '"' && value[0] != '\'' && value[0] != '{'))
+    return MaskItems(value, {}, depth + 1);
+  const char open = value[0];
+  const char close = open == '{' ? '}' : open;
+  std::string inner;
+  std::size_t j = 1;
+  bool closed = false;
+  for (; j < value.size(); ++j) {
+    if (value[j] == close) {
+      if (j + 1 < value.size() && value[j + 1] == close) {
+        inner += close;
+        ++j;
+        continue;
+      }
+      closed = true;
+      break;
+    }
+    inner += value[j];
+  }
+  const std::string masked = MaskItems(inner, {}, depth + 1);
+  if (masked == inner) return value;
+  std::string out(1, open);
+  for (char c : masked) {
+    out += c;
+    if (c == close) out += close;
+  }
+  if (closed) out += value.substr(j);
+  return out;
+}
+
+std::string MaskItems(const std::string& text, const std::vector<std::string>& known, int depth) {
   std::string out;
   out.reserve(text.size());
   const std::size_t n = text.size();
@@ -83,12 +125,21 @@ std::string MaskPasswordItems(const std::string& text, const std::vector<std::st
       out.append(text, i, eq + 1 - i);
       out += '*';
     } else {
-      out.append(text, i, end - i);
+      std::size_t v = eq + 1;
+      while (v < end && (text[v] == ' ' || text[v] == '\t')) ++v;
+      out.append(text, i, v - i);
+      out += MaskNestedValue(text.substr(v, end - v), depth);
     }
     if (end < n) out += ';';
     i = end + 1;
   }
   return out;
+}
+
+}  // namespace
+
+std::string MaskPasswordItems(const std::string& text, const std::vector<std::string>& known) {
+  return MaskItems(text, known, 0);
 }
 
 std::string MaskForDiagnostic(const std::string& property_name, const std::string& value) {

@@ -17,6 +17,8 @@ bool IsPasswordKey(const std::string& key);
 // key and its spacing, is kept byte for byte. Items are read the way connection strings are
 // split: ";" separates items, a value opened by "{", '"' or "'" runs to its closing character
 // (doubled inside), so "Pwd={a;b}}c}" is one item. An unclosed quoted password runs to the end.
+// A connection string nested in another item's value ("Extended Properties={DSN=x;PWD=y}") has
+// its password items masked as well.
 // `known` are passwords that may have been pasted in raw (a ";" in one would otherwise end its
 // item early): a password item whose value starts with one of them is masked at least through
 // it. Known passwords are used only to find where an item ends, never searched for elsewhere,

@@ -43,9 +43,13 @@ TEST(PasswordItems, MaskingIsByItemNeverByText) {
   EXPECT_EQ(MaskPasswordItems("Pwd={a;b}}c}}d};Uid=u"), "Pwd=*;Uid=u");
   EXPECT_EQ(MaskPasswordItems("Pwd= \"a;\"\"b\" ;Uid=u"), "Pwd=*;Uid=u");
   EXPECT_EQ(MaskPasswordItems("Pwd='a;b';Uid=u"), "Pwd=*;Uid=u");
-  // A quoted non-password value may hold what looks like a password item: it is not one.
+  // A connection string nested in a value keeps its own items, password masked, quoting kept.
   EXPECT_EQ(MaskPasswordItems("Extended Properties={Pwd=1;x=2};Pwd=3"),
-            "Extended Properties={Pwd=1;x=2};Pwd=*");
+            "Extended Properties={Pwd=*;x=2};Pwd=*");
+  EXPECT_EQ(MaskPasswordItems("Extended Properties=\"DSN=x;PWD=\"\"q;r\"\"\" ;a=b"),
+            "Extended Properties=\"DSN=x;PWD=*\" ;a=b");
+  EXPECT_EQ(MaskPasswordItems("E={a={Pwd=1}}};F= Pwd=2"), "E={a={Pwd=*}}};F= Pwd=*");
+  EXPECT_EQ(MaskPasswordItems("E={a=1;b={c}}}"), "E={a=1;b={c}}}");
   // An unclosed quote hides everything after it; empty values and stray parts pass.
   EXPECT_EQ(MaskPasswordItems("u=1;Pwd={a;b;c=d"), "u=1;Pwd=*");
   EXPECT_EQ(MaskPasswordItems("Pwd=;stray;;=v;"), "Pwd=*;stray;;=v;");
