@@ -10,10 +10,10 @@ build="${ZT_FUZZ_BUILD_DIR:-$root/build-fuzz}"
 
 CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DZT_BUILD_FUZZ=ON -DZT_BUILD_TESTS=OFF >/dev/null
-ninja -C "$build" zt_text_fuzz
+ninja -C "$build" zt_text_fuzz zt_conn_fuzz
 
 status=0
-for target in zt_text_fuzz; do
+for target in zt_text_fuzz zt_conn_fuzz; do
   corpus="$build/corpus/${target#zt_}"
   mkdir -p "$corpus"
   seeds="$root/fuzz/corpus/${target#zt_}"

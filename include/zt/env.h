@@ -36,7 +36,9 @@ class RegistryStore {
   //   [HKEY_LOCAL_MACHINE\SOFTWARE\Quillmark]
   //   EventLogLevel=255
   // Key comparison ignores case, as the registry's does. The file is read on each call, so an
-  // administrator's edit takes effect for the next thread that reads it.
+  // administrator's edit takes effect for the next thread that reads it. Only a regular file of
+  // at most 1 MiB is read or rewritten; anything else (a FIFO, a device, a larger file) behaves
+  // as a missing store and refuses writes.
   static std::unique_ptr<RegistryStore> OpenFile(std::string path);
   // The file named by $ZT_REGISTRY_FILE, else /etc/ztdbtools/registry.ini.
   static std::string DefaultPath();

@@ -4,6 +4,7 @@
 #include "datastore/provider_types.h"
 #include "foundation/paths.h"
 #include "foundation/utf8.h"
+#include "text/password_mask.h"
 #include "zt/config.h"
 #include "zt/datastore.h"
 #include "zt/error.h"
@@ -36,18 +37,12 @@ CZtDataStore::CZtDataStore() {
 
 CZtDataStore::~CZtDataStore() = default;
 
-// A text for a log line with every password masked. The known password goes first, whole and
-// in the 14-character form of the Jet strings: the shared masking stops at the first ";", so a
-// password holding one would otherwise leave its tail in the line. The shared masking then
-// catches passwords that the caller does not know.
+// A text for a log line with every password item masked. The store writes its password into
+// the connection string as given, so one holding a ";" would end its item early: the known
+// password, whole and in the 14-character form of the Jet strings, tells the masking where such
+// an item really ends. It is never searched for elsewhere in the text.
 std::string CZtDataStore::MaskPasswords(const std::string& text, const std::string& password) {
-  std::string masked = text;
-  if (!password.empty()) {
-    masked = ReplaceAll(masked, password, "*", CompareMode::Binary);
-    const std::string jet_form = utf8::Left(password, kJetPasswordLength);
-    if (jet_form != password) masked = ReplaceAll(masked, jet_form, "*", CompareMode::Binary);
-  }
-  return ZtStrMan_RemovePasswordFromConnectionString(masked);
+  return text_detail::MaskPasswordItems(text, {password, utf8::Left(password, kJetPasswordLength)});
 }
 
 void CZtDataStore::Location(const std::string& value) {

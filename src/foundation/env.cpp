@@ -1,15 +1,19 @@
 #include "zt/env.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <sstream>
 #include <thread>
 
 #include "foundation/thread_state.h"
@@ -42,6 +46,52 @@ std::string NormaliseKey(std::string key) {
   return key;
 }
 
+// The store is a few lines an administrator writes; anything bigger is not one.
+constexpr std::size_t kMaxRegistryFileBytes = 1 << 20;
+
+enum class FileRead { kRead, kMissing, kRefused };
+
+// Reads `path` only when it is a regular file of at most kMaxRegistryFileBytes. The file is
+// opened without blocking and checked after opening, so a FIFO without a writer, a device
+// such as /dev/urandom or a file swapped in between cannot hang the reader or fill its memory.
+FileRead ReadBoundedRegularFile(const std::string& path, std::string& text) {
+  text.clear();
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  if (fd < 0) return errno == ENOENT || errno == ENOTDIR ? FileRead::kMissing : FileRead::kRefused;
+  struct stat st {};
+  FileRead result = FileRead::kRefused;
+  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
+      static_cast<std::uint64_t>(st.st_size) <= kMaxRegistryFileBytes) {
+    // The size is checked again while reading: a file may grow after fstat.
+    char buffer[8192];
+    result = FileRead::kRead;
+    for (;;) {
+      const ssize_t got = ::read(fd, buffer, sizeof buffer);
+      if (got == 0) break;
+      if (got < 0) {
+        if (errno == EINTR) continue;
+        result = FileRead::kRefused;
+        break;
+      }
+      text.append(buffer, static_cast<std::size_t>(got));
+      if (text.size() > kMaxRegistryFileBytes) {
+        result = FileRead::kRefused;
+        break;
+      }
+    }
+  }
+  ::close(fd);
+  if (result != FileRead::kRead) text.clear();
+  return result;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
 class FileRegistryStore : public RegistryStore {
  public:
   explicit FileRegistryStore(std::string path) : path_(std::move(path)) {}
@@ -61,10 +111,10 @@ class FileRegistryStore : public RegistryStore {
   bool WriteValue(const std::string& key, const std::string& name,
                   const std::string& value) override {
     // Rewrites the whole file; the store is small and written rarely (by administrators).
-    std::ifstream in(path_);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    in.close();
+    // Something that is not a store file of ours (a FIFO, a device, a huge file) is left alone.
+    std::string text;
+    if (ReadBoundedRegularFile(path_, text) == FileRead::kRefused) return false;
+    std::vector<std::string> lines = Lines(text);
     const std::string want = NormaliseKey(key);
     std::size_t insert_at = lines.size();
     bool in_section = false, found_section = false;
@@ -97,10 +147,12 @@ class FileRegistryStore : public RegistryStore {
   using Keys = std::map<std::string, std::map<std::string, std::string>>;
 
   Keys Load() const {
+    // A file that cannot be read safely counts as a missing store, as a missing key would.
     Keys keys;
-    std::ifstream in(path_);
+    std::string text;
+    if (ReadBoundedRegularFile(path_, text) != FileRead::kRead) return keys;
     std::string section;
-    for (std::string line; std::getline(in, line);) {
+    for (const std::string& line : Lines(text)) {
       std::string t = Trim(line);
       if (t.empty() || t.front() == '#' || t.front() == ';') continue;
       if (t.front() == '[' && t.back() == ']') {

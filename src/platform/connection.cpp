@@ -6,6 +6,7 @@
 #include "platform/errors.h"
 #include "platform/session.h"
 #include "platform/sql_text.h"
+#include "text/password_mask.h"
 #include "zt/platform.h"
 
 namespace zt {
@@ -32,12 +33,15 @@ bool NoRecords(std::int32_t options) {
 // failures themselves; whatever a driver chooses to repeat, the password does not travel on
 // into error handlers and logs. Passwords shorter than four characters are left alone, as
 // masking them would garble the message while hiding next to nothing.
+// A driver that echoes its connection string has its password items masked too, by item.
 ZtError WithoutPassword(const ZtError& e, const std::string& password) {
-  std::string text = e.Description();
-  if (password.size() < 4 || text.find(password) == std::string::npos) return e;
-  for (std::size_t at = text.find(password); at != std::string::npos;
-       at = text.find(password, at + 4))
-    text.replace(at, password.size(), "****");
+  std::string text = text_detail::MaskPasswordItems(e.Description(), {password});
+  if (password.size() >= 4)
+    for (std::size_t at = text.find(password); at != std::string::npos;
+         at = text.find(password, at + 4))
+      text.replace(at, password.size(), "****");
+  if (text == e.Description()) return e;
+  // The engine's report (SQLSTATE, native code, category) stays with the masked text.
   ErrorInfo info = e.Info();
   info.description = std::move(text);
   return ZtError(std::move(info));
@@ -71,6 +75,7 @@ void Connection::Open(const std::string& connection_string, const std::string& u
   platform::ConnectParams params =
       platform::ParseConnectionString(text, user, password, provider_table_.get());
   if (params.login_timeout == 0) params.login_timeout = connection_timeout_;
+  params.read_timeout = command_timeout_;
   const platform::DriverFactory* factory = platform::FindDriver(params.driver);
   if (!factory)
     RaiseAdo(AdoError::kProviderNotFound, kConnectionSource, "(driver " + params.driver + ")");

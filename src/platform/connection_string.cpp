@@ -7,6 +7,7 @@
 #include "platform/driver.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
+#include "text/password_mask.h"
 
 namespace zt::platform {
 
@@ -94,9 +95,6 @@ Key Classify(const std::string& key) {
       {"uid", Key::kUser},
       {"user", Key::kUser},
       {"user name", Key::kUser},
-      {"password", Key::kPassword},
-      {"pwd", Key::kPassword},
-      {"jet oledb:database password", Key::kPassword},
       {"integrated security", Key::kIntegrated},
       {"trusted_connection", Key::kIntegrated},
       {"port", Key::kPort},
@@ -105,6 +103,8 @@ Key Classify(const std::string& key) {
       {"mode", Key::kMode},
       {"driver", Key::kDriver},
   };
+  // Password keys have one definition, shared with every masking of log lines and messages.
+  if (text_detail::IsPasswordKey(key)) return Key::kPassword;
   const auto it = keys.find(AsciiLower(key));
   return it == keys.end() ? Key::kOther : it->second;
 }

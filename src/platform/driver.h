@@ -244,6 +244,7 @@ struct ConnectParams {
   bool integrated_security = false;
   bool read_only = false;
   int login_timeout = 0;    // seconds, 0 = the driver's default
+  int read_timeout = 0;     // seconds a read may wait on a silent server, 0 = no limit
   std::string odbc_driver;  // the ODBC Driver= name, for the ODBC backend
   // Keys for the ODBC driver: which key names carry server, database, user and password.
   std::string odbc_server_key = "Server";

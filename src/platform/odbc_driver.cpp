@@ -62,7 +62,18 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //                       good, and ClientCharset=UTF-8, since text is handed over as UTF-8 (the
 //                       default charset turns what Latin-1 cannot hold into "?"); psqlODBC
 //                       BoolsAsChar=0, else booleans arrive as the text "1"/"0".
-//   login_timeout       seconds given as SQL_ATTR_LOGIN_TIMEOUT before connecting
+//   login_timeout       seconds given as SQL_ATTR_LOGIN_TIMEOUT before connecting, unless the
+//                       connection string or Connection::ConnectionTimeout names others
+//   login_timeout_key   the connection-string key that carries the login time-out, for drivers
+//                       that ignore SQL_ATTR_LOGIN_TIMEOUT: the MariaDB driver waits for the
+//                       server's greeting for good without CONN_TIMEOUT
+//   read_timeout_keys   keys that bound each read and write on the socket, for drivers whose
+//                       statements are not ended by SQL_ATTR_QUERY_TIMEOUT; given the command
+//                       time-out the connection was opened with plus kReadTimeoutMargin, so the
+//                       server's own "statement time-out" arrives first and only a server that
+//                       stopped answering is cut off. None when that time-out was 0 (no limit).
+//                       The driver reads these keys only when connecting: a longer time-out set
+//                       later does not lift the bound, so long jobs open with theirs.
 //   catalog_is_db       catalog functions get the current database as catalog; the MariaDB
 //                       driver searches every database of the server without it
 //   has_pk_function     SQLPrimaryKeys exists
@@ -83,11 +94,16 @@ std::vector<Family> MakeFamilies() {
   Family maria{.quirks = Quirks("MariaDB", QuoteStyle::kBackticks),
                .match = {"mariadb", "mysql", "maodbc", "myodbc"},
                .added_keys = {{"Option", "2"}, {"CHARSET", "utf8mb4"}},
+               .login_timeout_key = "CONN_TIMEOUT",
+               .read_timeout_keys = {"READ_TIMEOUT", "WRITE_TIMEOUT"},
                .catalog_is_db = true,
                .last_insert_id_sql = "SELECT LAST_INSERT_ID()",
                .timeout_sql = "SET SESSION max_statement_time = ",
                .timeout_natives = {1969, 3024},
-               .bulk_parameters = 30000};
+               // MariaDB's driver grows its parameter buffer a little at a time, so a very long
+               // statement costs more in copying than it saves in round trips: 6,000
+               // parameters a statement load faster than 30,000.
+               .bulk_parameters = 6000};
   maria.quirks.transactional_ddl = false;
   maria.quirks.backslash_escapes = true;
   maria.quirks.mysql_comments = true;
@@ -380,6 +396,13 @@ SQLHENV Environment() {
   return env;
 }
 
+// Seconds a socket read waits beyond the command time-out before the server counts as gone.
+constexpr int kReadTimeoutMargin = 10;
+
+int LoginTimeout(const ConnectParams& params, const Family& family) {
+  return params.login_timeout > 0 ? params.login_timeout : family.login_timeout;
+}
+
 }  // namespace
 
 const Family& FamilyForDriver(std::string_view driver_name) {
@@ -394,8 +417,16 @@ const Family& FamilyForDriver(std::string_view driver_name) {
 std::string ConnectionStringFor(const ConnectParams& params, const Family& family) {
   std::string s = params.OdbcConnectionString();
   const ConnectionKeys given = SplitConnectionString(s);
-  for (const auto& [key, value] : family.added_keys)
+  auto add = [&](const std::string& key, const std::string& value) {
     if (!FindKey(given, key)) s += key + "=" + OdbcQuote(value) + ";";
+  };
+  for (const auto& [key, value] : family.added_keys) add(key, value);
+  const int login = LoginTimeout(params, family);
+  if (!family.login_timeout_key.empty() && login > 0)
+    add(family.login_timeout_key, std::to_string(login));
+  if (params.read_timeout > 0)
+    for (const auto& key : family.read_timeout_keys)
+      add(key, std::to_string(params.read_timeout + kReadTimeoutMargin));
   return s;
 }
 
@@ -550,7 +581,7 @@ OdbcConnection::OdbcConnection(const ConnectParams& params)
   if (params.read_only) quirks_.read_only = true;
   if (!Ok(SQLAllocHandle(SQL_HANDLE_DBC, Environment(), &dbc_)))
     Fail(SQL_HANDLE_ENV, Environment(), "Cannot allocate an ODBC connection handle");
-  const int login = params.login_timeout > 0 ? params.login_timeout : family_.login_timeout;
+  const int login = LoginTimeout(params, family_);
   if (login > 0)
     SQLSetConnectAttr(dbc_, SQL_ATTR_LOGIN_TIMEOUT,
                       reinterpret_cast<SQLPOINTER>(static_cast<SQLULEN>(login)), 0);

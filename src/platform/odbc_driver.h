@@ -20,6 +20,8 @@ struct Family {
   std::vector<std::string> match{};
   std::vector<std::pair<std::string, std::string>> added_keys{};
   int login_timeout = 15;
+  std::string login_timeout_key{};
+  std::vector<std::string> read_timeout_keys{};
   bool catalog_is_db = false;
   bool has_pk_function = true;
   bool jet_vocabulary = false;

@@ -1,17 +1,32 @@
-// Masking of property values before they reach a diagnostic line.
+// What a password item of a connection or property string is, and masking by item. Every text
+// that may reach a log line, a message or a display goes through MaskPasswordItems, and the
+// connection-string splitter asks IsPasswordKey, so both agree on what a password is.
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace zt::text_detail {
 
-// The value of property `property_name` as it may appear in a log: "*" when the property is
-// itself a password ("Password", "Pwd"); otherwise the value with the value of every password
-// item replaced by "*": those ZtStrMan_RemovePasswordFromConnectionString masks, and also one at
-// the very start of the text, a repeated one, one whose value is braced as "{a;b}".
-std::string MaskForDiagnostic(const std::string& property_name, const std::string& value);
-
-// True when `key` (blanks around it ignored) names a password item.
+// True when `key` names a password item: "Password", "Pwd" or "Jet OLEDB:Database Password",
+// in any case, with blanks anywhere in the key ignored ("  pWd  ", "Jet OLEDB: Database
+// Password").
 bool IsPasswordKey(const std::string& key);
+
+// `text` with the value of every password item replaced by "*"; everything else, including the
+// key and its spacing, is kept byte for byte. Items are read the way connection strings are
+// split: ";" separates items, a value opened by "{", '"' or "'" runs to its closing character
+// (doubled inside), so "Pwd={a;b}}c}" is one item. An unclosed quoted password runs to the end.
+// A connection string nested in another item's value ("Extended Properties={DSN=x;PWD=y}") has
+// its password items masked as well.
+// `known` are passwords that may have been pasted in raw (a ";" in one would otherwise end its
+// item early): a password item whose value starts with one of them is masked at least through
+// it. Known passwords are used only to find where an item ends, never searched for elsewhere,
+// so a password "127" leaves "Data Source=127.0.0.1" as it is.
+std::string MaskPasswordItems(const std::string& text, const std::vector<std::string>& known = {});
+
+// The value of property `property_name` as it may appear in a log: "*" when the property is
+// itself a password; otherwise the value with its password items masked.
+std::string MaskForDiagnostic(const std::string& property_name, const std::string& value);
 
 }  // namespace zt::text_detail

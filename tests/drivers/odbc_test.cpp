@@ -2,14 +2,20 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <future>
+#include <thread>
 
 #include "engines.h"
 #include "platform/errors.h"
+#include "platform/odbc_driver.h"
 #include "support/test_env.h"
+#include "zt/platform.h"
 
 namespace zt::testing {
 namespace {
@@ -34,6 +40,7 @@ class LoopbackPort {
   }
   ~LoopbackPort() { ::close(fd_); }
   int port() const { return port_; }
+  int fd() const { return fd_; }
 
  private:
   int fd_ = -1;
@@ -84,6 +91,152 @@ TEST(FreeTdsDriver, UnreachableServerFailsFastAndSilentServerWithinLoginTimeout)
                  ZtError);
     EXPECT_LT(Clock::now() - again, std::chrono::seconds(6));
   }
+}
+
+// Opens `text` through a Connection with `connection_timeout` while `port` stays silent. Gives
+// the error, or nothing when the open succeeded or did not end within 30 s (then the port is
+// closed so that the waiting driver is let go).
+std::optional<ZtError> OpenAgainstSilentPort(std::unique_ptr<LoopbackPort>& port,
+                                             const std::string& text, int connection_timeout) {
+  auto opening = std::async(std::launch::async, [&]() -> std::optional<ZtError> {
+    RecordingEnv env;
+    Connection cn;
+    cn.SetConnectionTimeout(connection_timeout);
+    try {
+      cn.Open(text);
+    } catch (const ZtError& e) {
+      return e;
+    }
+    return std::nullopt;
+  });
+  if (opening.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+    port.reset();
+    opening.wait();
+    return std::nullopt;
+  }
+  return opening.get();
+}
+
+TEST(MariaDbTimeouts, SilentServerFailsWithinTheLoginTimeOutAndReadsAreBounded) {
+  // A port that accepts and never sends the server's greeting: the MariaDB driver ignores
+  // SQL_ATTR_LOGIN_TIMEOUT and waited for good.
+  auto silent = std::make_unique<LoopbackPort>(true);
+  const std::string text = "Provider=MySQLProv;Data Source=127.0.0.1," +
+                           std::to_string(silent->port()) +
+                           ";Initial Catalog=db;User ID=u;Password=Secr3t;";
+  for (const auto& [extra, connection_timeout] :
+       {std::pair<std::string, int>{"Connect Timeout=2", 15}, {"", 2}}) {
+    const auto start = Clock::now();
+    const std::optional<ZtError> e =
+        OpenAgainstSilentPort(silent, text + extra, connection_timeout);
+    ASSERT_TRUE(e.has_value()) << "no error within 30 s: " << extra;
+    EXPECT_LT(Clock::now() - start, std::chrono::seconds(30));
+    EXPECT_EQ(e->Number(), platform::hr::kFail) << e->Description();
+    EXPECT_NE(e->Description().find("handshake"), std::string::npos) << e->Description();
+    EXPECT_EQ(e->Description().find("Secr3t"), std::string::npos);
+  }
+
+  // The keys that carry the time-outs: the login one from the connection string or the
+  // connection, reads bounded past the command time-out; a caller's own value wins.
+  platform::ConnectParams p = platform::ParseConnectionString(text + "Connect Timeout=4");
+  p.read_timeout = 30;
+  const auto& maria = platform::odbc::FamilyForDriver(p.odbc_driver);
+  std::string composed = platform::odbc::ConnectionStringFor(p, maria);
+  EXPECT_NE(composed.find(";CONN_TIMEOUT=4;"), std::string::npos) << composed;
+  EXPECT_NE(composed.find(";READ_TIMEOUT=40;WRITE_TIMEOUT=40;"), std::string::npos) << composed;
+  p = platform::ParseConnectionString(text + "READ_TIMEOUT=7;conn_timeout=9");
+  p.read_timeout = 0;
+  composed = platform::odbc::ConnectionStringFor(p, maria);
+  EXPECT_NE(composed.find("READ_TIMEOUT=7;conn_timeout=9;"), std::string::npos) << composed;
+  EXPECT_EQ(composed.find("WRITE_TIMEOUT"), std::string::npos) << composed;
+  EXPECT_EQ(composed.find("CONN_TIMEOUT"), std::string::npos) << composed;
+}
+
+// Forwards one client to a server on loopback until Stall(): from then on nothing the server
+// sends reaches the client, as when a server hangs or the network drops its packets.
+class StallingProxy {
+ public:
+  explicit StallingProxy(int server_port) : listener_(true), server_port_(server_port) {
+    thread_ = std::thread([this] { Run(); });
+  }
+  ~StallingProxy() {
+    stop_ = true;
+    thread_.join();
+  }
+  int port() const { return listener_.port(); }
+  void Stall() { stall_ = true; }
+
+ private:
+  void Run() {
+    int client = -1;
+    while (!stop_ && client < 0) {
+      pollfd p{listener_.fd(), POLLIN, 0};
+      if (::poll(&p, 1, 100) > 0) client = ::accept(listener_.fd(), nullptr, nullptr);
+    }
+    if (client < 0) return;
+    const int server = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    a.sin_port = htons(static_cast<std::uint16_t>(server_port_));
+    if (::connect(server, reinterpret_cast<sockaddr*>(&a), sizeof a) == 0) {
+      char buffer[16384];
+      while (!stop_) {
+        pollfd p[2] = {{client, POLLIN, 0}, {server, static_cast<short>(stall_ ? 0 : POLLIN), 0}};
+        if (::poll(p, 2, 100) <= 0) continue;
+        if (p[0].revents) {
+          const ssize_t n = ::read(client, buffer, sizeof buffer);
+          if (n <= 0 || ::write(server, buffer, static_cast<std::size_t>(n)) != n) break;
+        }
+        if (p[1].revents && !stall_) {
+          const ssize_t n = ::read(server, buffer, sizeof buffer);
+          if (n <= 0 || ::write(client, buffer, static_cast<std::size_t>(n)) != n) break;
+        }
+      }
+    }
+    ::close(server);
+    ::close(client);
+  }
+
+  LoopbackPort listener_;
+  int server_port_;
+  std::atomic<bool> stop_{false};
+  std::atomic<bool> stall_{false};
+  std::thread thread_;
+};
+
+TEST(MariaDbTimeouts, ReadsFromAServerThatStopsAnsweringEndPastTheCommandTimeOut) {
+  const std::string host = EnvOr("DBTEST_MY_HOST");
+  ZT_NEED_ENGINE(!host.empty(), "MariaDB (DBTEST_MY_HOST)");
+  auto proxy = std::make_unique<StallingProxy>(std::stoi(EnvOr("DBTEST_MY_PORT")));
+  const std::string text =
+      "Provider=MySQLProv;Data Source=127.0.0.1;Port=" + std::to_string(proxy->port()) +
+      ";Initial Catalog=" + EnvOr("DBTEST_MY_DB") + ";User ID=" + EnvOr("DBTEST_MY_USER") +
+      ";Password=" + EnvOr("DBTEST_MY_PASSWORD") + ";";
+  RecordingEnv env;
+  Connection cn;
+  cn.SetCommandTimeout(1);
+  cn.Open(text);
+  cn.Execute("SELECT 1", nullptr, ado::adExecuteNoRecords);
+  proxy->Stall();
+  const auto start = Clock::now();
+  auto reading = std::async(std::launch::async, [&]() -> std::optional<ZtError> {
+    try {
+      cn.Execute("SELECT 2", nullptr, ado::adExecuteNoRecords);
+    } catch (const ZtError& e) {
+      return e;
+    }
+    return std::nullopt;
+  });
+  if (reading.wait_for(std::chrono::seconds(30)) != std::future_status::ready) {
+    proxy.reset();  // lets the waiting driver go
+    reading.wait();
+    FAIL() << "the read did not end within 30 s";
+  }
+  const std::optional<ZtError> e = reading.get();
+  ASSERT_TRUE(e.has_value());
+  EXPECT_LT(Clock::now() - start, std::chrono::seconds(30));
+  EXPECT_NE(e->Description().find("Lost connection"), std::string::npos) << e->Description();
 }
 
 class MariaDbDriver : public ::testing::Test {
@@ -176,7 +329,7 @@ TEST_F(MariaDbDriver, BulkLoadsSendManyRowsPerInsertAndKeepAllOrNothing) {
     return Rows(*conn_, "SELECT COUNT(*) FROM zt_drv_items").rows[0][0].ToInt64();
   };
   {
-    // 25,000 rows of 3 values: two full statements of 10,000 rows and a shorter last one.
+    // 25,000 rows of 3 values: twelve full statements of 2,000 rows and a shorter last one.
     auto bulk = conn_->BeginBulk("zt_drv_items", {"id", "code", "descr"});
     for (int i = 1; i <= 25000; ++i)
       bulk->AddRow({i, "c" + std::to_string(i),

@@ -532,7 +532,9 @@ TEST_P(EngineTest, DialectColumnTypesAndColumnChanges) {
   cn->Execute(d.DropColumn("zt_dialect", "nMore"));
   EXPECT_THROW(cn->Execute("SELECT [nMore] FROM [zt_dialect]"), ZtError);
 
-  // The database's size and the roster come from the engine; the asking session is not listed.
+  // The database's size and the roster come from the engine. Other suites share this database
+  // while they run, so the roster is only read here; the data-store suite checks who is on it
+  // in a database of its own.
   if (!d.SizeQuery().empty()) {
     rs = cn->Execute(d.SizeQuery());
     EXPECT_GT(rs->Fields(0).Value().ToInt64(), 0);
@@ -540,7 +542,7 @@ TEST_P(EngineTest, DialectColumnTypesAndColumnChanges) {
   }
   if (!d.RosterQuery().empty()) {
     rs = cn->Execute(d.RosterQuery());
-    EXPECT_TRUE(rs->State() != adStateOpen || rs->Eof());
+    EXPECT_TRUE(rs->State() != adStateOpen || rs->GetFields().Count() == 2);
   }
 }
 
