@@ -161,8 +161,9 @@ TEST_P(EngineStoreTest, GetConnectionReopensByMode) {
   EXPECT_EQ(c->State(), ado::adStateClosed);
   EXPECT_TRUE(env_.Logged("Data Store succesfully open with parameters: Provider="));
   const std::string password = ds_->Password();
-  if (!password.empty())
+  if (!password.empty()) {
     for (const auto& e : env_.log.entries) EXPECT_EQ(e.text.find(password), std::string::npos);
+  }
   if (Scripted()) {
     for (const auto& connect : script_->Connects()) {
       EXPECT_EQ(connect.database, "HelpDesk");
@@ -216,10 +217,14 @@ TEST_P(EngineStoreTest, DeleteRecordsAndTables) {
   }
   EXPECT_EQ(ds_->DeleteTableRecords("tblTickets", "nId > 3"), 2);
   EXPECT_TRUE(env_.Logged("2 records deleted from tblTickets"));
-  if (!Scripted()) EXPECT_EQ(Count("tblTickets"), 3);
+  if (!Scripted()) {
+    EXPECT_EQ(Count("tblTickets"), 3);
+  }
   EXPECT_EQ(ds_->DeleteTableRecords("tblTickets"), 3);
   EXPECT_TRUE(env_.Logged("3 records deleted from tblTickets"));
-  if (!Scripted()) EXPECT_EQ(Count("tblTickets"), 0);
+  if (!Scripted()) {
+    EXPECT_EQ(Count("tblTickets"), 0);
+  }
 
   ds_->DeleteTable("tblTickets");
   EXPECT_TRUE(env_.Logged("Table [tblTickets] deleted."));
@@ -322,7 +327,9 @@ TEST_P(EngineStoreTest, CreateValidateAndDeletePhysicalStore) {
     return;
   }
   EXPECT_TRUE(ds_->ValidateDataStore());
-  if (!GetParam().is_file) EXPECT_EQ(Conn()->DefaultDatabase(), ds_->DataStoreName());
+  if (!GetParam().is_file) {
+    EXPECT_EQ(Conn()->DefaultDatabase(), ds_->DataStoreName());
+  }
   MakeTickets();
   EXPECT_THROW(ds_->CreatePhysicalDataStore(), ZtError);  // never over an existing store
   EXPECT_EQ(Count("tblTickets"), 5);

@@ -36,30 +36,30 @@ inline std::string EnvOr(const std::string& name, const std::string& fallback = 
 struct Engine {
   // Who it is: the name the driver reports, the data store's provider type, and the provider
   // a connection string names to reach it.
-  std::string name;
+  std::string name{};
   std::int32_t provider_type = 0;
-  std::string provider;
+  std::string provider{};
   // DBTEST_PG / DBTEST_MY for a server the test script starts; "" for the embedded engine and
   // for the scripted one.
-  std::string env_prefix;
+  std::string env_prefix{};
   // Statements go to a DriverScript (registered for `provider`), not to an engine: tests check
   // what was sent, not what happened.
   bool scripted = false;
 
   // Declared types of a probe table's columns on this engine.
-  std::string t_int, t_text50, t_memo, t_double, t_money, t_bool, t_date;
+  std::string t_int{}, t_text50{}, t_memo{}, t_double{}, t_money{}, t_bool{}, t_date{};
   // ADO codes the engine reports for the memo, money and date columns.
   std::int32_t memo_code = 0, money_code = 0, date_code = 0;
   bool has_schemas = false;  // TABLE_SCHEMA holds a name (else Null)
   // Server engines: how to learn this session's id and end it from another session.
-  std::string session_id_sql, kill_sql;
+  std::string session_id_sql{}, kill_sql{};
 
   // Quirks the engine-neutral suites branch on.
   bool is_file = false;  // one file: no server, no roster, no database to create over a link
   // What starts a comment to the end of the line on this engine, beyond "--" (MariaDB's "#").
   std::string line_comment = "--";
   // The ODBC driver a data store of this engine names, "" for the provider type's default.
-  std::string odbc_driver;
+  std::string odbc_driver{};
 
   bool Live() const { return !scripted; }
   bool Available() const { return env_prefix.empty() || !Env("_PORT").empty(); }
