@@ -82,6 +82,12 @@ struct Engine {
            ";Database=" + Database() + ";User ID=" + User() + ";Password=" + Password() + ";";
   }
 
+  // The same server database through the generic ODBC bridge and the ODBC driver `driver`.
+  std::string OdbcBridgeConnectionString(const std::string& driver) const {
+    return "Provider=MSDASQL;Driver={" + driver + "};Server=" + Host() + ";Port=" + Port() +
+           ";Database=" + Database() + ";Uid=" + User() + ";Pwd=" + Password();
+  }
+
   // A data store of this engine as an administrator would configure it: SQLite in `folder`
   // under `file`; the server's test database (port with the server name); for the scripted
   // SQL Server a made-up server, database and login.
