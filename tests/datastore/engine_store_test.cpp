@@ -336,6 +336,34 @@ TEST_P(EngineStoreTest, CreateValidateAndDeletePhysicalStore) {
   ds_->DeletePhysicalDataStore();
   EXPECT_FALSE(ds_->ValidateDataStore());
   EXPECT_THROW(ds_->DeletePhysicalDataStore(), ZtError);
+  if (GetParam().is_file) return;
+
+  // A database name holding every quoting character of the engines is still one name.
+  auto odd = std::dynamic_pointer_cast<CZtDataStore>(ds_->Copy());
+  odd->DataStoreName("zt odd's]`\"x" + std::to_string(::getpid()));
+  odd->CreatePhysicalDataStore();
+  EXPECT_TRUE(odd->ValidateDataStore());
+  EXPECT_EQ(odd->GetConnection(1)->DefaultDatabase(), odd->DataStoreName());
+  odd->DeletePhysicalDataStore();
+  EXPECT_FALSE(odd->ValidateDataStore());
+}
+
+// A version text is stored as given, whatever characters it holds: it is a value, never SQL.
+// Disabled until MariaDB connections stop reading a backslash in a string literal as an escape:
+// there the value "8\" ends its literal early, and the statement fails or, with a second value
+// made to fit, changes more than the version.
+TEST_P(EngineStoreTest, DISABLED_VersionTextsAreValues) {
+  MakeVersionTable("7", "6");
+  EXPECT_TRUE(ds_->SetTesselVersion("8\\", "1'"));
+  if (Scripted()) {
+    EXPECT_EQ(script_->Statements().back(),
+              "UPDATE [tblTesselVersion]SET tMajor='8\\', tMinor='1'''");
+    return;
+  }
+  EXPECT_EQ(ds_->TesselVersion(0), "8\\.1'");
+  EXPECT_TRUE(ds_->SetTesselVersion("\\", ", tMajor=USER() #"));
+  EXPECT_EQ(ds_->TesselVersion(2), "\\");
+  EXPECT_EQ(ds_->TesselVersion(3), ", tMajor=USER() #");
 }
 
 INSTANTIATE_TEST_SUITE_P(Engines, EngineStoreTest, ::testing::ValuesIn(TestEngines()),
