@@ -1,6 +1,7 @@
-// Where the drivers' tests find their engines: servers from the DBTEST_* variables that the
-// project's test script exports, the Access sample fetched by fetch_access_sample.sh.
-// A missing engine skips its tests, except under ZT_REQUIRE_ENGINES=1 (CI), where it fails them.
+// Helpers of the drivers' tests, which talk to the driver backends directly. The servers come
+// from the test engine registry (support/engines.h); the Access sample is fetched by
+// fetch_access_sample.sh. A missing engine skips its tests, except under ZT_REQUIRE_ENGINES=1
+// (CI), where it fails them.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,31 +12,22 @@
 #include <string>
 
 #include "platform/driver.h"
+#include "support/engines.h"
 #include "zt/error.h"
 
 namespace zt::testing {
 
-inline bool EnginesRequired() {
-  const char* v = std::getenv("ZT_REQUIRE_ENGINES");
-  return v && std::string(v) == "1";
-}
-
-inline std::string EnvOr(const char* name, const std::string& fallback = {}) {
-  const char* v = std::getenv(name);
-  return v ? std::string(v) : fallback;
-}
-
-// "Provider=...;Data Source=host;Port=...;..." for the server behind DBTEST_<prefix>_*, or
-// nullopt when the variables are not set.
+// The connection string naming `provider` for the server behind DBTEST_<prefix>_* ("PG",
+// "MY"), or nullopt when that server is not configured.
 inline std::optional<std::string> ServerConnectionString(const std::string& provider,
                                                          const std::string& prefix) {
-  const std::string host = EnvOr(("DBTEST_" + prefix + "_HOST").c_str());
-  if (host.empty()) return std::nullopt;
-  return "Provider=" + provider + ";Data Source=" + host +
-         ";Port=" + EnvOr(("DBTEST_" + prefix + "_PORT").c_str()) +
-         ";Initial Catalog=" + EnvOr(("DBTEST_" + prefix + "_DB").c_str()) +
-         ";User ID=" + EnvOr(("DBTEST_" + prefix + "_USER").c_str()) +
-         ";Password=" + EnvOr(("DBTEST_" + prefix + "_PASSWORD").c_str()) + ";";
+  for (Engine e : TestEngines()) {
+    if (e.env_prefix != "DBTEST_" + prefix) continue;
+    if (!e.Available()) return std::nullopt;
+    e.provider = provider;
+    return e.ConnectionString("");
+  }
+  return std::nullopt;
 }
 
 inline std::unique_ptr<platform::ConnectionBackend> OpenBackend(const std::string& text) {
@@ -76,12 +68,3 @@ inline int ColumnIndex(const platform::RowSet& rs, const std::string& name) {
 }
 
 }  // namespace zt::testing
-
-// Skips the test when the engine is missing, or fails it under ZT_REQUIRE_ENGINES=1.
-#define ZT_NEED_ENGINE(available, what)                                       \
-  do {                                                                        \
-    if (!(available)) {                                                       \
-      if (::zt::testing::EnginesRequired()) FAIL() << what << " is required"; \
-      GTEST_SKIP() << what << " is not available";                            \
-    }                                                                         \
-  } while (0)

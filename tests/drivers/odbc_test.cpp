@@ -243,7 +243,7 @@ class MariaDbDriver : public ::testing::Test {
  protected:
   void SetUp() override {
     text_ = ServerConnectionString("MySQLProv", "MY");
-    ZT_NEED_ENGINE(text_, "MariaDB (DBTEST_MY_HOST)");
+    ZT_NEED_ENGINE(text_, "MariaDB (DBTEST_MY_PORT)");
     conn_ = OpenBackend(*text_);
     // Test programs run in parallel and these tests share their table: one at a time (the lock
     // goes with the session).
@@ -305,10 +305,7 @@ TEST_F(MariaDbDriver, RowCountsAreMatchedRowsAndValuesRoundTrip) {
 TEST_F(MariaDbDriver, MsdasqlDriverKeyGetsTheFamilyOptionsAndDeadConnectionsAreSeen) {
   // Through MSDASQL the provider table adds nothing; the driver's family still asks for
   // matched-row counts.
-  auto direct =
-      OpenBackend("Provider=MSDASQL;Driver={MariaDB Unicode};Server=" + EnvOr("DBTEST_MY_HOST") +
-                  ";Port=" + EnvOr("DBTEST_MY_PORT") + ";Database=" + EnvOr("DBTEST_MY_DB") +
-                  ";Uid=" + EnvOr("DBTEST_MY_USER") + ";Pwd=" + EnvOr("DBTEST_MY_PASSWORD"));
+  auto direct = OpenBackend(EngineNamed("MariaDB").OdbcBridgeConnectionString("MariaDB Unicode"));
   Exec(*direct, "INSERT INTO zt_drv_items (id, code) VALUES (1, 'a')");
   EXPECT_EQ(Exec(*direct, "UPDATE zt_drv_items SET code = 'a' WHERE id = 1"), 1);
 
@@ -367,7 +364,7 @@ TEST_F(MariaDbDriver, CatalogRowsetsStayInTheCurrentDatabase) {
   bool found = false;
   for (const auto& row : tables.rows) {
     // Without the current database as catalog the driver lists mysql.*, sys.* ...
-    EXPECT_EQ(row[cat].ToText(), EnvOr("DBTEST_MY_DB"));
+    EXPECT_EQ(row[cat].ToText(), EngineNamed("MariaDB").Database());
     found = found || row[name].ToText() == "zt_drv_items";
   }
   EXPECT_TRUE(found);
@@ -466,12 +463,9 @@ namespace zt::testing {
 namespace {
 
 TEST(PsqlOdbcDriver, BooleansStayBooleanAndEmptyUpdatesCountZero) {
-  const std::string host = EnvOr("DBTEST_PG_HOST");
-  ZT_NEED_ENGINE(!host.empty(), "PostgreSQL (DBTEST_PG_HOST)");
-  auto conn =
-      OpenBackend("Provider=MSDASQL;Driver={PostgreSQL Unicode};Server=" + host +
-                  ";Port=" + EnvOr("DBTEST_PG_PORT") + ";Database=" + EnvOr("DBTEST_PG_DB") +
-                  ";Uid=" + EnvOr("DBTEST_PG_USER") + ";Pwd=" + EnvOr("DBTEST_PG_PASSWORD"));
+  const Engine& pg = EngineNamed("PostgreSQL");
+  ZT_NEED_ENGINE(pg.Available(), "PostgreSQL (DBTEST_PG_PORT)");
+  auto conn = OpenBackend(pg.OdbcBridgeConnectionString("PostgreSQL Unicode"));
   EXPECT_EQ(conn->Quirks().quote, platform::QuoteStyle::kDoubleQuotes);
   EXPECT_EQ(conn->DefaultSchema(), "public");
   Exec(*conn, "DROP TABLE IF EXISTS zt_psql_items");

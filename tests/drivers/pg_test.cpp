@@ -16,7 +16,7 @@ class PostgresDriver : public ::testing::Test {
  protected:
   void SetUp() override {
     text_ = ServerConnectionString("PostgreSQL", "PG");
-    ZT_NEED_ENGINE(text_, "PostgreSQL (DBTEST_PG_HOST)");
+    ZT_NEED_ENGINE(text_, "PostgreSQL (DBTEST_PG_PORT)");
     conn_ = OpenBackend(*text_);
     // Test programs run in parallel and these tests share their tables: one at a time (the lock
     // goes with the session).

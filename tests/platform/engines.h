@@ -1,5 +1,5 @@
-// The engines the platform suite runs on: SQLite always; PostgreSQL and MariaDB when their
-// DBTEST_* variables name a server. With ZT_REQUIRE_ENGINES=1 a missing server fails the run.
+// The platform suite's fixture over the live engines of the test registry
+// (support/engines.h): SQLite always, PostgreSQL and MariaDB when their servers run.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,55 +11,14 @@
 #include <string>
 #include <vector>
 
+#include "support/engines.h"
 #include "zt/platform.h"
 
 namespace zt::testing {
 
-// One engine with what the suite must know about it, instead of per-engine copies of tests.
-struct Engine {
-  std::string name;
-  std::string env_prefix;  // DBTEST_PG / DBTEST_MY; "" for the embedded engine
-  std::string provider;
-  // Declared types of the probe table's columns on this engine.
-  std::string t_int, t_text50, t_memo, t_double, t_money, t_bool, t_date;
-  // ADO codes expected for the memo, money and date columns.
-  std::int32_t memo_code, money_code, date_code;
-  bool has_schemas;  // TABLE_SCHEMA holds a name (else Null)
-  // Server engines: how to learn this session's id and end it from another session.
-  std::string session_id_sql, kill_sql;
-
-  bool Available() const {
-    return env_prefix.empty() || std::getenv((env_prefix + "_PORT").c_str()) != nullptr;
-  }
-  static std::string Env(const std::string& key, const char* fallback) {
-    const char* v = std::getenv(key.c_str());
-    return v ? v : fallback;
-  }
-  std::string ConnectionString(const std::string& sqlite_file) const {
-    if (env_prefix.empty()) return "Provider=" + provider + ";Data Source=" + sqlite_file + ";";
-    return "Provider=" + provider + ";Data Source=" + Env(env_prefix + "_HOST", "127.0.0.1") +
-           ";Port=" + Env(env_prefix + "_PORT", "0") +
-           ";Database=" + Env(env_prefix + "_DB", "dbtest") +
-           ";User ID=" + Env(env_prefix + "_USER", "dbtest") +
-           ";Password=" + Env(env_prefix + "_PASSWORD", "") + ";";
-  }
-};
-
-inline void PrintTo(const Engine& e, std::ostream* os) {
-  *os << e.name;
-}
-
+// The platform suite runs statements for real: the live engines of the registry.
 inline std::vector<Engine> AllEngines() {
-  return {
-      {"SQLite", "", "Microsoft.Jet.OLEDB.4.0", "LONG", "TEXT(50)", "MEMO", "DOUBLE", "CURRENCY",
-       "BIT", "DATETIME", 203, 6, 7, false, "", ""},
-      {"PostgreSQL", "DBTEST_PG", "PostgreSQL", "INTEGER", "VARCHAR(50)", "TEXT",
-       "DOUBLE PRECISION", "NUMERIC(19,4)", "BOOLEAN", "TIMESTAMP", 203, 131, 135, true,
-       "SELECT pg_backend_pid()", "SELECT pg_terminate_backend(%1)"},
-      {"MariaDB", "DBTEST_MY", "MySQLProv", "INT", "VARCHAR(50)", "LONGTEXT", "DOUBLE",
-       "DECIMAL(19,4)", "BIT(1)", "DATETIME", 203, 131, 135, false, "SELECT CONNECTION_ID()",
-       "KILL %1"},
-  };
+  return LiveEngines();
 }
 
 // Base fixture: opens the engine of the test's parameter, or skips (fails when engines are
@@ -68,11 +27,7 @@ class EngineTest : public ::testing::TestWithParam<Engine> {
  protected:
   void SetUp() override {
     const Engine& e = GetParam();
-    if (!e.Available()) {
-      const char* req = std::getenv("ZT_REQUIRE_ENGINES");
-      if (req && std::string(req) == "1") FAIL() << e.name << " is required but not configured";
-      GTEST_SKIP() << e.name << " not configured";
-    }
+    ZT_NEED_ENGINE(e.Available(), e.name);
     dir_ = std::filesystem::temp_directory_path() /
            ("zt_platform_" + std::to_string(::getpid()) + "_" +
             ::testing::UnitTest::GetInstance()->current_test_info()->name());
