@@ -84,6 +84,8 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
 //   timeout_sql         the command time-out as a session setting, the seconds appended: the
 //                       MariaDB driver ignores SQL_ATTR_QUERY_TIMEOUT
 //   timeout_natives     native error codes that mean "the time-out ended the statement"
+//   session_sql         run once after the login, to make the session read SQL text the way the
+//                       layer writes it
 //   bulk_parameters     bulk loads send many rows per INSERT, up to this many parameters a
 //                       statement (under the engine's limit); 0 sends one row per INSERT
 //   liveness            a statement that costs the server nothing ("" : ask only the driver)
@@ -99,13 +101,18 @@ std::vector<Family> MakeFamilies() {
                .catalog_is_db = true,
                .last_insert_id_sql = "SELECT LAST_INSERT_ID()",
                .timeout_sql = "SET SESSION max_statement_time = ",
+               // The library doubles a quote inside a literal and nothing else; a backslash
+               // that the server took as an escape would let a value such as "8\" end its
+               // literal early and run the rest of the text as SQL.
+               .session_sql = "SET SESSION sql_mode = CONCAT(@@SESSION.sql_mode, "
+                              "',NO_BACKSLASH_ESCAPES')",
                .timeout_natives = {1969, 3024},
                // MariaDB's driver grows its parameter buffer a little at a time, so a very long
                // statement costs more in copying than it saves in round trips: 6,000
                // parameters a statement load faster than 30,000.
                .bulk_parameters = 6000};
   maria.quirks.transactional_ddl = false;
-  maria.quirks.backslash_escapes = true;
+  maria.quirks.backslash_escapes = false;  // the session runs with NO_BACKSLASH_ESCAPES
   maria.quirks.mysql_comments = true;
   maria.quirks.has_schemas = false;
   t.push_back(maria);
@@ -600,6 +607,11 @@ OdbcConnection::OdbcConnection(const ConnectParams& params)
     for (auto& r : records)
       if (r.sqlstate == "HYT00" || r.sqlstate == "HYT01") r.sqlstate = "08001";
     RaiseDiagnostics(source_, family_, records);
+  }
+  if (!family_.session_sql.empty()) {
+    Handle st(dbc_);
+    if (!Ok(SQLExecDirect(st.get(), Text(family_.session_sql), SQL_NTS)))
+      Fail(SQL_HANDLE_STMT, st.get(), "Cannot prepare the session");
   }
 }
 

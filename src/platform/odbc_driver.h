@@ -29,6 +29,7 @@ struct Family {
   std::string default_schema_sql{};
   std::string last_insert_id_sql{};
   std::string timeout_sql{};
+  std::string session_sql{};
   std::vector<std::int32_t> timeout_natives{};
   int bulk_parameters = 0;
   std::string liveness = "SELECT 1";
