@@ -132,7 +132,7 @@ inline constexpr std::int32_t kElementNotFound = 32811;
 // The run time's text for one of the numbers above ("Overflow", "Type mismatch" ...).
 ZT_EXPORT std::string Description(std::int32_t number);
 // Throws ZtError(number, "ZtDBTools404", Description(number)).
-[[noreturn]] void Raise(std::int32_t number);
+[[noreturn]] ZT_EXPORT void Raise(std::int32_t number);
 }  // namespace rt
 
 // The text of an unsupported interface member:
@@ -141,7 +141,7 @@ enum class Accessor { Get, Let };
 ZT_EXPORT std::string NotImplementedText(std::string_view type_name, std::string_view member,
                                          Accessor acc);
 // Throws the unsupported-member error (number 445, source the type name, the text above).
-[[noreturn]] void RaiseNotImplemented(std::string_view type_name, std::string_view member,
-                                      Accessor acc);
+[[noreturn]] ZT_EXPORT void RaiseNotImplemented(std::string_view type_name, std::string_view member,
+                                                Accessor acc);
 
 }  // namespace zt

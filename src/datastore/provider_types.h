@@ -61,7 +61,8 @@ ZT_TEST_EXPORT const ProviderTypeRow& RequireProviderType(std::int32_t type,
                                                           std::string_view source);
 
 // Raises vbObjectError + 9020 (tslDSProviderNotSupportedErr) for `type`, with `source`.
-[[noreturn]] void RaiseProviderNotSupported(std::int32_t type, std::string_view source);
+[[noreturn]] ZT_TEST_EXPORT void RaiseProviderNotSupported(std::int32_t type,
+                                                           std::string_view source);
 
 // Every row, in the order in which GetProviderType tests the prefixes (the last match wins).
 ZT_TEST_EXPORT const ProviderTypeRow* ProviderTypesBegin();

@@ -46,7 +46,8 @@ using ::zt::AdoError;
 using ::zt::AdoErrorNumber;
 
 // Throws ZtError(0x800A0000 + e, source, ADO's text for e [+ " " + detail]).
-[[noreturn]] void RaiseAdo(AdoError e, const std::string& source, const std::string& detail = {});
+[[noreturn]] ZT_TEST_EXPORT void RaiseAdo(AdoError e, const std::string& source,
+                                          const std::string& detail = {});
 
 // The HRESULT for an SQLSTATE (five characters; "" when the driver gave none).
 ZT_TEST_EXPORT std::int32_t HResultForSqlState(const std::string& sqlstate,
@@ -58,7 +59,8 @@ ZT_TEST_EXPORT std::int32_t HResultForSqlite(int code, const std::string& messag
 ZT_TEST_EXPORT std::string DriverMessage(std::string text);
 
 // The refusal of a write on a read-only data source (0x80040E09, permission denied).
-[[noreturn]] void RaiseReadOnly(const std::string& source, const std::string& engine);
+[[noreturn]] ZT_TEST_EXPORT void RaiseReadOnly(const std::string& source,
+                                               const std::string& engine);
 
 // The kind of failure an SQLSTATE stands for; `native` and `message` refine it where engines
 // share a state for different things.
@@ -80,13 +82,15 @@ ZT_TEST_EXPORT ZtError EngineError(const std::string& source, const std::string&
                                    ErrorCategory category = ErrorCategory::kNone);
 
 // Throws EngineError with the native code as code text.
-[[noreturn]] void RaiseSqlState(const std::string& source, const std::string& sqlstate,
-                                std::int64_t native, const std::string& message,
-                                ErrorCategory category = ErrorCategory::kNone);
-[[noreturn]] void RaiseSqlite(const std::string& source, int code, const std::string& message);
+[[noreturn]] ZT_TEST_EXPORT void RaiseSqlState(const std::string& source,
+                                               const std::string& sqlstate, std::int64_t native,
+                                               const std::string& message,
+                                               ErrorCategory category = ErrorCategory::kNone);
+[[noreturn]] ZT_TEST_EXPORT void RaiseSqlite(const std::string& source, int code,
+                                             const std::string& message);
 
 // Throws the failure of a COMMIT: when it broke the connection the commit may or may not have
 // taken effect, and the error says so by its category (kInDoubtCommit); otherwise as it is.
-[[noreturn]] void RaiseCommitFailure(const ZtError& e);
+[[noreturn]] ZT_TEST_EXPORT void RaiseCommitFailure(const ZtError& e);
 
 }  // namespace zt::platform

@@ -50,8 +50,8 @@ ZT_TEST_EXPORT std::vector<DiagRecord> CollectDiagnostics(short handle_type, voi
 // Throws the ZtError for `records`: the number from the first record that is not a warning
 // (a native code the family lists as a time-out counts as one), the messages of all records in
 // the description, `source` as source.
-[[noreturn]] void RaiseDiagnostics(const std::string& source, const Family& family,
-                                   const std::vector<DiagRecord>& records);
+[[noreturn]] ZT_TEST_EXPORT void RaiseDiagnostics(const std::string& source, const Family& family,
+                                                  const std::vector<DiagRecord>& records);
 
 // ADO DataTypeEnum code of an ODBC SQL type.
 ZT_TEST_EXPORT std::int32_t AdoTypeFor(short sql_type);
