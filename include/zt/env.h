@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "zt/export.h"
@@ -75,6 +76,20 @@ class ZT_EXPORT Env {
   virtual std::string AppPath() = 0;
   // The kernel id of the calling thread (App.ThreadID).
   virtual std::int64_t ThreadId() = 0;
+
+  // The files of a data store: what is there, and moving, copying and removing them. The
+  // defaults work on the real file system and never throw; a failure is returned.
+  // True when `path` names a file or folder, links followed as opening it would follow them.
+  virtual bool FileExists(const std::string& path);
+  // True when anything is at `path`, a link counting as itself even when it points nowhere:
+  // nothing may be created or moved there.
+  virtual bool PathInUse(const std::string& path);
+  // Renames `from` to `to`; fails across file systems.
+  virtual std::error_code RenameFile(const std::string& from, const std::string& to);
+  // Copies the file `from` to `to`, never over anything already at `to`.
+  virtual std::error_code CopyFile(const std::string& from, const std::string& to);
+  // Removes the file (or link) at `path`; a folder is never removed.
+  virtual std::error_code RemoveFile(const std::string& path);
 };
 
 // An Env that forwards every call to another one; tests derive from it and override the pieces
@@ -91,6 +106,15 @@ class ZT_EXPORT EnvWrapper : public Env {
   }
   std::string AppPath() override { return target_.AppPath(); }
   std::int64_t ThreadId() override { return target_.ThreadId(); }
+  bool FileExists(const std::string& path) override { return target_.FileExists(path); }
+  bool PathInUse(const std::string& path) override { return target_.PathInUse(path); }
+  std::error_code RenameFile(const std::string& from, const std::string& to) override {
+    return target_.RenameFile(from, to);
+  }
+  std::error_code CopyFile(const std::string& from, const std::string& to) override {
+    return target_.CopyFile(from, to);
+  }
+  std::error_code RemoveFile(const std::string& path) override { return target_.RemoveFile(path); }
 
  protected:
   Env& target() { return target_; }

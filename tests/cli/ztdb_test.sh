@@ -256,6 +256,7 @@ test_create() {
   run create --sample
   expect_rc 1 "create where no journal can be written"
   [[ -e helpdesk.db ]] && fail "a failed create left a half-made helpdesk.db"
+  [[ -d helpdesk.db-journal ]] || fail "a failed create removed a folder that was not its own"
   rmdir helpdesk.db-journal
   # The file is made, then the sample cannot reach it: what was made goes again.
   run --alt "Provider=NoSuchProvider" --alt-op 2 create --sample
