@@ -23,6 +23,7 @@
 #include <memory>
 #include <string>
 
+#include "zt/export.h"
 #include "zt/trap.h"
 #include "zt/variant.h"
 
@@ -32,7 +33,7 @@ namespace platform {
 class ProviderTable;
 }
 
-class CZtConfigReader {
+class ZT_EXPORT CZtConfigReader {
  public:
   CZtConfigReader() = default;
 
@@ -73,7 +74,7 @@ class CZtConfigReader {
 };
 
 // The calling thread's shared reader (created on first use; forgotten by ResetThreadState).
-CZtConfigReader& ThreadConfigReader();
+ZT_EXPORT CZtConfigReader& ThreadConfigReader();
 
 // The data-access layer's provider table with the providers that the configuration file
 // names in front of the built-in ones. An entry
@@ -85,12 +86,12 @@ CZtConfigReader& ThreadConfigReader();
 // is logged and skipped. The table is an immutable snapshot, built again only when the
 // configured entries change; data stores hand it to the connections they open, and nothing else
 // sees it. Without configured entries it is the built-in table itself.
-std::shared_ptr<const platform::ProviderTable> ConfiguredProviderTable();
+ZT_EXPORT std::shared_ptr<const platform::ProviderTable> ConfiguredProviderTable();
 
 // The configured text for `key` through the calling thread's shared reader, which loads the
 // default file once per thread. This is what the rest of the library uses for provider names,
 // retry settings and the like.
-std::string LoadConfigResString(const std::string& key);
+ZT_EXPORT std::string LoadConfigResString(const std::string& key);
 inline std::string LoadConfigResString(int key) {
   return LoadConfigResString(std::to_string(key));
 }

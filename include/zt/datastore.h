@@ -30,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "zt/export.h"
 #include "zt/trap.h"
 #include "zt/variant.h"
 
@@ -44,10 +45,10 @@ inline constexpr std::int32_t kProviderPostgreSql = 32;  // ours: the old librar
 
 // The short name of a provider type ("jet", "sqlserver", "oracle", "mysql", "postgresql"), ""
 // for a type the library does not support.
-std::string ProviderTypeName(std::int32_t type);
+ZT_EXPORT std::string ProviderTypeName(std::int32_t type);
 // The provider type of a short name, of its alias ("sqlite", "mssql", "mariadb", "postgres") or
 // of its number as text, case ignored; 0 when none matches.
-std::int32_t ProviderTypeFromName(const std::string& name);
+ZT_EXPORT std::int32_t ProviderTypeFromName(const std::string& name);
 
 // Attributes bits of a data store.
 inline constexpr std::int32_t kAttrDaoSupplied = 2;  // the DAO database came from the caller
@@ -60,7 +61,7 @@ inline constexpr std::int32_t kAltConnIgnore = 4;
 
 // Maps provider types to OLE DB provider names, prefixes and captions. Names and prefixes are
 // configuration texts (see zt/config.h), so an administrator may rename a provider.
-class CZtProvider {
+class ZT_EXPORT CZtProvider {
  public:
   // An OLE DB provider (or ODBC driver) installed on this machine, with its version text.
   struct Installed {
@@ -100,53 +101,6 @@ class CZtProvider {
   InstanceTrace trace_{"CZtProvider"};
 };
 
-// The definition of a data store as the data-store collection keeps it. Name, Location, Type,
-// ProviderType, AltConnString and AltConnStringOperation are the data store's DataStoreName,
-// Location, DataStoreType, GeneralProviderType, AltConnString and AltConnStringOperation;
-// Order, SecurityAccess, SecurityDB and AltLocation are kept only for the collection.
-class IZtDSDefinition {
- public:
-  virtual ~IZtDSDefinition() = default;
-  virtual std::string Name() const = 0;
-  virtual void Name(const std::string& value) = 0;
-  virtual std::string Location() const = 0;
-  virtual void Location(const std::string& value) = 0;
-  virtual std::int32_t Type() const = 0;
-  virtual void Type(std::int32_t value) = 0;
-  virtual std::int32_t ProviderType() const = 0;
-  virtual void ProviderType(std::int32_t value) = 0;
-  virtual std::string AltConnString() const = 0;
-  virtual void AltConnString(const std::string& value) = 0;
-  virtual std::int32_t AltConnStringOperation() const = 0;
-  virtual void AltConnStringOperation(std::int32_t value) = 0;
-  virtual std::int32_t Order() const = 0;
-  virtual void Order(std::int32_t value) = 0;
-  virtual std::int32_t SecurityAccess() const = 0;
-  virtual void SecurityAccess(std::int32_t value) = 0;
-  virtual std::string SecurityDB() const = 0;
-  virtual void SecurityDB(const std::string& value) = 0;
-  virtual std::string AltLocation() const = 0;
-  virtual void AltLocation(const std::string& value) = 0;
-  // A new, unconnected data store with the same definition (credentials included). The
-  // caller owns it.
-  virtual std::shared_ptr<IZtDSDefinition> Copy() const = 0;
-};
-
-// Retry parameters of the connection opening.
-class IZtRetry {
- public:
-  virtual ~IZtRetry() = default;
-  // Attempts after the first failed one (configuration value 501, default 5).
-  virtual std::int32_t MaxRetries() const = 0;
-  virtual void MaxRetries(std::int32_t value) = 0;
-  // Milliseconds between attempts (configuration value 502, default 100).
-  virtual std::int32_t RetryInterval() const = 0;
-  virtual void RetryInterval(std::int32_t value) = 0;
-  // Kept for callers; the connection opening does not consult it.
-  virtual bool AddRandomDelay() const = 0;
-  virtual void AddRandomDelay(bool value) = 0;
-};
-
 }  // namespace zt
 
-#include "zt/datastore/data_store.h"
+#include "zt/datastore/data_store.h"  // IWYU pragma: export

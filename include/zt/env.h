@@ -14,14 +14,17 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
+
+#include "zt/export.h"
 
 namespace zt {
 
 // A small key/value store standing in for the Windows registry. Keys are paths such as
 // "HKEY_LOCAL_MACHINE\SOFTWARE\Quillmark"; values are named. A missing store, key or value
 // behaves as a missing registry key.
-class RegistryStore {
+class ZT_EXPORT RegistryStore {
  public:
   virtual ~RegistryStore() = default;
   virtual bool KeyExists(const std::string& key) const = 0;
@@ -45,7 +48,7 @@ class RegistryStore {
 };
 
 // The application log (the host run time's App.StartLogging / App.LogEvent).
-class ApplicationLog {
+class ZT_EXPORT ApplicationLog {
  public:
   virtual ~ApplicationLog() = default;
   // Starts logging to `target` (a file path in the old run time) with the given mode. The
@@ -55,7 +58,7 @@ class ApplicationLog {
   virtual void LogEvent(const std::string& text, std::int32_t event_type) = 0;
 };
 
-class Env {
+class ZT_EXPORT Env {
  public:
   virtual ~Env() = default;
 
@@ -75,11 +78,25 @@ class Env {
   virtual std::string AppPath() = 0;
   // The kernel id of the calling thread (App.ThreadID).
   virtual std::int64_t ThreadId() = 0;
+
+  // The files of a data store: what is there, and moving, copying and removing them. The
+  // defaults work on the real file system and never throw; a failure is returned.
+  // True when `path` names a file or folder, links followed as opening it would follow them.
+  virtual bool FileExists(const std::string& path);
+  // True when anything is at `path`, a link counting as itself even when it points nowhere:
+  // nothing may be created or moved there.
+  virtual bool PathInUse(const std::string& path);
+  // Renames `from` to `to`; fails across file systems.
+  virtual std::error_code RenameFile(const std::string& from, const std::string& to);
+  // Copies the file `from` to `to`, never over anything already at `to`.
+  virtual std::error_code CopyFile(const std::string& from, const std::string& to);
+  // Removes the file (or link) at `path`; a folder is never removed.
+  virtual std::error_code RemoveFile(const std::string& path);
 };
 
 // An Env that forwards every call to another one; tests derive from it and override the pieces
 // they want to observe or break.
-class EnvWrapper : public Env {
+class ZT_EXPORT EnvWrapper : public Env {
  public:
   explicit EnvWrapper(Env& target) : target_(target) {}
   std::chrono::system_clock::time_point Now() override { return target_.Now(); }
@@ -91,6 +108,15 @@ class EnvWrapper : public Env {
   }
   std::string AppPath() override { return target_.AppPath(); }
   std::int64_t ThreadId() override { return target_.ThreadId(); }
+  bool FileExists(const std::string& path) override { return target_.FileExists(path); }
+  bool PathInUse(const std::string& path) override { return target_.PathInUse(path); }
+  std::error_code RenameFile(const std::string& from, const std::string& to) override {
+    return target_.RenameFile(from, to);
+  }
+  std::error_code CopyFile(const std::string& from, const std::string& to) override {
+    return target_.CopyFile(from, to);
+  }
+  std::error_code RemoveFile(const std::string& path) override { return target_.RemoveFile(path); }
 
  protected:
   Env& target() { return target_; }
@@ -102,7 +128,7 @@ class EnvWrapper : public Env {
 // Installs `env` as the calling thread's environment for the lifetime of this object, and
 // resets the per-thread state that was derived from the old one (cached log level, culture,
 // loggers), so each test starts as a fresh thread would. The caller keeps ownership of `env`.
-class ScopedEnv {
+class ZT_EXPORT ScopedEnv {
  public:
   explicit ScopedEnv(Env& env);
   ~ScopedEnv();
@@ -116,14 +142,14 @@ class ScopedEnv {
 // Forgets every piece of per-thread state of the library (log level cache, LogMode, file-log
 // properties, loggers, culture, resource reader, instance counter, error handler). A new thread
 // starts this way; tests call it to act as one.
-void ResetThreadState();
+ZT_EXPORT void ResetThreadState();
 
 // Lets a layer with per-thread state of its own (a cached reader, an encoder) take part in
 // ResetThreadState. Call once per process, e.g. from a static initialiser.
-void AddThreadStateResetHook(void (*hook)());
+ZT_EXPORT void AddThreadStateResetHook(void (*hook)());
 
 // An in-memory registry store, for tests and for hosts that keep settings elsewhere.
-class MemoryRegistryStore : public RegistryStore {
+class ZT_EXPORT MemoryRegistryStore : public RegistryStore {
  public:
   bool KeyExists(const std::string& key) const override;
   std::optional<std::string> ReadValue(const std::string& key,

@@ -21,6 +21,8 @@
 #include <string>
 #include <string_view>
 
+#include "zt/export.h"
+
 namespace zt {
 
 // The base of the library's own error numbers: 0x80040000 as a signed 32-bit value.
@@ -50,7 +52,7 @@ enum class ErrorCategory : std::int32_t {
 
 // The five values of an error, as the old run time's Err object carried them, and what the
 // engine said when the error came from one.
-struct ErrorInfo {
+struct ZT_EXPORT ErrorInfo {
   std::int32_t number = 0;
   std::string source;
   std::string description;
@@ -68,7 +70,7 @@ struct ErrorInfo {
   friend bool operator==(const ErrorInfo&, const ErrorInfo&) = default;
 };
 
-class ZtError : public std::exception {
+class ZT_EXPORT ZtError : public std::exception {
  public:
   explicit ZtError(ErrorInfo info) : info_(std::move(info)) {}
   ZtError(std::int32_t number, std::string source, std::string description,
@@ -92,11 +94,11 @@ class ZtError : public std::exception {
 };
 
 // The calling thread's current error (the run time's Err object). Never null.
-ErrorInfo& Err();
+ZT_EXPORT ErrorInfo& Err();
 
 // Captures an error's number, source and description and puts them back later, so that code
 // which must not disturb its caller's error state (logging) can run in between.
-class ErrorSnapshot {
+class ZT_EXPORT ErrorSnapshot {
  public:
   void Capture(const ErrorInfo& from);
   // Writes the captured number, source and description into `into`; help file and context of
@@ -128,17 +130,18 @@ inline constexpr std::int32_t kKeyAlreadyExists = 457;
 inline constexpr std::int32_t kElementNotFound = 32811;
 
 // The run time's text for one of the numbers above ("Overflow", "Type mismatch" ...).
-std::string Description(std::int32_t number);
+ZT_EXPORT std::string Description(std::int32_t number);
 // Throws ZtError(number, "ZtDBTools404", Description(number)).
-[[noreturn]] void Raise(std::int32_t number);
+[[noreturn]] ZT_EXPORT void Raise(std::int32_t number);
 }  // namespace rt
 
 // The text of an unsupported interface member:
 // TypeName + "." + member + " (Get).  Currently not implemented." (or " (Let).").
 enum class Accessor { Get, Let };
-std::string NotImplementedText(std::string_view type_name, std::string_view member, Accessor acc);
+ZT_EXPORT std::string NotImplementedText(std::string_view type_name, std::string_view member,
+                                         Accessor acc);
 // Throws the unsupported-member error (number 445, source the type name, the text above).
-[[noreturn]] void RaiseNotImplemented(std::string_view type_name, std::string_view member,
-                                      Accessor acc);
+[[noreturn]] ZT_EXPORT void RaiseNotImplemented(std::string_view type_name, std::string_view member,
+                                                Accessor acc);
 
 }  // namespace zt

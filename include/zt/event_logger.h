@@ -16,6 +16,7 @@
 #include <string>
 
 #include "zt/error.h"
+#include "zt/export.h"
 #include "zt/trap.h"
 #include "zt/variant.h"
 
@@ -41,7 +42,7 @@ inline constexpr std::string_view kDefaultLineFormat = "%1, %2\\tType: %4\\t%3\\
 // next piece's first); old log collectors re-join them that way.
 inline constexpr std::size_t kAppLogPieceLength = 908;
 
-class CZtEventLogger {
+class ZT_EXPORT CZtEventLogger {
  public:
   // Reads the thread's level mask on first use, sets the logger's level from it and starts a
   // new, time-stamped application-log target under App.Path.
@@ -94,13 +95,13 @@ class CZtEventLogger {
 
 // The text an event carries for an error: "Error: #" + number + tab + "Source: " + source +
 // tab + "Description: " + description (real tabs).
-std::string ErrorEventText(std::int32_t number, const std::string& source,
-                           const std::string& description);
+ZT_EXPORT std::string ErrorEventText(std::int32_t number, const std::string& source,
+                                     const std::string& description);
 
 // The thread's logger, created on first use; every module procedure logs through it.
-void ZtLog_LogEvent(const std::string& text, ErrorInfo* err_object, std::int32_t event_type,
-                    std::int32_t level);
+ZT_EXPORT void ZtLog_LogEvent(const std::string& text, ErrorInfo* err_object,
+                              std::int32_t event_type, std::int32_t level);
 // The calling thread's module logger (creating it), for callers that tune its mode or level.
-CZtEventLogger& ThreadEventLogger();
+ZT_EXPORT CZtEventLogger& ThreadEventLogger();
 
 }  // namespace zt

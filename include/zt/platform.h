@@ -32,6 +32,7 @@
 
 #include "zt/error.h"
 #include "zt/error_codes.h"
+#include "zt/export.h"
 #include "zt/variant.h"
 
 namespace zt {
@@ -130,7 +131,7 @@ inline constexpr std::int32_t adFldKeyColumn = 0x8000;
 class Recordset;
 
 // A live session with one database.
-class Connection : public Object, public std::enable_shared_from_this<Connection> {
+class ZT_EXPORT Connection : public Object, public std::enable_shared_from_this<Connection> {
  public:
   Connection();
   ~Connection() override;
@@ -225,7 +226,7 @@ class Connection : public Object, public std::enable_shared_from_this<Connection
 
 // A statement prepared once and run many times with new values (the library's bulk work).
 // It keeps the connection's engine session alive until it is destroyed, even past Close.
-class PreparedStatement {
+class ZT_EXPORT PreparedStatement {
  public:
   // Prepares `sql` ("?" for each parameter; one statement, as for Connection::Execute) on
   // `connection`. Raises 3704 when the connection is closed, the engine's error for bad SQL.
@@ -252,7 +253,7 @@ class PreparedStatement {
 // in one transaction elsewhere). All or nothing: the rows are kept only when Finish succeeds.
 // A load that fails, or is destroyed before Finish, leaves the table as it was. It keeps the
 // connection's engine session alive until it is destroyed.
-class BulkInserter {
+class ZT_EXPORT BulkInserter {
  public:
   // Starts the load of `columns` of `table` (plain names, quoted here for the engine). Raises
   // 3704 when the connection is closed, 3219 inside a transaction opened with BeginTrans (the
@@ -278,7 +279,7 @@ class BulkInserter {
 };
 
 // A statement with its connection and time-out (the old Command object).
-class Command : public Object {
+class ZT_EXPORT Command : public Object {
  public:
   std::string TypeName() const override { return "Command"; }
   const std::shared_ptr<Connection>& ActiveConnection() const { return connection_; }
@@ -308,7 +309,7 @@ class Command : public Object {
 // One column of a recordset's current row. Owned by its Recordset; valid while it is open.
 // A Variant can hold one without copying it, keeping its recordset alive, through the aliasing
 // constructor: Variant(std::shared_ptr<Object>(recordset, &recordset->Fields("tName"))).
-class Field : public Object {
+class ZT_EXPORT Field : public Object {
  public:
   std::string TypeName() const override { return "Field"; }
   const std::string& Name() const;
@@ -336,7 +337,7 @@ class Field : public Object {
 };
 
 // The Fields collection of a Recordset.
-class FieldsCollection {
+class ZT_EXPORT FieldsCollection {
  public:
   std::int32_t Count() const { return static_cast<std::int32_t>(fields_.size()); }
   // By 0-based position or by name (case-insensitive); raises 3265 when there is none.
@@ -354,7 +355,7 @@ class FieldsCollection {
 };
 
 // One column of a recordset built in memory (Recordset::OpenDisconnected).
-struct RecordsetColumn {
+struct ZT_EXPORT RecordsetColumn {
   std::string name;
   std::int32_t type = ado::adVarWChar;  // ADO DataTypeEnum code
   std::int64_t defined_size = 0;        // characters for text (0: no limit), bytes otherwise
@@ -366,7 +367,7 @@ struct RecordsetColumn {
 };
 
 // Rows of a query or table with a cursor (the old Recordset object).
-class Recordset : public Object {
+class ZT_EXPORT Recordset : public Object {
  public:
   Recordset();
   ~Recordset() override;

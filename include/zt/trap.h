@@ -33,13 +33,14 @@
 #include <utility>
 
 #include "zt/error.h"
+#include "zt/export.h"
 
 namespace zt {
 
 // The service the error tails log through (the host utility library's error handler). It
 // writes the location text followed by the error's number, source and description, as an
 // error, and leaves the caller's error state as it found it.
-class IZtErrorHandler {
+class ZT_EXPORT IZtErrorHandler {
  public:
   virtual ~IZtErrorHandler() = default;
   // `err` is the live error; `text` the location text (or a message when err is null).
@@ -49,14 +50,14 @@ class IZtErrorHandler {
 
 // The calling thread's error-handler service, created on first use (it logs through
 // ZtLog_LogEvent).
-IZtErrorHandler& ErrorHandler();
+ZT_EXPORT IZtErrorHandler& ErrorHandler();
 // Replaces the calling thread's service (nullptr restores the default). The thread shares
 // ownership of `handler`.
-void SetErrorHandler(std::shared_ptr<IZtErrorHandler> handler);
+ZT_EXPORT void SetErrorHandler(std::shared_ptr<IZtErrorHandler> handler);
 
 inline constexpr std::string_view kAtLine = ", @Line#";
 
-class Trap {
+class ZT_EXPORT Trap {
  public:
   // `type_name`: the class name ("CZtDataStore"); the location starts with it and ".". A module
   // procedure passes "" and spells its own prefix in `procedure` (".ZtStrMan_UrlEncode").
@@ -125,16 +126,16 @@ class Trap {
 
 // Converts whatever was thrown into the five values of an error (a ZtError as it is; a
 // std::bad_alloc as error 7; any other std::exception as E_FAIL with its message).
-ErrorInfo ToErrorInfo(std::exception_ptr ex);
+ZT_EXPORT ErrorInfo ToErrorInfo(std::exception_ptr ex);
 
 // Per-thread instance numbers: 1 to 2147483646, then 1 again.
-std::int32_t NextInstanceId();
+ZT_EXPORT std::int32_t NextInstanceId();
 
 // The life-cycle trace of an object: hands "'" + type + "' instance " + n + " created" to the
 // thread's error-handler service when constructed and "... is terminating" when destroyed (no
 // error, event type 4, level 64); a failure to log is swallowed. A class holds one as a member;
 // a copy of an object is a new instance and takes a new number.
-class InstanceTrace {
+class ZT_EXPORT InstanceTrace {
  public:
   explicit InstanceTrace(std::string_view type_name);
   InstanceTrace(const InstanceTrace& other);

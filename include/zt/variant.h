@@ -21,6 +21,8 @@
 #include <variant>
 #include <vector>
 
+#include "zt/export.h"
+
 namespace zt {
 
 // The old run time's VarType codes, kept so that callers comparing kinds see the same numbers.
@@ -39,7 +41,7 @@ enum class VarType : int {
 };
 
 // Base of every object a Variant can refer to (recordsets, connections, data stores ...).
-class Object {
+class ZT_EXPORT Object {
  public:
   virtual ~Object() = default;
   // The run-time type name ("CZtDataStore", "Recordset"), used in error locations.
@@ -47,7 +49,7 @@ class Object {
 };
 
 // Currency: a fixed-point number with four decimals, stored scaled by 10,000.
-struct Currency {
+struct ZT_EXPORT Currency {
   std::int64_t scaled = 0;
   static Currency FromDouble(double v);
   double ToDouble() const { return static_cast<double>(scaled) / 10000.0; }
@@ -55,7 +57,7 @@ struct Currency {
 };
 
 // Date: days since 30 December 1899, the fraction being the time of day (the OLE date).
-struct Date {
+struct ZT_EXPORT Date {
   double serial = 0;
   static Date FromParts(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
   // Splits the serial into calendar parts (seconds rounded to the nearest).
@@ -66,7 +68,7 @@ struct Date {
 class Variant;
 
 // A one-dimensional array with a lower bound (0 unless the caller says otherwise).
-struct VariantArray {
+struct ZT_EXPORT VariantArray {
   std::int32_t lower_bound = 0;
   std::vector<Variant> items;
   // Defined after Variant: clang instantiates std::vector's constexpr members where they are
@@ -78,7 +80,7 @@ struct VariantArray {
   Variant& at(std::int32_t index);
 };
 
-class Variant {
+class ZT_EXPORT Variant {
  public:
   struct NullTag {
     friend bool operator==(NullTag, NullTag) = default;
@@ -161,14 +163,14 @@ inline bool VariantArray::Contains(std::int32_t index) const {
 }
 
 // Formats a double as the run time's CStr does (15 significant digits, "1E-05", "1E+15").
-std::string FormatDouble(double d);
+ZT_EXPORT std::string FormatDouble(double d);
 // Parses text as the run time's numeric conversion does (blanks around, sign, decimals,
 // exponent, "&H" hex). Returns nullopt when the text is not a number.
-std::optional<double> ParseNumber(std::string_view text);
+ZT_EXPORT std::optional<double> ParseNumber(std::string_view text);
 
 // An insertion-ordered dictionary with exact (binary) key comparison, the replacement of the
 // scripting run time's Dictionary. Keys are text.
-class Dictionary : public Object {
+class ZT_EXPORT Dictionary : public Object {
  public:
   std::string TypeName() const override { return "Dictionary"; }
   std::size_t Count() const { return items_.size(); }

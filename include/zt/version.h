@@ -2,9 +2,11 @@
 
 #include <string>
 
+#include "zt/export.h"
+
 namespace zt {
 // "7.6.0": the version of the library this program runs with.
-std::string LibraryVersion();
+ZT_EXPORT std::string LibraryVersion();
 // "Quillmark Database Tools and Utilities 7.6"
-std::string ProductName();
+ZT_EXPORT std::string ProductName();
 }  // namespace zt

@@ -147,7 +147,7 @@ void CZtDataStore::ZtConnOpen(Connection& connection, const std::string& connect
     } catch (const ZtError&) {
       // a string the layer cannot read fails in Open below, with the layer's own error
     }
-    if (!path.empty() && !fs::exists(path))
+    if (!path.empty() && !Env::Current().FileExists(path))
       throw ZtError(rt::kFileNotFound, std::string(kTypeName), "File not found: " + path);
   }
   connection.SetProviderTable(ConfiguredProviderTable());
@@ -264,15 +264,15 @@ void CZtDataStore::CreatePhysicalDataStore() {
     const ds::ProviderTypeRow& row = Row();
     if (row.is_file) {
       const std::string path = FullPath();
-      const bool existed = fs::exists(fs::symlink_status(path));
+      Env& env = Env::Current();
+      const bool existed = env.PathInUse(path);
       try {
         ds::CreateSqliteFile(path);
       } catch (...) {
         // A create that failed half-way leaves no file behind; one that was there stays.
         if (!existed) {
-          std::error_code ignored;
-          fs::remove(path, ignored);
-          for (const auto& companion : ds::CompanionFiles(path)) fs::remove(companion, ignored);
+          env.RemoveFile(path);
+          for (const auto& companion : ds::CompanionFiles(path)) env.RemoveFile(companion);
         }
         throw;
       }
@@ -391,7 +391,6 @@ void CZtDataStore::MovePhysicalDataStore(const std::string& new_location) {
       fs::path r = fs::weakly_canonical(p, failed);
       return failed ? fs::absolute(p, failed).lexically_normal() : r;
     };
-    std::error_code ec;
     if (resolved(from) == resolved(to)) {
       VariantArray args;
       args.items = {Variant(to.string())};
@@ -399,19 +398,22 @@ void CZtDataStore::MovePhysicalDataStore(const std::string& new_location) {
                            args);
     }
     at = 30;
-    if (fs::exists(to))
+    Env& env = Env::Current();
+    if (env.PathInUse(to.string()))
       throw ZtError(58, std::string(kTypeName), "File already exists: " + to.string());
     CloseConnections();
     at = 40;
-    fs::rename(from, to, ec);
-    if (ec) {
+    if (env.RenameFile(from.string(), to.string())) {
       // Another file system: copy, then remove the original only once the copy is complete.
-      ec.clear();
-      fs::copy_file(from, to, ec);
-      if (ec)
+      // Until the original is gone the store stays where it was; whatever of the copy exists
+      // then is removed again (nothing was at `to` before).
+      const auto failed = [&](const fs::path& culprit) {
+        env.RemoveFile(to.string());
         throw ZtError(rt::kPathFileAccess, std::string(kTypeName),
-                      "Path/File access error: " + to.string());
-      fs::remove(from);
+                      "Path/File access error: " + culprit.string());
+      };
+      if (env.CopyFile(from.string(), to.string())) failed(to);
+      if (env.RemoveFile(from.string())) failed(from);
     }
     at = 50;
     Location(new_location);

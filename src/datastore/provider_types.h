@@ -7,11 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "zt/export.h"
+
 namespace zt::ds {
 
 // The parts of a definition that connection strings are built from, as the definition holds
 // them; the builders quote what needs quoting.
-struct DefinitionParts {
+struct ZT_TEST_EXPORT DefinitionParts {
   std::string location;
   std::string name;
   std::string full_path;
@@ -28,7 +30,7 @@ enum class SameBy {
   kServer,  // DATABASE is the database name, SERVER the location
 };
 
-struct ProviderTypeRow {
+struct ZT_TEST_EXPORT ProviderTypeRow {
   std::int32_t type;
   std::string_view name;         // short name, as ztdb takes it ("postgresql")
   std::string_view alias;        // a second accepted name ("sqlite" for a Jet store), "" for none
@@ -52,16 +54,18 @@ struct ProviderTypeRow {
 };
 
 // The row of `type`, or nullptr for a type the library does not support.
-const ProviderTypeRow* FindProviderType(std::int32_t type);
+ZT_TEST_EXPORT const ProviderTypeRow* FindProviderType(std::int32_t type);
 // The row of `type`; raises vbObjectError + 9020 (tslDSProviderNotSupportedErr) with `source`
 // for a type the library does not support.
-const ProviderTypeRow& RequireProviderType(std::int32_t type, std::string_view source);
+ZT_TEST_EXPORT const ProviderTypeRow& RequireProviderType(std::int32_t type,
+                                                          std::string_view source);
 
 // Raises vbObjectError + 9020 (tslDSProviderNotSupportedErr) for `type`, with `source`.
-[[noreturn]] void RaiseProviderNotSupported(std::int32_t type, std::string_view source);
+[[noreturn]] ZT_TEST_EXPORT void RaiseProviderNotSupported(std::int32_t type,
+                                                           std::string_view source);
 
 // Every row, in the order in which GetProviderType tests the prefixes (the last match wins).
-const ProviderTypeRow* ProviderTypesBegin();
-const ProviderTypeRow* ProviderTypesEnd();
+ZT_TEST_EXPORT const ProviderTypeRow* ProviderTypesBegin();
+ZT_TEST_EXPORT const ProviderTypeRow* ProviderTypesEnd();
 
 }  // namespace zt::ds

@@ -17,6 +17,7 @@
 
 #include "platform/errors.h"
 #include "zt/datastore/working_file.h"
+#include "zt/env.h"
 #include "zt/error.h"
 
 namespace fs = std::filesystem;
@@ -68,7 +69,8 @@ std::string Quoted(const std::string& text) {
 }  // namespace
 
 void CreateSqliteFile(const std::string& path) {
-  if (fs::exists(path)) RaiseFile(kFileAlreadyExists, "File already exists", path);
+  Env& env = Env::Current();
+  if (env.PathInUse(path)) RaiseFile(kFileAlreadyExists, "File already exists", path);
   try {
     Db db = Open(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
     // An opened but untouched database is a zero-length file; writing the header makes it a
@@ -76,8 +78,7 @@ void CreateSqliteFile(const std::string& path) {
     Exec(db.get(), "PRAGMA user_version=1; PRAGMA user_version=0;");
   } catch (...) {
     // A file without its header is no database; it must not stand in the way of the next try.
-    std::error_code ignored;
-    fs::remove(path, ignored);
+    env.RemoveFile(path);
     throw;
   }
 }
@@ -93,12 +94,12 @@ std::vector<std::string> CompanionFiles(const std::string& path) {
 
 void DeleteSqliteFile(const std::string& path,
                       const std::function<void(const std::string&)>& deleted) {
-  if (!fs::exists(path)) RaiseFile(rt::kFileNotFound, "File not found", path);
-  std::error_code ec;
-  if (!fs::remove(path, ec) || ec) RaiseFile(rt::kPathFileAccess, "Path/File access error", path);
+  Env& env = Env::Current();
+  if (!env.FileExists(path)) RaiseFile(rt::kFileNotFound, "File not found", path);
+  if (env.RemoveFile(path)) RaiseFile(rt::kPathFileAccess, "Path/File access error", path);
   deleted(path);
   for (const std::string& companion : CompanionFiles(path))
-    if (fs::remove(companion, ec) && !ec) deleted(companion);
+    if (!env.RemoveFile(companion)) deleted(companion);
 }
 
 namespace {

@@ -11,6 +11,7 @@
 
 #include "zt/env.h"
 #include "zt/event_logger.h"
+#include "zt/export.h"
 #include "zt/resources.h"
 #include "zt/trap.h"
 #include "zt/variant.h"
@@ -19,7 +20,7 @@ namespace zt {
 
 class ResourceReader;  // resources.cpp
 
-struct PerThread {
+struct ZT_TEST_EXPORT PerThread {
   // Event log.
   std::int32_t cached_level = 0;  // 0: not read yet on this thread
   std::int32_t log_mode = 0;
@@ -36,6 +37,6 @@ struct PerThread {
   Env* env = nullptr;
 };
 
-PerThread& ThreadState();
+ZT_TEST_EXPORT PerThread& ThreadState();
 
 }  // namespace zt

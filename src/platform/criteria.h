@@ -8,11 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "zt/export.h"
 #include "zt/variant.h"
 
 namespace zt::platform {
 
-class Criteria {
+class ZT_TEST_EXPORT Criteria {
  public:
   // Parses `text`; `resolve` maps a column name to its index (-1 when unknown). Throws ZtError
   // 3001 (invalid argument) for text it cannot read or an unknown column.

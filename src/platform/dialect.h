@@ -15,6 +15,8 @@
 #include <string>
 #include <string_view>
 
+#include "zt/export.h"
+
 namespace zt {
 class Connection;
 }
@@ -25,7 +27,7 @@ namespace zt::platform {
 // item that replaces it.
 using ColumnChange = std::function<std::string(const std::string& item)>;
 
-class Dialect {
+class ZT_TEST_EXPORT Dialect {
  public:
   virtual ~Dialect() = default;
 
@@ -78,6 +80,6 @@ class Dialect {
 
 // The dialect of the engine named `engine` (as DriverQuirks::engine names it, case ignored);
 // the portable defaults for an engine without one of its own.
-const Dialect& DialectFor(std::string_view engine);
+ZT_TEST_EXPORT const Dialect& DialectFor(std::string_view engine);
 
 }  // namespace zt::platform

@@ -30,6 +30,7 @@
 #include <utility>
 #include <vector>
 
+#include "zt/export.h"
 #include "zt/variant.h"
 
 namespace zt::platform {
@@ -59,7 +60,7 @@ enum class RowCountStyle {
 
 // Everything that differs between engines in ways the layer above cares about. One value per
 // driver (or per ODBC target driver), never scattered tests of the engine's name.
-struct DriverQuirks {
+struct ZT_TEST_EXPORT DriverQuirks {
   std::string engine;                        // "SQLite", "PostgreSQL", "MariaDB", "SQL Server" ...
   QuoteStyle quote = QuoteStyle::kBrackets;  // how `[name]` is rewritten
   bool bracket_escapes = true;               // "]]" in [..] reads as "]" (SQL Server)
@@ -80,7 +81,7 @@ struct DriverQuirks {
 };
 
 // One column of a result, described once when a statement is executed.
-struct ColumnInfo {
+struct ZT_TEST_EXPORT ColumnInfo {
   std::string name;
   std::int32_t type = 200;        // ADO DataTypeEnum code (adVarChar when unknown)
   std::int64_t defined_size = 0;  // characters for text, bytes otherwise
@@ -94,13 +95,13 @@ struct ColumnInfo {
 };
 
 // A fully buffered result, used for schema rowsets and by backends that read everything at once.
-struct RowSet {
+struct ZT_TEST_EXPORT RowSet {
   std::vector<ColumnInfo> columns;
   std::vector<std::vector<Variant>> rows;
 };
 
 // A prepared statement and, after Execute, its result. Not shared between threads.
-class StatementBackend {
+class ZT_TEST_EXPORT StatementBackend {
  public:
   virtual ~StatementBackend() = default;
 
@@ -122,7 +123,7 @@ class StatementBackend {
 };
 
 // A bulk loader for one table and a fixed column list (the library's own table copies).
-class BulkWriterBackend {
+class ZT_TEST_EXPORT BulkWriterBackend {
  public:
   virtual ~BulkWriterBackend() = default;
   // Adds one row; `values` has one entry per column given to BeginBulk. Throws ZtError.
@@ -138,7 +139,7 @@ class Dialect;
 // A transaction of the layer's own (a bulk load, a guarded write): begun by the constructor,
 // rolled back by Abandon or by the destructor unless Commit succeeded. Errors of the rollback
 // are swallowed: the caller needs the error that ended the work, not this one.
-class ScopedTransaction {
+class ZT_TEST_EXPORT ScopedTransaction {
  public:
   explicit ScopedTransaction(ConnectionBackend& conn);  // throws ZtError when BEGIN fails
   ~ScopedTransaction() { Abandon(); }
@@ -158,15 +159,15 @@ class ScopedTransaction {
 };
 
 // "INSERT INTO t (a, b) VALUES (?, ?)" with `rows` lists of "?", names quoted for the engine.
-std::string InsertText(const DriverQuirks& quirks, const std::string& table,
-                       const std::vector<std::string>& columns, std::size_t rows);
+ZT_TEST_EXPORT std::string InsertText(const DriverQuirks& quirks, const std::string& table,
+                                      const std::vector<std::string>& columns, std::size_t rows);
 
 // The four schema rowsets that the layer lists (their OLE DB numbers).
 enum class SchemaKind : int { kColumns = 4, kIndexes = 12, kTables = 20, kPrimaryKeys = 28 };
 
 // The restrictions of a schema query; an absent value does not restrict. The order follows the
 // OLE DB restriction columns of each rowset (catalog, schema, table, then the rowset's own).
-struct SchemaRestrictions {
+struct ZT_TEST_EXPORT SchemaRestrictions {
   std::optional<std::string> catalog;
   std::optional<std::string> schema;  // "" means the connection's default schema
   std::optional<std::string> table;
@@ -175,7 +176,7 @@ struct SchemaRestrictions {
 };
 
 // An open connection to one database. Owned by a zt::Connection; used by one thread.
-class ConnectionBackend {
+class ZT_TEST_EXPORT ConnectionBackend {
  public:
   virtual ~ConnectionBackend() = default;
 
@@ -232,7 +233,7 @@ class ConnectionBackend {
 
 // The parameters of one connection, after the OLE DB connection string has gone through the
 // provider table. Passwords stay here and are never written to a log or an error text.
-struct ConnectParams {
+struct ZT_TEST_EXPORT ConnectParams {
   std::string provider;     // as the caller wrote it ("Microsoft.Jet.OLEDB.4.0", "MSDASQL" ...);
                             // without one, "MSDASQL" when Driver= is given, else "SQLite"
   std::string driver;       // registry name of the backend ("sqlite", "odbc", "postgresql" ...)
@@ -266,13 +267,13 @@ using DriverFactory = std::function<std::unique_ptr<ConnectionBackend>(const Con
 // The drivers built into the library. The registry (driver.cpp) lists them in one place, by
 // name, so that none can vanish from a statically linked program the way a file-scope
 // registration object would.
-std::unique_ptr<ConnectionBackend> OpenSqliteDriver(const ConnectParams& p);
-std::unique_ptr<ConnectionBackend> OpenOdbcDriver(const ConnectParams& p);
-std::unique_ptr<ConnectionBackend> OpenPostgresDriver(const ConnectParams& p);
-std::unique_ptr<ConnectionBackend> OpenScriptedDriver(const ConnectParams& p);
+ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenSqliteDriver(const ConnectParams& p);
+ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenOdbcDriver(const ConnectParams& p);
+ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenPostgresDriver(const ConnectParams& p);
+ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenScriptedDriver(const ConnectParams& p);
 
 // The factory registered under `name` (case-insensitive), or nullptr.
-const DriverFactory* FindDriver(const std::string& name);
+ZT_TEST_EXPORT const DriverFactory* FindDriver(const std::string& name);
 
 // One key/value pair of a connection string, as written (key trimmed, value unquoted).
 using ConnectionKeys = std::vector<std::pair<std::string, std::string>>;
@@ -280,18 +281,19 @@ using ConnectionKeys = std::vector<std::pair<std::string, std::string>>;
 // Splits an OLE DB or ODBC connection string: "key=value;" pairs, keys trimmed and matched
 // without regard to case; values may be quoted with '...' or "..." (the quote doubled inside) or
 // with {...} ("}}" inside). Throws ZtError 0x80040E73 (bad connection string) on an unclosed quote.
-ConnectionKeys SplitConnectionString(const std::string& text);
+ZT_TEST_EXPORT ConnectionKeys SplitConnectionString(const std::string& text);
 
 // Value of `key` (case-insensitive), or nullopt.
-std::optional<std::string> FindKey(const ConnectionKeys& keys, const std::string& key);
+ZT_TEST_EXPORT std::optional<std::string> FindKey(const ConnectionKeys& keys,
+                                                  const std::string& key);
 
 // Quotes an ODBC attribute value with braces ("}" doubled inside) when it holds ";", "{", "}",
 // outer blanks or a leading quote character, so that it can never end early or add a key.
-std::string OdbcQuote(const std::string& value);
+ZT_TEST_EXPORT std::string OdbcQuote(const std::string& value);
 
 // One entry of the provider table. `pattern` matches the provider name without regard to case;
 // a trailing "*" matches any rest ("Microsoft.Jet.OLEDB.*").
-struct ProviderEntry {
+struct ZT_TEST_EXPORT ProviderEntry {
   std::string pattern;
   std::string driver;       // registry name
   std::string odbc_driver;  // default ODBC Driver= name ("" = taken from the string)
@@ -303,7 +305,7 @@ struct ProviderEntry {
 // The provider table: which driver opens a provider name. A table never changes once built;
 // whoever needs other entries builds another table and hands it to the connections it opens
 // (Connection::SetProviderTable), so one caller's table never reaches another's connections.
-class ProviderTable {
+class ZT_TEST_EXPORT ProviderTable {
  public:
   explicit ProviderTable(std::vector<ProviderEntry> entries) : entries_(std::move(entries)) {}
   const std::vector<ProviderEntry>& Entries() const { return entries_; }
@@ -319,14 +321,15 @@ class ProviderTable {
 // Entries that come before every table on the calling thread while they are set: how the
 // scripted test driver takes over a provider name. Set and cleared by ScopedScriptedProvider
 // only; they end with it and never reach another thread.
-void PushThreadProviderOverride(ProviderEntry entry);
-void PopThreadProviderOverride(const std::string& pattern);
+ZT_TEST_EXPORT void PushThreadProviderOverride(ProviderEntry entry);
+ZT_TEST_EXPORT void PopThreadProviderOverride(const std::string& pattern);
 
 // Translates an OLE DB connection string through `table` (the built-in table when nullptr).
 // User and password given separately (Connection::Open's arguments) win over the string's when
 // not empty. Throws ZtError 0x800A0E7A (provider not found) for an unknown provider.
-ConnectParams ParseConnectionString(const std::string& text, const std::string& user = {},
-                                    const std::string& password = {},
-                                    const ProviderTable* table = nullptr);
+ZT_TEST_EXPORT ConnectParams ParseConnectionString(const std::string& text,
+                                                   const std::string& user = {},
+                                                   const std::string& password = {},
+                                                   const ProviderTable* table = nullptr);
 
 }  // namespace zt::platform

@@ -35,6 +35,7 @@
 
 #include "zt/error.h"
 #include "zt/error_codes.h"
+#include "zt/export.h"
 
 namespace zt::platform {
 
@@ -45,44 +46,51 @@ using ::zt::AdoError;
 using ::zt::AdoErrorNumber;
 
 // Throws ZtError(0x800A0000 + e, source, ADO's text for e [+ " " + detail]).
-[[noreturn]] void RaiseAdo(AdoError e, const std::string& source, const std::string& detail = {});
+[[noreturn]] ZT_TEST_EXPORT void RaiseAdo(AdoError e, const std::string& source,
+                                          const std::string& detail = {});
 
 // The HRESULT for an SQLSTATE (five characters; "" when the driver gave none).
-std::int32_t HResultForSqlState(const std::string& sqlstate, const std::string& message = {});
+ZT_TEST_EXPORT std::int32_t HResultForSqlState(const std::string& sqlstate,
+                                               const std::string& message = {});
 // The HRESULT for an SQLite result code (primary or extended).
-std::int32_t HResultForSqlite(int code, const std::string& message = {});
+ZT_TEST_EXPORT std::int32_t HResultForSqlite(int code, const std::string& message = {});
 
 // A driver's message without the line ends and blanks it trails.
-std::string DriverMessage(std::string text);
+ZT_TEST_EXPORT std::string DriverMessage(std::string text);
 
 // The refusal of a write on a read-only data source (0x80040E09, permission denied).
-[[noreturn]] void RaiseReadOnly(const std::string& source, const std::string& engine);
+[[noreturn]] ZT_TEST_EXPORT void RaiseReadOnly(const std::string& source,
+                                               const std::string& engine);
 
 // The kind of failure an SQLSTATE stands for; `native` and `message` refine it where engines
 // share a state for different things.
-ErrorCategory CategoryForSqlState(const std::string& sqlstate, std::int64_t native = 0,
-                                  const std::string& message = {});
+ZT_TEST_EXPORT ErrorCategory CategoryForSqlState(const std::string& sqlstate,
+                                                 std::int64_t native = 0,
+                                                 const std::string& message = {});
 // The SQLSTATE that the SQL standard gives an SQLite result code's kind of failure ("23000" for
 // a constraint, "42000" for a statement error, "HYT00" for an interrupt ...), so that callers
 // see states on every engine.
-std::string SqlStateForSqlite(int code, const std::string& message = {});
+ZT_TEST_EXPORT std::string SqlStateForSqlite(int code, const std::string& message = {});
 
 // The error of an engine's report: the number from the table above, the Description `message` +
 // " (" + `code_text` + ")", the SQLSTATE, native code and category kept beside them.
 // `category` kNone takes the category of the SQLSTATE; kTimeout also makes the number a time-out
 // (for engines whose time-out has a state of its own).
-ZtError EngineError(const std::string& source, const std::string& sqlstate, std::int64_t native,
-                    const std::string& message, const std::string& code_text,
-                    ErrorCategory category = ErrorCategory::kNone);
+ZT_TEST_EXPORT ZtError EngineError(const std::string& source, const std::string& sqlstate,
+                                   std::int64_t native, const std::string& message,
+                                   const std::string& code_text,
+                                   ErrorCategory category = ErrorCategory::kNone);
 
 // Throws EngineError with the native code as code text.
-[[noreturn]] void RaiseSqlState(const std::string& source, const std::string& sqlstate,
-                                std::int64_t native, const std::string& message,
-                                ErrorCategory category = ErrorCategory::kNone);
-[[noreturn]] void RaiseSqlite(const std::string& source, int code, const std::string& message);
+[[noreturn]] ZT_TEST_EXPORT void RaiseSqlState(const std::string& source,
+                                               const std::string& sqlstate, std::int64_t native,
+                                               const std::string& message,
+                                               ErrorCategory category = ErrorCategory::kNone);
+[[noreturn]] ZT_TEST_EXPORT void RaiseSqlite(const std::string& source, int code,
+                                             const std::string& message);
 
 // Throws the failure of a COMMIT: when it broke the connection the commit may or may not have
 // taken effect, and the error says so by its category (kInDoubtCommit); otherwise as it is.
-[[noreturn]] void RaiseCommitFailure(const ZtError& e);
+[[noreturn]] ZT_TEST_EXPORT void RaiseCommitFailure(const ZtError& e);
 
 }  // namespace zt::platform

@@ -10,12 +10,13 @@
 #include <vector>
 
 #include "platform/driver.h"
+#include "zt/export.h"
 
 namespace zt::platform::odbc {
 
 // What one ODBC target driver needs done differently. The fields are explained above the family
 // table in odbc_driver.cpp.
-struct Family {
+struct ZT_TEST_EXPORT Family {
   DriverQuirks quirks{};
   std::vector<std::string> match{};
   std::vector<std::pair<std::string, std::string>> added_keys{};
@@ -36,26 +37,26 @@ struct Family {
 };
 
 // The family of a Driver= name (case-insensitive words); an unknown driver gets a generic one.
-const Family& FamilyForDriver(std::string_view driver_name);
+ZT_TEST_EXPORT const Family& FamilyForDriver(std::string_view driver_name);
 
 // The ODBC connection string for `params`: the core's DSN-less string plus the family's keys
 // that the caller did not give (a caller's own value always wins).
-std::string ConnectionStringFor(const ConnectParams& params, const Family& family);
+ZT_TEST_EXPORT std::string ConnectionStringFor(const ConnectParams& params, const Family& family);
 
-struct DiagRecord {
+struct ZT_TEST_EXPORT DiagRecord {
   std::string sqlstate;  // "" when the driver gave none (MDB Tools)
   std::int32_t native = 0;
   std::string message;
 };
 // Every diagnostic record of a handle (`handle_type` is SQL_HANDLE_ENV/DBC/STMT).
-std::vector<DiagRecord> CollectDiagnostics(short handle_type, void* handle);
+ZT_TEST_EXPORT std::vector<DiagRecord> CollectDiagnostics(short handle_type, void* handle);
 // Throws the ZtError for `records`: the number from the first record that is not a warning
 // (a native code the family lists as a time-out counts as one), the messages of all records in
 // the description, `source` as source.
-[[noreturn]] void RaiseDiagnostics(const std::string& source, const Family& family,
-                                   const std::vector<DiagRecord>& records);
+[[noreturn]] ZT_TEST_EXPORT void RaiseDiagnostics(const std::string& source, const Family& family,
+                                                  const std::vector<DiagRecord>& records);
 
 // ADO DataTypeEnum code of an ODBC SQL type.
-std::int32_t AdoTypeFor(short sql_type);
+ZT_TEST_EXPORT std::int32_t AdoTypeFor(short sql_type);
 
 }  // namespace zt::platform::odbc

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/driver.h"
+#include "zt/export.h"
 
 namespace zt::platform {
 
@@ -27,24 +28,25 @@ using ExactNameProbe = std::function<bool(const std::string& name)>;
 // On an engine that folds unquoted names, a bracketed name is folded, so that the library's mixed
 // spellings of one table reach that table, unless `exact_name` reports an object of exactly the
 // name as written: then that object is meant and the name keeps its case.
-std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
-                           const std::string& source, const ExactNameProbe& exact_name = {});
+ZT_TEST_EXPORT std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
+                                          const std::string& source,
+                                          const ExactNameProbe& exact_name = {});
 
 // Rewrites "?" parameters (outside literals and comments) to "$1", "$2" ... for engines that
 // number their parameters.
-std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks);
+ZT_TEST_EXPORT std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks);
 
 // `name` in the library's own quoting, "[name]" with a "]" doubled; PrepareSqlText turns it into
 // the engine's form.
-std::string BracketName(const std::string& name);
+ZT_TEST_EXPORT std::string BracketName(const std::string& name);
 
 // The statement's first word, upper-cased ("SELECT" for "  (select 1)"); "" when none.
-std::string FirstKeyword(const std::string& sql);
+ZT_TEST_EXPORT std::string FirstKeyword(const std::string& sql);
 
 // ASCII lower case, for matching names without regard to case.
-std::string AsciiLower(std::string s);
+ZT_TEST_EXPORT std::string AsciiLower(std::string s);
 
 // `name` quoted for the engine ("[a]", "\"a\"", "`a`"), with the closing quote doubled inside.
-std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks);
+ZT_TEST_EXPORT std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks);
 
 }  // namespace zt::platform

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/driver.h"
+#include "zt/export.h"
 #include "zt/platform.h"
 
 namespace zt::platform {
@@ -25,7 +26,7 @@ inline constexpr std::int32_t kRowVersion = ado::adFldRowVersion;
 inline constexpr std::int32_t kKeyColumn = ado::adFldKeyColumn;
 }  // namespace attr
 
-struct TypeMapping {
+struct ZT_TEST_EXPORT TypeMapping {
   std::int32_t ado_type = 200;
   std::int64_t defined_size = 0;
   std::int32_t attributes = 0;  // kFixed / kLong / kRowVersion as the type implies
@@ -63,21 +64,21 @@ struct TypeMapping {
 //   VARBINARY(n)                                       204   n         9 Binary
 //   LONGBINARY OLEOBJECT IMAGE BLOB BYTEA              205   2^31-1    11 Long binary
 //   ROWVERSION                                         128   8         9 Binary, row version
-TypeMapping MapTypeName(const std::string& name, std::int64_t length = 0,
-                        std::int32_t precision = 0, std::int32_t scale = 0,
-                        bool jet_vocabulary = false);
+ZT_TEST_EXPORT TypeMapping MapTypeName(const std::string& name, std::int64_t length = 0,
+                                       std::int32_t precision = 0, std::int32_t scale = 0,
+                                       bool jet_vocabulary = false);
 
 // The columns of the indexes rowset (OLE DB's 25, in order).
-std::vector<ColumnInfo> IndexRowsetColumns();
+ZT_TEST_EXPORT std::vector<ColumnInfo> IndexRowsetColumns();
 // The columns of the tables (20), columns (4) and primary keys (28) rowsets, with the OLE DB
 // names, types and sizes; every driver lists its rows under these.
-std::vector<ColumnInfo> TablesRowsetColumns();
-std::vector<ColumnInfo> ColumnsRowsetColumns();
-std::vector<ColumnInfo> PrimaryKeysRowsetColumns();
+ZT_TEST_EXPORT std::vector<ColumnInfo> TablesRowsetColumns();
+ZT_TEST_EXPORT std::vector<ColumnInfo> ColumnsRowsetColumns();
+ZT_TEST_EXPORT std::vector<ColumnInfo> PrimaryKeysRowsetColumns();
 // One row of the indexes rowset.
-std::vector<Variant> IndexRow(const Variant& catalog, const Variant& schema,
-                              const std::string& table, const std::string& index, bool primary,
-                              bool unique, bool clustered, std::int32_t ordinal,
-                              const std::string& column);
+ZT_TEST_EXPORT std::vector<Variant> IndexRow(const Variant& catalog, const Variant& schema,
+                                             const std::string& table, const std::string& index,
+                                             bool primary, bool unique, bool clustered,
+                                             std::int32_t ordinal, const std::string& column);
 
 }  // namespace zt::platform

@@ -62,7 +62,7 @@ test_usage() {
     expect_rc 2 "--alt-op $bad"
     grep -q "Password=x" <<<"$out$err" && fail "--alt-op $bad shows the alternative password"
   done
-  for t in postgresql pg 32 jet 1 mysql 16; do
+  for t in postgresql postgres PostgreSQL 32 jet sqlite 1 mysql mariadb 16; do
     run -t "$t" -l host -n db connstr
     [[ $rc -ne 2 ]] || fail "-t $t refused: $err"
   done
@@ -95,6 +95,11 @@ test_url() {
   expect_rc 2 "URL together with -n"
   run -S "ftp://host/db" connstr
   expect_rc 2 "unknown URL scheme"
+  run -S "32://host/db" connstr
+  expect_rc 2 "a provider number as URL scheme"
+  run -S "postgres://tessel@db.example:5433/helpdesk" connstr
+  expect_rc 0 "postgres URL"
+  expect_out "Data Source=db\.example,5433;Database=helpdesk;User ID=tessel;" "postgres URL parts"
 }
 
 test_deletes() {
@@ -225,6 +230,18 @@ test_folder() {
   expect_out "\"file\": \"$d/helpdesk.db\"" "absolute -n is not joined to the folder"
   run -l /elsewhere -n "$d/helpdesk.db" connstr
   expect_rc 2 "absolute -n with another -l"
+  # ";" and braces in a folder or file name stay part of the name in the connection string.
+  for place in "$work/semi;colon" "$work/{braced};x=1"; do
+    mkdir -p "$place"
+    run -l "$place" -n "a;b.db" create --sample
+    expect_rc 0 "create --sample in $place"
+    [[ -f "$place/a;b.db" ]] || fail "create --sample did not make $place/a;b.db"
+    run -l "$place" -n "a;b.db" tables --json
+    expect_rc 0 "tables in $place"
+    grep -q '"tblTickets"' <<<"$out" || fail "tables in $place: $out"
+    [[ $(tickets -l "$place" -n "a;b.db") == 20 ]] || fail "the sample in $place lacks tickets"
+  done
+  [[ -e "$work/semi" ]] && fail "a folder cut at its ';' was used"
 }
 
 test_create() {
@@ -239,6 +256,7 @@ test_create() {
   run create --sample
   expect_rc 1 "create where no journal can be written"
   [[ -e helpdesk.db ]] && fail "a failed create left a half-made helpdesk.db"
+  [[ -d helpdesk.db-journal ]] || fail "a failed create removed a folder that was not its own"
   rmdir helpdesk.db-journal
   # The file is made, then the sample cannot reach it: what was made goes again.
   run --alt "Provider=NoSuchProvider" --alt-op 2 create --sample
@@ -346,14 +364,8 @@ test_servers() {
       PGPASSWORD=$DBTEST_PG_PASSWORD psql -q -h "$DBTEST_PG_HOST" -p "$DBTEST_PG_PORT" \
         -U "$DBTEST_PG_USER" -d "$DBTEST_PG_DB" -c "DROP DATABASE $1"
     }
-    # PostgreSQL is provider type 32 of the library; a library without it builds no
-    # connection string for it.
-    if "$ztdb" -t postgresql -l h -n d connstr | grep -q "^Connection string: Provider=[^;]"; then
-      server_round PostgreSQL "postgresql://$DBTEST_PG_USER@$DBTEST_PG_HOST:$DBTEST_PG_PORT" pg_drop
-      ran=$((ran + 1))
-    else
-      echo "servers: this library has no PostgreSQL provider type (32) yet"
-    fi
+    server_round PostgreSQL "postgresql://$DBTEST_PG_USER@$DBTEST_PG_HOST:$DBTEST_PG_PORT" pg_drop
+    ran=$((ran + 1))
   fi
   if [[ $ran -lt 2 ]]; then
     if [[ ${ZT_REQUIRE_ENGINES:-0} == 1 ]]; then

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 
 #include "tool.h"
 
@@ -46,20 +45,12 @@ void AddStoreOptions(CLI::App& app, StoreOptions& o) {
 }
 
 std::int32_t ProviderTypeOf(const std::string& type) {
-  static const std::map<std::string, std::int32_t> types = {
-      {"jet", zt::kProviderJet},         {"sqlite", zt::kProviderJet},
-      {"1", zt::kProviderJet},           {"sqlserver", zt::kProviderSqlServer},
-      {"mssql", zt::kProviderSqlServer}, {"2", zt::kProviderSqlServer},
-      {"oracle", zt::kProviderOracle},   {"4", zt::kProviderOracle},
-      {"mysql", zt::kProviderMySql},     {"mariadb", zt::kProviderMySql},
-      {"16", zt::kProviderMySql},        {"postgresql", zt::kProviderPostgreSql},
-      {"pg", zt::kProviderPostgreSql},   {"32", zt::kProviderPostgreSql},
-  };
-  const auto it = types.find(type);
-  if (it == types.end())
+  // The library owns the names of its provider types; the tool adds none of its own.
+  const std::int32_t provider_type = zt::ProviderTypeFromName(type);
+  if (provider_type == 0)
     throw UsageError("unknown provider type '" + type +
                      "' (jet, sqlserver, oracle, mysql, postgresql or 1, 2, 4, 16, 32)");
-  return it->second;
+  return provider_type;
 }
 
 namespace {
@@ -120,14 +111,14 @@ void ApplyStoreUrl(const std::string& url, StoreOptions& o) {
     throw UsageError("'" + url + "' is not a data store URL (scheme://...)");
   const std::string scheme = url.substr(0, scheme_end);
   std::string rest = url.substr(scheme_end + 3);
-  static const std::map<std::string, std::string> kinds = {
-      {"sqlite", "jet"},          {"jet", "jet"},         {"postgresql", "postgresql"},
-      {"postgres", "postgresql"}, {"mysql", "mysql"},     {"mariadb", "mysql"},
-      {"sqlserver", "sqlserver"}, {"mssql", "sqlserver"}, {"oracle", "oracle"}};
-  const auto kind = kinds.find(scheme);
-  if (kind == kinds.end()) throw UsageError("unknown data store URL scheme '" + scheme + "'");
-  o.type = kind->second;
-  if (o.type == "jet") {
+  // A scheme is a provider type's name or alias ("sqlite", "postgres", "mariadb", ...); its
+  // number is no scheme.
+  const bool numeric =
+      !scheme.empty() && scheme.find_first_not_of("0123456789") == std::string::npos;
+  if (numeric || zt::ProviderTypeFromName(scheme) == 0)
+    throw UsageError("unknown data store URL scheme '" + scheme + "'");
+  o.type = scheme;
+  if (zt::ProviderTypeFromName(o.type) == zt::kProviderJet) {
     const fs::path file(PercentDecoded(rest));
     if (!file.has_filename()) throw UsageError("the URL '" + url + "' names no file");
     o.location = file.parent_path().string();

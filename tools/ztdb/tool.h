@@ -49,8 +49,9 @@ struct StoreOptions {
 // so that each command's --help lists them).
 void AddStoreOptions(CLI::App& app, StoreOptions& o);
 
-// Provider type for a --type value: a name (jet, sqlite, sqlserver, mssql, oracle, mysql,
-// mariadb, postgresql, pg) or a number (1, 2, 4, 16, 32). UsageError otherwise.
+// Provider type for a --type value: a name the library knows (jet, sqlite, sqlserver, mssql,
+// oracle, mysql, mariadb, postgresql, postgres) or a number (1, 2, 4, 16, 32). UsageError
+// otherwise.
 std::int32_t ProviderTypeOf(const std::string& type);
 
 // Sets `o` from a data store URL: sqlite:///path/file.db, postgresql://user@host:port/db,

@@ -1,5 +1,5 @@
 // CZtDataStore: one data store's definition, its connection strings, and (below) its live side.
-// Include <zt/datastore.h> rather than this file.
+// <zt/datastore.h> includes it together with the provider types and CZtProvider.
 #pragma once
 
 #include <cstdint>
@@ -7,12 +7,15 @@
 #include <string>
 #include <vector>
 
+#include "zt/datastore/definition.h"
+#include "zt/export.h"
 #include "zt/trap.h"
 #include "zt/variant.h"
 
 namespace zt {
 
 class Connection;
+class CZtProvider;
 namespace ds {
 struct DefinitionParts;
 struct ProviderTypeRow;
@@ -22,13 +25,13 @@ class Database;
 }
 
 // One user connected to a data store (GetUserRoster).
-struct RosterEntry {
+struct ZT_EXPORT RosterEntry {
   std::string computer_name;  // COMPUTER_NAME: the client's host
   std::string login_name;     // LOGIN_NAME: the login it used
   friend bool operator==(const RosterEntry&, const RosterEntry&) = default;
 };
 
-class CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
+class ZT_EXPORT CZtDataStore : public Object, public IZtDSDefinition, public IZtRetry {
  public:
   // Reads the retry settings (configuration values 501 and 502) from the configuration.
   CZtDataStore();

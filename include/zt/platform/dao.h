@@ -19,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "zt/export.h"
 #include "zt/platform.h"
 
 namespace zt::dao {
@@ -51,7 +52,7 @@ class TableDef;
 
 // A field of a table definition. Owned by its TableDef; valid until the TableDefs are re-read
 // (Database::Refresh, or a setter of another field of the same table).
-class Field {
+class ZT_EXPORT Field {
  public:
   const std::string& Name() const { return name_; }
   std::int32_t Type() const { return type_; }  // DAO code (dbText ...)
@@ -77,7 +78,7 @@ class Field {
   bool allow_zero_length_ = true;
 };
 
-class TableDef {
+class ZT_EXPORT TableDef {
  public:
   const std::string& Name() const { return name_; }
   std::int32_t FieldCount() const { return static_cast<std::int32_t>(fields_.size()); }
@@ -96,7 +97,7 @@ class TableDef {
 };
 
 // A DAO recordset over the database's tables (a wrapper of zt::Recordset with DAO's verbs).
-class Recordset {
+class ZT_EXPORT Recordset {
  public:
   bool Eof() const { return rs_->Eof(); }
   bool Bof() const { return rs_->Bof(); }
@@ -131,7 +132,7 @@ class Recordset {
   bool no_match_ = false;
 };
 
-class Database : public Object {
+class ZT_EXPORT Database : public Object {
  public:
   // Opens (DBEngine.OpenDatabase) the file at `path`; raises the engine's error (0x80004005
   // when it cannot be opened). `read_only` opens without write access.

@@ -23,12 +23,13 @@
 #include <vector>
 
 #include "zt/error.h"
+#include "zt/export.h"
 #include "zt/variant.h"
 
 namespace zt::platform {
 
 // One answer of a script.
-struct ScriptedAnswer {
+struct ZT_EXPORT ScriptedAnswer {
   // Result columns; empty when the statement returns no rows.
   std::vector<std::string> columns;
   // ADO DataTypeEnum code per column. Missing entries are taken from the first non-null value
@@ -49,7 +50,7 @@ struct ScriptedAnswer {
 
 // How the scripted engine behaves towards the layer above it.
 enum class ScriptedQuoting { kBrackets, kDoubleQuotes, kBackticks };
-struct ScriptedEngine {
+struct ZT_EXPORT ScriptedEngine {
   std::string name = "SQL Server";
   ScriptedQuoting quoting = ScriptedQuoting::kBrackets;  // what `[name]` is rewritten to
   bool transactional_ddl = true;
@@ -59,13 +60,13 @@ struct ScriptedEngine {
 };
 
 // A statement as the driver received it: after `[name]` rewriting, "?" for parameters.
-struct ScriptedStatement {
+struct ZT_EXPORT ScriptedStatement {
   std::string sql;
   std::vector<Variant> parameters;  // the values bound when it was executed
 };
 
 // The connection parameters a scripted connection was opened with (never the password).
-struct ScriptedConnect {
+struct ZT_EXPORT ScriptedConnect {
   std::string provider;
   std::string data_source;
   std::string database;
@@ -75,7 +76,7 @@ struct ScriptedConnect {
   int login_timeout = 0;
 };
 
-class DriverScript {
+class ZT_EXPORT DriverScript {
  public:
   enum class Match { kExact, kPrefix, kContains, kRegex };
 
@@ -136,13 +137,13 @@ class DriverScript {
 
 // Registers `script` under `name` for the calling thread (replacing an earlier one). A
 // connection uses the script registered under its provider name, else under its Data Source.
-void RegisterDriverScript(const std::string& name, std::shared_ptr<DriverScript> script);
-void UnregisterDriverScript(const std::string& name);
+ZT_EXPORT void RegisterDriverScript(const std::string& name, std::shared_ptr<DriverScript> script);
+ZT_EXPORT void UnregisterDriverScript(const std::string& name);
 
 // While it lives, connections whose provider is `provider` ("MSOLEDBSQL", "OraOLEDB.Oracle")
 // open on `script` instead of their real driver, on the calling thread only: the provider name
 // is put in front of every provider table of this thread and taken out again when this ends.
-class ScopedScriptedProvider {
+class ZT_EXPORT ScopedScriptedProvider {
  public:
   ScopedScriptedProvider(std::string provider, std::shared_ptr<DriverScript> script);
   ~ScopedScriptedProvider();

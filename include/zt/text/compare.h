@@ -16,43 +16,46 @@
 #include <string_view>
 #include <vector>
 
+#include "zt/export.h"
+
 namespace zt {
 
 enum class CompareMode { Binary, Text };
 
 // The simple case folding of one code point (upper and title case to lower case); code points
 // without a folding come back unchanged.
-char32_t FoldCase(char32_t cp);
+ZT_EXPORT char32_t FoldCase(char32_t cp);
 
 // True when `a` and `b` hold the same characters under `mode`.
-bool TextEquals(std::string_view a, std::string_view b, CompareMode mode = CompareMode::Text);
+ZT_EXPORT bool TextEquals(std::string_view a, std::string_view b,
+                          CompareMode mode = CompareMode::Text);
 
 // The run time's InStr: the 1-based character position of the first occurrence of `find` in
 // `text` at or after character `start`, or 0 when there is none. An empty `text` gives 0; an
 // empty `find` gives `start` when start lies within the text, else 0. `start` below 1 counts
 // as 1.
-std::int64_t InStr(std::int64_t start, std::string_view text, std::string_view find,
-                   CompareMode mode);
+ZT_EXPORT std::int64_t InStr(std::int64_t start, std::string_view text, std::string_view find,
+                             CompareMode mode);
 
 // The run time's Replace over the whole text: every non-overlapping occurrence of `find`,
 // scanning left to right, becomes `replacement`. An empty `find` leaves the text unchanged.
-std::string ReplaceAll(std::string_view text, std::string_view find, std::string_view replacement,
-                       CompareMode mode);
+ZT_EXPORT std::string ReplaceAll(std::string_view text, std::string_view find,
+                                 std::string_view replacement, CompareMode mode);
 
 // The run time's Split with binary comparison: at most `limit` pieces (-1: no limit; 0: none).
 // An empty text gives no pieces; an empty delimiter gives the text as one piece.
 // Throws ZtError 5 (invalid procedure call) for a limit below -1.
-std::vector<std::string> SplitText(std::string_view text, std::string_view delimiter,
-                                   std::int32_t limit = -1);
+ZT_EXPORT std::vector<std::string> SplitText(std::string_view text, std::string_view delimiter,
+                                             std::int32_t limit = -1);
 
 // Removes leading and trailing U+0020 characters only (tabs and other blanks stay).
-std::string TrimSpaces(std::string_view text);
+ZT_EXPORT std::string TrimSpaces(std::string_view text);
 
 // The byte that the Windows-1252 code page gives a code point, as the run time's Asc did;
 // code points that the code page cannot hold give 63 ("?").
-unsigned char AnsiCode(char32_t cp);
+ZT_EXPORT unsigned char AnsiCode(char32_t cp);
 // The code point of a Windows-1252 byte (the five unassigned bytes map to the C1 control of the
 // same number, as the platform's conversion does).
-char32_t AnsiToUnicode(unsigned char byte);
+ZT_EXPORT char32_t AnsiToUnicode(unsigned char byte);
 
 }  // namespace zt

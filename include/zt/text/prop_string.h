@@ -4,12 +4,13 @@
 
 #include <string>
 
+#include "zt/export.h"
 #include "zt/trap.h"
 #include "zt/variant.h"
 
 namespace zt {
 
-class CZtPropString {
+class ZT_EXPORT CZtPropString {
  public:
   // Replaces, in list order, every "&", ";", "=" and then every element of `extra_characters`
   // (an array of one-character strings; anything else adds nothing) by its URI-component escape:

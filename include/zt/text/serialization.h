@@ -17,12 +17,13 @@
 #include <utility>
 #include <vector>
 
+#include "zt/export.h"
 #include "zt/variant.h"
 
 namespace zt {
 
 // The serialization settings and the line of one object (or of a collection).
-class IZtSerializable {
+class ZT_EXPORT IZtSerializable {
  public:
   virtual ~IZtSerializable() = default;
 
@@ -50,7 +51,7 @@ class IZtSerializable {
 
 // The plain members of IZtSerializable, for classes to derive from: they add their TypeName()
 // and ToString(). EncodeFields starts false, the delimiters empty.
-class ZtSerializable : public Object, public IZtSerializable {
+class ZT_EXPORT ZtSerializable : public Object, public IZtSerializable {
  public:
   bool EncodeFields() const override { return encode_fields_; }
   void EncodeFields(bool value) override { encode_fields_ = value; }
@@ -95,9 +96,10 @@ class ZtSerializable : public Object, public IZtSerializable {
 // ToString() joined with `item_delimiter`; "" for an empty dictionary.
 // A value that is not a serializable object: logged as ".Dictionary_ToString, @Line#" + step,
 // then zt::ZtError 13 (type mismatch) is thrown on to the caller.
-std::string Dictionary_ToString(const Dictionary& items, const std::string& item_delimiter,
-                                const std::string& field_delimiter, bool encode_fields,
-                                const std::string& children_field_delimiter);
+ZT_EXPORT std::string Dictionary_ToString(const Dictionary& items,
+                                          const std::string& item_delimiter,
+                                          const std::string& field_delimiter, bool encode_fields,
+                                          const std::string& children_field_delimiter);
 
 // The field encoder: makes a value safe to join with delimiters, reversibly.
 //
@@ -106,7 +108,7 @@ std::string Dictionary_ToString(const Dictionary& items, const std::string& item
 // bytes ("a;b" -> "a%3Bb", "%" -> "%25"). Decode turns every "%XX" back into its byte, so
 // Decode(Encode(v, d)) == v for every value and delimiter. A delimiter made only of "%" or hex
 // digits (0-9, A-F) cannot be kept out of the escapes themselves; do not use one.
-class CZtFieldEncoder {
+class ZT_EXPORT CZtFieldEncoder {
  public:
   std::string Encode(std::string_view value, std::string_view field_delimiter) const;
   static std::string Decode(std::string_view text);
@@ -120,6 +122,6 @@ class CZtFieldEncoder {
 };
 
 // The calling thread's field encoder, created on first use and kept for the thread's life.
-CZtFieldEncoder& FieldEncoder();
+ZT_EXPORT CZtFieldEncoder& FieldEncoder();
 
 }  // namespace zt
