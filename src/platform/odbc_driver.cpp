@@ -104,8 +104,9 @@ std::vector<Family> MakeFamilies() {
                // The library doubles a quote inside a literal and nothing else; a backslash
                // that the server took as an escape would let a value such as "8\" end its
                // literal early and run the rest of the text as SQL.
-               .session_sql = "SET SESSION sql_mode = CONCAT(@@SESSION.sql_mode, "
-                              "',NO_BACKSLASH_ESCAPES')",
+               .session_sql =
+                   "SET SESSION sql_mode = CONCAT(@@SESSION.sql_mode, "
+                   "',NO_BACKSLASH_ESCAPES')",
                .timeout_natives = {1969, 3024},
                // MariaDB's driver grows its parameter buffer a little at a time, so a very long
                // statement costs more in copying than it saves in round trips: 6,000

@@ -6,12 +6,14 @@
 #include <string>
 #include <vector>
 
+#include "zt/export.h"
+
 namespace zt::text_detail {
 
 // True when `key` names a password item: "Password", "Pwd" or "Jet OLEDB:Database Password",
 // in any case, with blanks anywhere in the key ignored ("  pWd  ", "Jet OLEDB: Database
 // Password").
-bool IsPasswordKey(const std::string& key);
+ZT_TEST_EXPORT bool IsPasswordKey(const std::string& key);
 
 // `text` with the value of every password item replaced by "*"; everything else, including the
 // key and its spacing, is kept byte for byte. Items are read the way connection strings are
@@ -23,10 +25,12 @@ bool IsPasswordKey(const std::string& key);
 // item early): a password item whose value starts with one of them is masked at least through
 // it. Known passwords are used only to find where an item ends, never searched for elsewhere,
 // so a password "127" leaves "Data Source=127.0.0.1" as it is.
-std::string MaskPasswordItems(const std::string& text, const std::vector<std::string>& known = {});
+ZT_TEST_EXPORT std::string MaskPasswordItems(const std::string& text,
+                                             const std::vector<std::string>& known = {});
 
 // The value of property `property_name` as it may appear in a log: "*" when the property is
 // itself a password; otherwise the value with its password items masked.
-std::string MaskForDiagnostic(const std::string& property_name, const std::string& value);
+ZT_TEST_EXPORT std::string MaskForDiagnostic(const std::string& property_name,
+                                             const std::string& value);
 
 }  // namespace zt::text_detail
