@@ -35,7 +35,8 @@ int main(int, char** argv) {
   return 0;
 }
 CPP
-c++ -std=c++20 -Wall -Werror -I"$prefix/include" "$prefix/use.cpp" -L"$lib" -lztdbtools \
+# shellcheck disable=SC2086 # the flags are words of their own
+c++ -std=c++20 -Wall -Werror ${ZT_PROGRAM_FLAGS:-} -I"$prefix/include" "$prefix/use.cpp" -L"$lib" -lztdbtools \
   -Wl,-rpath,"$lib" -o "$prefix/use"
 [[ $("$prefix/use" "$prefix") == "42 caught" ]]
 # Internals stay inside the library: the file layer of the data store is not exported.
