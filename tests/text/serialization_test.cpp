@@ -5,9 +5,9 @@
 #include <random>
 
 #include "support/test_env.h"
-#include "zt/text/prop_string.h"
 #include "zt/error.h"
 #include "zt/text.h"
+#include "zt/text/prop_string.h"
 
 namespace zt {
 namespace {
