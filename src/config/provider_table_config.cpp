@@ -65,9 +65,10 @@ std::shared_ptr<const platform::ProviderTable> ConfiguredProviderTable() {
     const std::string pattern = key.substr(kPrefix.size());
     Trap at("CZtConfigReader", "ConfiguredProviderTable", ", Line#");
     at.Key(", Provider=" + pattern);
-    at.Returning([&] {
+    // Named in the capture: clang before 16 cannot capture a structured binding.
+    at.Returning([&, &entry_value = value] {
       at = 10;
-      entries.push_back(ParseEntry(pattern, value.ToText()));
+      entries.push_back(ParseEntry(pattern, entry_value.ToText()));
     });
   }
   for (const auto& e : platform::ProviderTable::BuiltIn()->Entries()) entries.push_back(e);

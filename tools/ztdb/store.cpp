@@ -1,4 +1,4 @@
-// The data store named on the command line: options, URL form, password, and the checks made
+// The data store named on the command line: options, password, and the checks made
 // before anything in it is changed.
 #include <termios.h>
 #include <unistd.h>
@@ -55,21 +55,6 @@ std::int32_t ProviderTypeOf(const std::string& type) {
 
 namespace {
 
-std::string PercentDecoded(const std::string& text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() &&
-        std::isxdigit(static_cast<unsigned char>(text[i + 1])) &&
-        std::isxdigit(static_cast<unsigned char>(text[i + 2]))) {
-      out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
-      i += 2;
-    } else {
-      out += text[i];
-    }
-  }
-  return out;
-}
-
 // The working folder, which may have been deleted under the tool's feet.
 std::string CurrentFolder() {
   std::error_code ec;
@@ -104,45 +89,6 @@ std::string PromptPassword() {
 }
 
 }  // namespace
-
-void ApplyStoreUrl(const std::string& url, StoreOptions& o) {
-  const auto scheme_end = url.find("://");
-  if (scheme_end == std::string::npos)
-    throw UsageError("'" + url + "' is not a data store URL (scheme://...)");
-  const std::string scheme = url.substr(0, scheme_end);
-  std::string rest = url.substr(scheme_end + 3);
-  // A scheme is a provider type's name or alias ("sqlite", "postgres", "mariadb", ...); its
-  // number is no scheme.
-  const bool numeric =
-      !scheme.empty() && scheme.find_first_not_of("0123456789") == std::string::npos;
-  if (numeric || zt::ProviderTypeFromName(scheme) == 0)
-    throw UsageError("unknown data store URL scheme '" + scheme + "'");
-  o.type = scheme;
-  if (zt::ProviderTypeFromName(o.type) == zt::kProviderJet) {
-    const fs::path file(PercentDecoded(rest));
-    if (!file.has_filename()) throw UsageError("the URL '" + url + "' names no file");
-    o.location = file.parent_path().string();
-    o.name = file.filename().string();
-    return;
-  }
-  const auto slash = rest.find('/');
-  std::string authority = rest.substr(0, slash);
-  o.name = slash == std::string::npos ? "" : PercentDecoded(rest.substr(slash + 1));
-  const auto at = authority.rfind('@');
-  if (at != std::string::npos) {
-    const std::string user = authority.substr(0, at);
-    if (user.find(':') != std::string::npos)
-      throw UsageError("a password never goes on the command line; use $ZTDB_PASSWORD or -W");
-    o.user = PercentDecoded(user);
-    authority = authority.substr(at + 1);
-  }
-  // The library writes a server's port after a comma, as administrators always have.
-  const auto colon = authority.rfind(':');
-  if (colon != std::string::npos && authority.find(']') == std::string::npos)
-    authority = authority.substr(0, colon) + "," + authority.substr(colon + 1);
-  if (authority.empty()) throw UsageError("the URL '" + url + "' names no server");
-  o.location = authority;
-}
 
 std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& given) {
   StoreOptions o = given;

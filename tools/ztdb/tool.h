@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "store_url.h"
 #include "zt/ztdbtools.h"
 
 namespace ztdb {
@@ -20,29 +21,9 @@ inline constexpr int kExitOk = 0;
 inline constexpr int kExitFailed = 1;
 inline constexpr int kExitUsage = 2;
 
-// A command line that asks for something impossible (exit 2); nothing was touched.
-struct UsageError : std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
-
 // A failure the tool found itself (exit 1), such as a table that does not exist.
 struct ToolError : std::runtime_error {
   using std::runtime_error::runtime_error;
-};
-
-// The data store named on the command line. Without options it is the SQLite file helpdesk.db
-// in the current folder.
-struct StoreOptions {
-  std::string url;
-  std::string type = "jet";
-  std::string location;
-  std::string name = "helpdesk.db";
-  std::string user;
-  std::string provider;
-  std::string odbc_driver;
-  std::string alt;
-  int alt_op = zt::kAltConnAppend;
-  bool ask_password = false;
 };
 
 // Adds the data-store options to `app` (the tool itself and every command that opens a store,
@@ -53,10 +34,6 @@ void AddStoreOptions(CLI::App& app, StoreOptions& o);
 // oracle, mysql, mariadb, postgresql, postgres) or a number (1, 2, 4, 16, 32). UsageError
 // otherwise.
 std::int32_t ProviderTypeOf(const std::string& type);
-
-// Sets `o` from a data store URL: sqlite:///path/file.db, postgresql://user@host:port/db,
-// mysql://..., sqlserver://..., oracle://user@host:port. UsageError for anything else.
-void ApplyStoreUrl(const std::string& url, StoreOptions& o);
 
 // The data store described by `o`, password from $ZTDB_PASSWORD or the -W prompt.
 std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& o);
