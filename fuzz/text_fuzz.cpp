@@ -7,9 +7,9 @@
 #include <string>
 
 #include "support/test_env.h"
-#include "zt/text/prop_string.h"
 #include "zt/error.h"
 #include "zt/text.h"
+#include "zt/text/prop_string.h"
 
 namespace {
 
