@@ -14,6 +14,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "zt/export.h"
 
@@ -26,6 +27,21 @@ namespace zt::platform {
 // Gets one column's item of a CREATE TABLE text ("[tName] TEXT(20) NOT NULL") and returns the
 // item that replaces it.
 using ColumnChange = std::function<std::string(const std::string& item)>;
+
+// One schema change as the statements that make it, in order. Plans are composed from what the
+// table holds now (the planning itself only reads) and run by RunSchemaPlan, or printed by a
+// dry run, which then changes nothing.
+struct ZT_TEST_EXPORT SchemaPlan {
+  std::vector<std::string> statements;
+  // A table rebuild (SQLite): foreign-key enforcement is paused around the transaction and the
+  // relationships are checked before it commits.
+  bool rebuild = false;
+};
+
+// Index kinds, as the schema operations number them.
+inline constexpr std::int32_t kIndexPrimaryKey = 4;
+inline constexpr std::int32_t kIndexUnique = 8;
+inline constexpr std::int32_t kIndexPlain = 16;
 
 class ZT_TEST_EXPORT Dialect {
  public:
@@ -59,6 +75,45 @@ class ZT_TEST_EXPORT Dialect {
   virtual void RebuildTable(Connection& cn, const std::string& table, const std::string& column,
                             const ColumnChange& change) const;
 
+  // Schema changes as plans, for engines whose DDL differs from the library's SQL Server texts
+  // (SQLite, PostgreSQL, MariaDB/MySQL). Each keeps the table's rows and the indexes that the
+  // change does not name (with their names), and on SQLite its triggers and views. Planning
+  // reads the table on `cn` and raises before anything changes when the change cannot succeed:
+  // 3265 for a missing table or column, the engine's integrity error (0x80040E2F) when rows
+  // hold Null for a column made NOT NULL. `type` is the engine's column type text
+  // ("VARCHAR(50)", from the data types table); names are bare.
+  //
+  // Adds `column`; when not nullable the existing rows get `fill` ("''", "0"; "" : none), and
+  // the column keeps no default afterwards.
+  virtual SchemaPlan PlanAddColumn(Connection& cn, const std::string& table,
+                                   const std::string& column, const std::string& type,
+                                   bool nullable, const std::string& fill) const;
+  // Gives `column` a new type and nullability, converting the values in place.
+  virtual SchemaPlan PlanAlterColumn(Connection& cn, const std::string& table,
+                                     const std::string& column, const std::string& type,
+                                     bool nullable) const;
+  // Changes only the nullability; `type` is the column's present type text.
+  virtual SchemaPlan PlanSetNullable(Connection& cn, const std::string& table,
+                                     const std::string& column, const std::string& type,
+                                     bool nullable) const;
+  virtual SchemaPlan PlanRenameColumn(Connection& cn, const std::string& table,
+                                      const std::string& from, const std::string& to) const;
+  // Drops `column`; the caller has removed the indexes that contain it.
+  virtual SchemaPlan PlanDropColumn(Connection& cn, const std::string& table,
+                                    const std::string& column) const;
+  // Creates an index of `kind` (kIndexPrimaryKey, kIndexUnique, kIndexPlain) named `name` (the
+  // caller's final name: "PK_" ..., "UN_" ..., "IN_" ...) over `columns`.
+  virtual SchemaPlan PlanCreateIndex(Connection& cn, const std::string& table,
+                                     const std::vector<std::string>& columns,
+                                     const std::string& name, std::int32_t kind) const;
+  // Drops the index `name` of `table`; `constraint` says that it is a primary key or unique
+  // constraint rather than a plain index.
+  virtual SchemaPlan PlanDropIndex(Connection& cn, const std::string& table,
+                                   const std::string& name, bool constraint) const;
+  // False when the engine commits each DDL statement on its own (MariaDB/MySQL): a plan of
+  // several statements can then stop half-way, and the planning checks beforehand instead.
+  virtual bool TransactionalDdl() const { return true; }
+
   // Creating and dropping a whole database, sent over a connection to the server's maintenance
   // database. "" when a client cannot do it over a connection (a file engine, Oracle).
   virtual std::string CreateDatabase(const std::string& name) const;
@@ -77,6 +132,11 @@ class ZT_TEST_EXPORT Dialect {
   // damaged file), run right after opening. "" when opening already tells.
   virtual std::string OpenProbe() const { return {}; }
 };
+
+// Runs `plan` on `cn`: in one transaction when the engine has transactional DDL (nothing changes
+// when a statement fails), statement by statement otherwise. Raises 3219 inside a transaction
+// the caller opened, and the failing statement's error.
+ZT_TEST_EXPORT void RunSchemaPlan(Connection& cn, const SchemaPlan& plan);
 
 // The dialect of the engine named `engine` (as DriverQuirks::engine names it, case ignored);
 // the portable defaults for an engine without one of its own.

@@ -1,0 +1,147 @@
+// Schema operations: the one place that inspects and changes the physical tables of a data store
+// (tables and fields that exist, keys and indexes, fields added, renamed, retyped and dropped,
+// nullability, indexes created and dropped, tables dropped).
+//
+//   zt::CZtDTMgr dt;
+//   dt.AddFieldToTable(*store, "tblCalls", "tCategory", zt::dao::dbText, 50, false, false);
+//   dt.AlterFieldType(*store, "tblCalls", "tCategory", zt::dao::dbText, 100, true);
+//
+// Names are passed bare; the operations quote them. The way a change is made follows the data
+// store's provider type (GeneralProviderType; for the members that take a connection, the
+// engine of the connection):
+//   * SQL Server (2): the statements the library has always sent, text for text (sp_rename,
+//     sp_columns, the sysobjects query for default constraints, "DF_" defaults added and dropped
+//     again, "AlterTempField" while a type changes), in one transaction where several are needed;
+//   * Oracle (4): the same SQL path; RenameField raises vbObjectError + 9020;
+//   * Jet files (1, SQLite here), PostgreSQL (32) and MariaDB/MySQL (16): the engine's own DDL
+//     (src/platform/dialect.h). Rows, the indexes the change does not name (with their names) and,
+//     on SQLite, triggers and views are kept; a change that fails leaves the table as it was.
+//     MariaDB commits each DDL statement on its own, so a change is checked before it starts
+//     (Nulls in a column made NOT NULL ...); what can still be left behind is said at each member.
+//
+// Generated names: default constraint "DF_" + table + "_" + field, primary key "PK_" + table,
+// unique index "UN_" + table + "_" + name and plain index "IN_" + table + "_" + name (unless the
+// name already starts with "UN_" / "IN_").
+//
+// Failures: every member logs through the error tail with its location text and raises the
+// error again (ZtError); a provider an operation does not support raises vbObjectError + 9020
+// (tslDSProviderNotSupportedErr). Each change that succeeds is written to the event log.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zt/export.h"
+#include "zt/platform.h"
+#include "zt/user_interaction.h"
+#include "zt/variant.h"
+
+namespace zt {
+
+class CZtDataStore;
+
+// Index kinds (CreateIndex, DeleteIndex, GetIndexNames).
+inline constexpr std::int32_t kIndexKindPrimaryKey = 4;
+inline constexpr std::int32_t kIndexKindUnique = 8;
+inline constexpr std::int32_t kIndexKindPlain = 16;
+
+// One index that contains a field (GetIndexNames).
+struct ZT_EXPORT IndexNameInfo {
+  std::string name;
+  std::int32_t kind = kIndexKindPlain;  // 4 primary key, 8 unique, 16 plain
+  bool clustered = false;
+  std::vector<std::string> columns;  // every column of the index, in key order
+};
+
+// One field of a table (GetAllFieldsInfo).
+struct ZT_EXPORT FieldInfo {
+  std::string name;
+  std::int32_t ado_type = 0;  // DATA_TYPE of the columns rowset (ADO DataTypeEnum)
+  std::int32_t dao_type = 0;  // the DAO code the field reads back as (0 when none fits)
+  std::int64_t size = 0;      // characters for text, 0 when the type has no length
+  bool nullable = true;
+  std::int32_t ordinal = 0;  // 1-based position in the table
+};
+
+class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
+ public:
+  CZtDTMgr();
+  ~CZtDTMgr() override;
+  std::string TypeName() const override { return "CZtDTMgr"; }
+
+  // A dry run: while a sink is set, every statement that would change the schema or the data
+  // goes to the sink instead of the database, in the order it would run; the reads that plan
+  // the change still run. Nothing is changed and nothing is logged as done. nullptr ends it.
+  using StatementSink = std::function<void(const std::string& sql)>;
+  void SetDryRun(StatementSink sink);
+  bool DryRun() const;
+
+  bool TableExists(const std::shared_ptr<Connection>& cn, const std::string& table);
+  bool FieldExists(const std::shared_ptr<Connection>& cn, const std::string& table,
+                   const std::string& field);
+  // The named column (DATA_TYPE, COLUMN_FLAGS, IS_NULLABLE ...) of the field's row in the
+  // columns schema rowset; Empty when the field does not exist.
+  Variant GetFieldProperty(const std::shared_ptr<Connection>& cn, const std::string& table,
+                           const std::string& field, const std::string& property);
+  bool FieldExistsDAO(dao::Database& db, const std::string& table, const std::string& field);
+  // True when the table has a primary key; `key_name` and `columns` (key order) receive it.
+  bool GetPrimaryKeyInfo(const std::shared_ptr<Connection>& cn, const std::string& table,
+                         std::string& key_name, std::vector<std::string>& columns);
+  // The fields in table order. Raises 3265 (item not found) for a table that does not exist.
+  std::vector<FieldInfo> GetAllFieldsInfo(const std::shared_ptr<Connection>& cn,
+                                          const std::string& table);
+  // "UPDATE table SET field = value WHERE key = key value [AND ...]"; the values are SQL text
+  // as the caller wrote them (quoted by the caller).
+  void UpdateFieldValue(const std::shared_ptr<Connection>& cn, const std::string& table,
+                        const std::string& field, const std::string& value,
+                        const std::vector<std::string>& key_fields,
+                        const std::vector<std::string>& key_values);
+  // "PK_" + table over `fields` (an array of names). Returns true when created.
+  bool CreatePrimaryKey(CZtDataStore& ds, const std::string& table, const Variant& fields);
+  bool CreatePrimaryKey(const std::shared_ptr<Connection>& cn, const std::string& table,
+                        const Variant& fields);
+  bool DeleteTable(const std::shared_ptr<Connection>& cn, const std::string& table);
+  // Adds a field (DAO type or application type 101-120; size for Text). A field that exists
+  // already is only logged. A NOT NULL field is filled with '' or 0 in the existing rows.
+  bool AddFieldToTable(CZtDataStore& ds, const std::string& table, const std::string& field,
+                       std::int32_t field_type, std::int32_t size, bool nullable,
+                       bool allow_zero_length);
+  bool RenameField(CZtDataStore& ds, const std::string& table, const std::string& old_name,
+                   const std::string& new_name);
+  // Gives the field a new type, size and nullability; its name, values and indexes stay.
+  bool AlterFieldType(CZtDataStore& ds, const std::string& table, const std::string& field,
+                      std::int32_t new_type, std::int32_t new_size, bool nullable);
+  // The indexes that contain `field`; true when there is at least one.
+  bool GetIndexNames(const std::shared_ptr<Connection>& cn, const std::string& table,
+                     const std::string& field, std::vector<IndexNameInfo>& indexes);
+  // Every index of the table (for listings).
+  std::vector<IndexNameInfo> GetTableIndexes(const std::shared_ptr<Connection>& cn,
+                                             const std::string& table);
+  bool DeleteIndex(const std::shared_ptr<Connection>& cn, const std::string& table,
+                   const std::string& index, std::int32_t kind);
+  // Drops the field with its indexes (and its default constraint on SQL Server). A field that
+  // does not exist is no error.
+  bool DeleteField(CZtDataStore& ds, const std::string& table, const std::string& field);
+  bool SetFieldNullability(bool nullable, CZtDataStore& ds, const std::string& table,
+                           const std::string& field, std::int32_t field_type,
+                           bool allow_zero_length);
+  // `fields` an array of names; nothing is done when it is not an array.
+  bool CreateIndex(const std::shared_ptr<Connection>& cn, const std::string& table,
+                   const Variant& fields, const std::string& index_name, std::int32_t kind);
+
+  bool UseLimitedErrorMessages() const { return limited_messages_; }
+  void UseLimitedErrorMessages(bool value) { limited_messages_ = value; }
+  bool UserInteraction() const override { return user_interaction_; }
+  void UserInteraction(bool value) override { user_interaction_ = value; }
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+  bool limited_messages_ = false;
+  bool user_interaction_ = false;
+};
+
+}  // namespace zt
