@@ -403,3 +403,46 @@ const Dialect& DialectFor(std::string_view engine) {
 }
 
 }  // namespace zt::platform
+
+namespace zt::platform {
+
+// Until an engine composes its own plans, a change it is asked for is refused before anything
+// runs.
+SchemaPlan Dialect::PlanAddColumn(Connection&, const std::string& table, const std::string&,
+                                  const std::string&, bool, const std::string&) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+}
+SchemaPlan Dialect::PlanAlterColumn(Connection&, const std::string& table, const std::string&,
+                                    const std::string&, bool) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+}
+SchemaPlan Dialect::PlanSetNullable(Connection&, const std::string& table, const std::string&,
+                                    const std::string&, bool) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+}
+SchemaPlan Dialect::PlanRenameColumn(Connection&, const std::string& table, const std::string&,
+                                     const std::string&) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+}
+SchemaPlan Dialect::PlanDropColumn(Connection&, const std::string& table,
+                                   const std::string&) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+}
+SchemaPlan Dialect::PlanCreateIndex(Connection&, const std::string& table,
+                                    const std::vector<std::string>&, const std::string&,
+                                    std::int32_t) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+}
+SchemaPlan Dialect::PlanDropIndex(Connection&, const std::string& table, const std::string&,
+                                  bool) const {
+  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+}
+
+void RunSchemaPlan(Connection& cn, const SchemaPlan& plan) {
+  if (cn.InTransaction())
+    RaiseAdo(AdoError::kIllegalOperation, kRebuildSource,
+             "(a schema change cannot run inside a transaction)");
+  for (const auto& sql : plan.statements) cn.Execute(sql);
+}
+
+}  // namespace zt::platform
