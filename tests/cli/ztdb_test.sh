@@ -7,7 +7,7 @@ set -uo pipefail
 ztdb=$(realpath "$1")
 shift
 groups=("$@")
-[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions servers)
+[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -316,6 +316,74 @@ test_versions() {
   cd "$work" || return
 }
 
+# The schema commands on an SQLite file: every change keeps the rows, a dry run leaves the file
+# as it was to the byte, and the listings read back what was changed.
+test_schema() {
+  local d
+  d=$(sample)
+  cd "$d" || return
+  for cmd in columns indexes; do
+    run "$cmd" --help
+    expect_out "--json" "$cmd offers --json"
+    expect_out "--store" "$cmd lists the store options"
+  done
+  for cmd in add-field rename-field alter-field set-nullable drop-field create-index drop-index drop-table; do
+    run "$cmd" --help
+    expect_out "--dry-run" "$cmd offers --dry-run"
+    expect_out "--store" "$cmd lists the store options"
+  done
+  run columns tblTickets --json
+  expect_rc 0 "columns"
+  python3 - "$out" <<'PY' || fail "columns --json: $out"
+import json, sys
+cols = {c["name"]: c for c in json.loads(sys.argv[1])["columns"]}
+assert cols["tTitle"]["type"] == "Text" and cols["tTitle"]["size"] == 100, cols
+assert cols["nId"]["nullable"] is False and cols["tTitle"]["nullable"] is True, cols
+PY
+  run columns tblNoSuch
+  expect_rc 1 "columns of a missing table"
+  run add-field tblTickets tNote --type nosuch
+  expect_rc 2 "unknown field type"
+  run add-field tblTickets tNote --type text --size 30 --not-null
+  expect_rc 0 "add-field"
+  run add-field tblTickets tNote --type text --size 30
+  expect_rc 1 "add-field of a field that exists"
+  run create-index tblTickets ByTitle tTitle --unique
+  expect_rc 0 "create-index"
+  local before
+  before=$(sha256sum helpdesk.db)
+  run alter-field tblTickets tTitle --type text --size 200 --dry-run
+  expect_rc 0 "alter-field --dry-run"
+  expect_out "^Would run: " "alter-field --dry-run prints the statements"
+  [[ $(sha256sum helpdesk.db) == "$before" ]] || fail "alter-field --dry-run changed the file"
+  run alter-field tblTickets tTitle --type text --size 200
+  expect_rc 0 "alter-field"
+  run columns tblTickets --json
+  grep -q '"size": 200' <<<"$out" || fail "alter-field did not widen tTitle: $out"
+  run indexes tblTickets --json
+  grep -q '"UN_tblTickets_ByTitle"' <<<"$out" || fail "alter-field lost the unique index: $out"
+  run rename-field tblTickets tTitle tSubject
+  expect_rc 0 "rename-field"
+  run columns tblTickets
+  expect_out "^tSubject " "rename-field"
+  run set-nullable tblTickets tNote --null
+  expect_rc 0 "set-nullable"
+  run set-nullable tblTickets tNote
+  expect_rc 2 "set-nullable without --null or --not-null"
+  run drop-index tblTickets UN_tblTickets_ByTitle
+  expect_rc 0 "drop-index"
+  run drop-field tblTickets tNote
+  expect_rc 0 "drop-field"
+  [[ $(tickets) == 20 ]] || fail "schema changes lost tickets"
+  run drop-table tblTickets --dry-run
+  expect_out "^Would run: DROP TABLE" "drop-table --dry-run"
+  run drop-table tblTickets
+  expect_rc 0 "drop-table"
+  run tables
+  grep -q tblTickets <<<"$out" && fail "drop-table left the table"
+  cd "$work" || return
+}
+
 # One server engine: URL prefix, driver option, client to drop the database afterwards.
 server_round() {
   local name=$1 url=$2 drop=$3
@@ -347,6 +415,14 @@ server_round() {
   expect_out "^7\.9$" "$name version"
   run -S "$url/$db" "$@" compact
   expect_rc 0 "$name compact"
+  run -S "$url/$db" "$@" add-field tblTickets tNote --type text --size 30 --not-null
+  expect_rc 0 "$name add-field"
+  run -S "$url/$db" "$@" alter-field tblTickets tTitle --type text --size 200 --yes
+  expect_rc 0 "$name alter-field"
+  run -S "$url/$db" "$@" columns tblTickets --json
+  grep -q '"size": 200' <<<"$out" || fail "$name alter-field did not widen tTitle: $out"
+  run -S "$url/$db" "$@" drop-field tblTickets tNote --yes
+  expect_rc 0 "$name drop-field"
   $drop "$db" >/dev/null 2>&1 || fail "$name: could not drop $db"
 }
 

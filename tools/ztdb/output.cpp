@@ -1,6 +1,7 @@
 // Output forms of the tool and what it does when it is stopped.
 #include <signal.h>
 
+#include <algorithm>
 #include <csignal>
 #include <iostream>
 
@@ -15,6 +16,23 @@ void Output::Line(const std::string& text) const {
 
 void Output::Json(const nlohmann::json& document) const {
   if (json) std::cout << document.dump(2) << "\n";
+}
+
+void Output::Table(const std::vector<std::vector<std::string>>& rows) const {
+  if (json) return;
+  std::vector<std::size_t> widths;
+  for (const auto& row : rows)
+    for (std::size_t i = 0; i < row.size(); ++i) {
+      if (widths.size() <= i) widths.push_back(0);
+      widths[i] = std::max(widths[i], row[i].size());
+    }
+  for (const auto& row : rows) {
+    std::string line;
+    for (std::size_t i = 0; i < row.size(); ++i)
+      line += i + 1 < row.size() ? row[i] + std::string(widths[i] - row[i].size() + 2, ' ')
+                                 : row[i];
+    std::cout << line << "\n";
+  }
 }
 
 void Output::Note(const std::string& text) const {

@@ -49,6 +49,8 @@ class Output {
   void Line(const std::string& text) const;
   // The JSON document of a read command; printed only with --json.
   void Json(const nlohmann::json& document) const;
+  // Rows of text in aligned columns, the first row the headings; left out with --json.
+  void Table(const std::vector<std::vector<std::string>>& rows) const;
   // Progress and notes: stderr with --json so that stdout stays one document.
   void Note(const std::string& text) const;
 };
@@ -74,6 +76,7 @@ struct Command {
 // The command groups, each in a file of its own.
 std::vector<Command> InfoCommands();
 std::vector<Command> ChangeCommands();
+std::vector<Command> SchemaCommands();
 
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
