@@ -86,6 +86,14 @@ void RequireNoNulls(Connection& cn, const std::string& table, const std::string&
                       "' holds Null values and cannot be made NOT NULL.");
 }
 
+// A NOT NULL column without a fill can only be added to a table without rows.
+void RequireEmpty(Connection& cn, const std::string& table, const std::string& column) {
+  if (Count(cn, table, "") > 0)
+    throw ZtError(hr::kIntegrity, kSchemaSource,
+                  "Column '" + column + "' of table '" + table +
+                      "' cannot be added as NOT NULL to rows without a value for it.");
+}
+
 // The base name of a type text, lower case ("varchar" for "VARCHAR(50)", "text" for
 // "TEXT (50)").
 std::string TypeBase(const std::string& type) {
@@ -190,10 +198,7 @@ class SqliteDialect : public Dialect {
     if (nullable) return OneStatement(AlterTable(table) + "ADD COLUMN " + item);
     // SQLite adds a NOT NULL column in place only with a default that would stay; the rebuild
     // fills the rows instead and leaves the column without one.
-    if (fill.empty() && Count(cn, table, "") > 0)
-      throw ZtError(hr::kIntegrity, kSchemaSource,
-                    "Column '" + column + "' of table '" + table +
-                        "' cannot be added as NOT NULL to rows without a value for it.");
+    if (fill.empty()) RequireEmpty(cn, table, column);
     std::size_t after = 0;
     for (std::size_t i = 0; i < def.items.size(); ++i)
       if (!SqliteItemName(def.items[i]).empty()) after = i + 1;
@@ -588,7 +593,10 @@ SchemaPlan Dialect::PlanAddColumn(Connection& cn, const std::string& table,
   RequireTable(cn, table);
   const std::string add = AlterTable(table) + "ADD COLUMN " + BracketName(column) + " " + type;
   if (nullable) return OneStatement(add);
-  if (fill.empty()) return OneStatement(add + " NOT NULL");
+  if (fill.empty()) {
+    RequireEmpty(cn, table, column);
+    return OneStatement(add + " NOT NULL");
+  }
   // The default only fills the rows there are; the column keeps none.
   SchemaPlan p = OneStatement(add + " NOT NULL DEFAULT " + fill);
   p.statements.push_back(AlterTable(table) + "ALTER COLUMN " + BracketName(column) +
