@@ -412,3 +412,39 @@ INSTANTIATE_TEST_SUITE_P(Live, SchemaEngineTest, ::testing::ValuesIn(LiveEngines
 
 }  // namespace
 }  // namespace zt::testing
+
+namespace zt::testing {
+namespace {
+
+// The Jet type names the data types table gives (with its blank before the length) read back
+// from an SQLite file as the DAO and ADO types they name.
+TEST(SchemaJetTypesTest, JetNamesReadBackAsTheirTypes) {
+  const auto dir =
+      std::filesystem::temp_directory_path() / ("zt_schema_jet_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  {
+    Connection cn;
+    cn.Open(EngineNamed("SQLite").ConnectionString((dir / "jet.db").string()));
+    cn.Execute(
+        "CREATE TABLE [jet] ([t] TEXT (50), [m] LONGTEXT, [s] SHORT, [b] BYTE, [l] LONGBINARY, "
+        "[g] GUID)");
+    const std::map<std::string, std::pair<std::int32_t, std::int64_t>> expected = {
+        {"t", {adVarWChar, 50}},       {"m", {adLongVarWChar, 0}},  {"s", {adSmallInt, 0}},
+        {"b", {adUnsignedTinyInt, 0}}, {"l", {adLongVarBinary, 0}}, {"g", {adGUID, 0}}};
+    const Variant none;
+    auto cols = cn.OpenSchema(adSchemaColumns, Variant::Array({none, none, Variant("jet")}));
+    std::size_t seen = 0;
+    for (; !cols->Eof(); cols->MoveNext(), ++seen) {
+      const auto& [type, size] = expected.at(cols->Fields("COLUMN_NAME").Value().ToText());
+      EXPECT_EQ(cols->Fields("DATA_TYPE").Value().ToInt32(), type);
+      if (size) {
+        EXPECT_EQ(cols->Fields("CHARACTER_MAXIMUM_LENGTH").Value().ToInt64(), size);
+      }
+    }
+    EXPECT_EQ(seen, expected.size());
+  }
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace zt::testing
