@@ -3,10 +3,12 @@
 
 #include <array>
 #include <cctype>
+#include <cstdlib>
 #include <vector>
 
 #include "platform/errors.h"
 #include "platform/sql_text.h"
+#include "platform/table_rebuild.h"
 #include "zt/platform.h"
 
 namespace zt::platform {
@@ -14,96 +16,13 @@ namespace zt::platform {
 namespace {
 
 constexpr const char* kRebuildSource = "DAO.Database";
+constexpr const char* kSchemaSource = "ADODB.Connection";
 
 // `s` as an SQL string literal.
 std::string Literal(const std::string& s) {
   std::string out = "'";
   for (char c : s) out += c == '\'' ? std::string("''") : std::string(1, c);
   return out + "'";
-}
-
-// End (one past) of a quoted part starting at i, or i when none starts there.
-std::size_t SkipQuoted(const std::string& s, std::size_t i) {
-  const char c = s[i];
-  if (c != '\'' && c != '"' && c != '`' && c != '[') return i;
-  const char close = c == '[' ? ']' : c;
-  std::size_t j = i + 1;
-  while (j < s.size()) {
-    if (s[j] == close) {
-      if (j + 1 < s.size() && s[j + 1] == close) {
-        j += 2;
-        continue;
-      }
-      return j + 1;
-    }
-    ++j;
-  }
-  return s.size();
-}
-
-// A CREATE TABLE statement cut into its head ("CREATE TABLE x"), its column and constraint items
-// and its tail (after the closing parenthesis: WITHOUT ROWID ...).
-struct TableSql {
-  std::string head, tail;
-  std::vector<std::string> items;
-};
-
-TableSql SplitCreate(const std::string& sql) {
-  TableSql t;
-  std::size_t i = 0;
-  while (i < sql.size() && sql[i] != '(') {
-    const std::size_t e = SkipQuoted(sql, i);
-    i = e == i ? i + 1 : e;
-  }
-  if (i >= sql.size())
-    RaiseAdo(AdoError::kInvalidArgument, kRebuildSource, "(unreadable table definition)");
-  t.head = sql.substr(0, i);
-  int depth = 0;
-  std::string item;
-  for (++i; i < sql.size(); ++i) {
-    const std::size_t e = SkipQuoted(sql, i);
-    if (e != i) {
-      item.append(sql, i, e - i);
-      i = e - 1;
-      continue;
-    }
-    const char c = sql[i];
-    if (c == '(') ++depth;
-    if (c == ')' && depth-- == 0) break;
-    if (c == ',' && depth == 0) {
-      t.items.push_back(item);
-      item.clear();
-      continue;
-    }
-    item += c;
-  }
-  t.items.push_back(item);
-  t.tail = i < sql.size() ? sql.substr(i + 1) : "";
-  return t;
-}
-
-// The column name an item defines (unquoted), or "" for a table constraint.
-std::string ItemName(const std::string& item) {
-  std::size_t i = 0;
-  while (i < item.size() && std::isspace(static_cast<unsigned char>(item[i]))) ++i;
-  if (i >= item.size()) return {};
-  const std::size_t e = SkipQuoted(item, i);
-  if (e != i) {
-    std::string n = item.substr(i + 1, e - i - 2);
-    const char q = item[i] == '[' ? ']' : item[i];
-    std::string out;
-    for (std::size_t k = 0; k < n.size(); ++k) {
-      out += n[k];
-      if (n[k] == q && k + 1 < n.size() && n[k + 1] == q) ++k;
-    }
-    return out;
-  }
-  std::size_t j = i;
-  while (j < item.size() && !std::isspace(static_cast<unsigned char>(item[j]))) ++j;
-  const std::string word = item.substr(i, j - i);
-  for (const char* kw : {"constraint", "primary", "unique", "check", "foreign"})
-    if (AsciiLower(word) == kw) return {};
-  return word;
 }
 
 std::string Sized(const char* type, std::int32_t size) {
@@ -129,6 +48,113 @@ std::string AlterTable(const std::string& table) {
   return "ALTER TABLE " + BracketName(table) + " ";
 }
 
+// What the planning needs to know of a column now.
+struct ColumnFacts {
+  std::string name;  // as the engine spells it
+  std::int32_t ado_type = 0;
+  bool nullable = true;
+};
+
+// The column's facts from the columns rowset; 3265 when the table has no such column.
+ColumnFacts RequireColumn(Connection& cn, const std::string& table, const std::string& column) {
+  auto rs = cn.OpenSchema(ado::adSchemaColumns,
+                          Variant::Array({Variant(), Variant(), Variant(table), Variant(column)}));
+  if (rs->Eof()) RaiseAdo(AdoError::kItemNotFound, kSchemaSource, "(" + table + "." + column + ")");
+  return {rs->Fields("COLUMN_NAME").Value().ToText(), rs->Fields("DATA_TYPE").Value().ToInt32(),
+          rs->Fields("IS_NULLABLE").Value().ToBool()};
+}
+
+void RequireTable(Connection& cn, const std::string& table) {
+  auto rs =
+      cn.OpenSchema(ado::adSchemaTables, Variant::Array({Variant(), Variant(), Variant(table)}));
+  if (rs->Eof()) RaiseAdo(AdoError::kItemNotFound, kSchemaSource, "(" + table + ")");
+}
+
+std::int64_t Count(Connection& cn, const std::string& table, const std::string& where) {
+  return cn.Execute("SELECT COUNT(*) FROM " + BracketName(table) + where)
+      ->Fields(0)
+      .Value()
+      .ToInt64();
+}
+
+// A column made NOT NULL over rows that hold Null is refused before anything changes, with
+// the integrity error the engines give when a constraint refuses a change.
+void RequireNoNulls(Connection& cn, const std::string& table, const std::string& column) {
+  if (Count(cn, table, " WHERE " + BracketName(column) + " IS NULL") > 0)
+    throw ZtError(hr::kIntegrity, kSchemaSource,
+                  "Column '" + column + "' of table '" + table +
+                      "' holds Null values and cannot be made NOT NULL.");
+}
+
+// A NOT NULL column without a fill can only be added to a table without rows.
+void RequireEmpty(Connection& cn, const std::string& table, const std::string& column) {
+  if (Count(cn, table, "") > 0)
+    throw ZtError(hr::kIntegrity, kSchemaSource,
+                  "Column '" + column + "' of table '" + table +
+                      "' cannot be added as NOT NULL to rows without a value for it.");
+}
+
+// The base name of a type text, lower case ("varchar" for "VARCHAR(50)", "text" for
+// "TEXT (50)").
+std::string TypeBase(const std::string& type) {
+  std::string base = AsciiLower(type.substr(0, type.find('(')));
+  while (!base.empty() && base.back() == ' ') base.pop_back();
+  return base;
+}
+
+// Types whose values are numbers: a text that does not read as one cannot move into them.
+bool IsNumericType(const std::string& type) {
+  const std::string base = TypeBase(type);
+  for (const char* n : {"byte", "short", "long", "int", "integer", "smallint", "tinyint",
+                        "tinyint unsigned", "bigint", "mediumint", "single", "double", "real",
+                        "float", "double precision", "currency", "money", "decimal", "numeric"})
+    if (base == n) return true;
+  return false;
+}
+
+bool IsTextCode(std::int32_t ado_type) {
+  return ado_type == 129 || ado_type == 130 || ado_type == 200 || ado_type == 201 ||
+         ado_type == 202 || ado_type == 203;
+}
+
+// The length of a "VARCHAR(n)" / "CHAR(n)" / "TEXT(n)" type text, 0 when it has none.
+std::int64_t TypeLength(const std::string& type) {
+  const std::size_t open = type.find('(');
+  if (open == std::string::npos) return 0;
+  const std::string base = TypeBase(type);
+  if (base != "varchar" && base != "char" && base != "text" && base != "nvarchar") return 0;
+  return std::atoll(type.c_str() + open + 1);
+}
+
+[[noreturn]] void RaiseCantConvert(const std::string& table, const std::string& column,
+                                   const std::string& type) {
+  throw ZtError(hr::kCantConvert, kSchemaSource,
+                "Values of column '" + column + "' of table '" + table +
+                    "' cannot be converted to " + type + ".");
+}
+
+// "([a], [b])" for a column list; 3001 when it is empty.
+std::string ColumnList(const std::vector<std::string>& columns) {
+  if (columns.empty())
+    RaiseAdo(AdoError::kInvalidArgument, kSchemaSource, "(an index needs at least one column)");
+  std::string out;
+  for (const auto& c : columns) out += (out.empty() ? "" : ", ") + BracketName(c);
+  return "(" + out + ")";
+}
+
+SchemaPlan OneStatement(std::string sql) {
+  SchemaPlan p;
+  p.statements.push_back(std::move(sql));
+  return p;
+}
+
+// Index kinds outside the three the schema operations know are refused.
+void RequireIndexKind(std::int32_t kind) {
+  if (kind != kIndexPrimaryKey && kind != kIndexUnique && kind != kIndexPlain)
+    RaiseAdo(AdoError::kInvalidArgument, kSchemaSource,
+             "(index kind " + std::to_string(kind) + ")");
+}
+
 // SQLite: declared types keep the Jet vocabulary, so that DAO type codes read back as they were
 // written. Columns are added, dropped and renamed in place; any other change rebuilds the table.
 class SqliteDialect : public Dialect {
@@ -151,83 +177,169 @@ class SqliteDialect : public Dialect {
   std::string CreateDatabase(const std::string&) const override { return {}; }
   std::string DropDatabase(const std::string&) const override { return {}; }
 
-  // SQLite's documented way to change a column: build the new table beside the old one, copy
-  // the rows, drop the old table, rename the new one, then create the indexes, triggers and
-  // views again, all in one transaction with foreign-key enforcement paused and checked before
-  // commit.
+  // A rebuild (platform/table_rebuild.h) run as one plan: nothing changes when a step fails.
   void RebuildTable(Connection& cn, const std::string& table, const std::string& column,
                     const ColumnChange& change) const override {
     if (cn.InTransaction())
       RaiseAdo(AdoError::kIllegalOperation, kRebuildSource,
                "(a table cannot be rebuilt inside a transaction)");
-    auto scalar = [&](const std::string& sql) { return cn.Execute(sql)->Fields(0).Value(); };
-    const std::string create =
-        scalar("SELECT sql FROM sqlite_master WHERE type = 'table' AND name = " + Literal(table))
-            .ToText();
-    TableSql parts = SplitCreate(create);
-    bool found = false;
-    for (std::string& item : parts.items) {
-      if (AsciiLower(ItemName(item)) != AsciiLower(column)) continue;
-      found = true;
-      item = change(item);
-    }
-    if (!found) RaiseAdo(AdoError::kItemNotFound, kRebuildSource, "(" + column + ")");
+    SqliteTableDef def = SqliteTableDef::Read(cn, table);
+    const int at = def.ItemOf(column);
+    if (at < 0) RaiseAdo(AdoError::kItemNotFound, kRebuildSource, "(" + column + ")");
+    def.items[static_cast<std::size_t>(at)] = change(def.items[static_cast<std::size_t>(at)]);
+    RunSchemaPlan(cn, def.Plan());
+  }
 
+  SchemaPlan PlanAddColumn(Connection& cn, const std::string& table, const std::string& column,
+                           const std::string& type, bool nullable,
+                           const std::string& fill) const override {
+    SqliteTableDef def = SqliteTableDef::Read(cn, table);
+    std::string item = BracketName(column) + " " + type;
+    if (nullable) return OneStatement(AlterTable(table) + "ADD COLUMN " + item);
+    // SQLite adds a NOT NULL column in place only with a default that would stay; the rebuild
+    // fills the rows instead and leaves the column without one.
+    if (fill.empty()) RequireEmpty(cn, table, column);
+    std::size_t after = 0;
+    for (std::size_t i = 0; i < def.items.size(); ++i)
+      if (!SqliteItemName(def.items[i]).empty()) after = i + 1;
+    def.items.insert(def.items.begin() + static_cast<std::ptrdiff_t>(after), item + " NOT NULL");
+    std::vector<std::pair<std::string, std::string>> copy;
+    for (const auto& c : def.Columns()) copy.emplace_back(c, BracketName(c));
+    if (!fill.empty()) copy.emplace_back(column, fill);
+    return def.Plan(copy);
+  }
+
+  SchemaPlan PlanAlterColumn(Connection& cn, const std::string& table, const std::string& column,
+                             const std::string& type, bool nullable) const override {
+    SqliteTableDef def = SqliteTableDef::Read(cn, table);
+    const std::size_t at = RequireItem(def, table, column);
+    if (!nullable) RequireNoNulls(cn, table, column);
+    // SQLite would keep a text that does not read as a number as it is, in a numeric column;
+    // such a change is refused instead, as the server engines refuse it.
+    if (IsNumericType(type)) {
+      auto rs =
+          cn.Execute("SELECT DISTINCT " + BracketName(column) + " FROM " + BracketName(table) +
+                     " WHERE typeof(" + BracketName(column) + ") = 'text'");
+      for (; !rs->Eof(); rs->MoveNext())
+        if (!ReadsAsNumber(rs->Fields(0).Value().ToText())) RaiseCantConvert(table, column, type);
+    }
+    def.items[at] = RetypeColumnItem(def.items[at], type, nullable);
+    return def.Plan();
+  }
+
+  SchemaPlan PlanSetNullable(Connection& cn, const std::string& table, const std::string& column,
+                             const std::string&, bool nullable) const override {
+    SqliteTableDef def = SqliteTableDef::Read(cn, table);
+    const std::size_t at = RequireItem(def, table, column);
+    if (!nullable) RequireNoNulls(cn, table, column);
+    // The item keeps its own type text: the Jet name as the table was made with it.
+    def.items[at] = RetypeColumnItem(def.items[at], {}, nullable);
+    return def.Plan();
+  }
+
+  SchemaPlan PlanRenameColumn(Connection& cn, const std::string& table, const std::string& from,
+                              const std::string& to) const override {
+    // SQLite renames in place and corrects its indexes, triggers and views itself.
+    RequireItem(SqliteTableDef::Read(cn, table), table, from);
+    return OneStatement(RenameColumn(table, from, to));
+  }
+
+  SchemaPlan PlanDropColumn(Connection& cn, const std::string& table,
+                            const std::string& column) const override {
+    SqliteTableDef def = SqliteTableDef::Read(cn, table);
+    const std::size_t at = RequireItem(def, table, column);
+    if (def.DropsInPlace(column)) return OneStatement(DropColumn(table, column));
+    def.items.erase(def.items.begin() + static_cast<std::ptrdiff_t>(at));
+    return def.Plan();
+  }
+
+  SchemaPlan PlanCreateIndex(Connection& cn, const std::string& table,
+                             const std::vector<std::string>& columns, const std::string& name,
+                             std::int32_t kind) const override {
+    RequireIndexKind(kind);
+    SqliteTableDef def = SqliteTableDef::Read(cn, table);
+    const std::string list = ColumnList(columns);
+    if (kind != kIndexPrimaryKey)
+      return OneStatement(std::string("CREATE ") + (kind == kIndexUnique ? "UNIQUE " : "") +
+                          "INDEX " + BracketName(name) + " ON " + BracketName(table) + " " + list);
+    // SQLite adds a primary key only with the table's definition.
+    def.items.push_back("CONSTRAINT " + BracketName(name) + " PRIMARY KEY " + list);
+    return def.Plan();
+  }
+
+  SchemaPlan PlanDropIndex(Connection& cn, const std::string& table, const std::string& name,
+                           bool constraint) const override {
+    SqliteTableDef def = SqliteTableDef::Read(cn, table);
+    // A constraint item of that name.
+    for (std::size_t i = 0; i < def.items.size(); ++i) {
+      if (!SqliteItemName(def.items[i]).empty()) continue;
+      const ConstraintItem c = ReadConstraintItem(def.items[i]);
+      if (!c.name.empty() && AsciiLower(c.name) == AsciiLower(name) &&
+          (c.kind == "PRIMARY" || c.kind == "UNIQUE")) {
+        def.items.erase(def.items.begin() + static_cast<std::ptrdiff_t>(i));
+        return def.Plan();
+      }
+    }
+    // Otherwise what SQLite says of the index: made by CREATE INDEX ('c'), or the automatic
+    // index of a primary key ('pk') or a unique constraint ('u').
+    std::string origin;
     std::vector<std::string> columns;
     {
-      auto rs =
-          cn.Execute("SELECT name FROM pragma_table_info(" + Literal(table) + ") ORDER BY cid");
-      for (; !rs->Eof(); rs->MoveNext()) columns.push_back(rs->Fields(0).Value().ToText());
-    }
-    std::string column_list;
-    for (const auto& c : columns) column_list += (column_list.empty() ? "" : ", ") + BracketName(c);
-    std::vector<std::string> recreate, views;
-    {
-      auto rs = cn.Execute(
-          "SELECT type, name, sql FROM sqlite_master WHERE sql IS NOT NULL AND "
-          "((type IN ('index', 'trigger') AND tbl_name = " +
-          Literal(table) + ") OR type = 'view') ORDER BY type = 'view'");
+      auto rs = cn.Execute("SELECT l.origin, i.name FROM pragma_index_list(" + Literal(table) +
+                           ") l JOIN pragma_index_info(l.name) i WHERE l.name = " + Literal(name) +
+                           " COLLATE NOCASE ORDER BY i.seqno");
       for (; !rs->Eof(); rs->MoveNext()) {
-        const std::string sql = rs->Fields(2).Value().ToText();
-        if (rs->Fields(0).Value().ToText() != "view") {
-          recreate.push_back(sql);
-        } else if (AsciiLower(sql).find(AsciiLower(table)) != std::string::npos) {
-          views.push_back(rs->Fields(1).Value().ToText());
-          recreate.push_back(sql);
+        origin = rs->Fields(0).Value().ToText();
+        columns.push_back(AsciiLower(rs->Fields(1).Value().ToText()));
+      }
+    }
+    if (origin == "c" || (origin.empty() && !constraint))
+      return OneStatement("DROP INDEX " + BracketName(name));
+    // The indexes rowset names a primary key "PrimaryKey"; the schema operations name it PK_.
+    const std::string lower = AsciiLower(name);
+    const bool primary =
+        origin == "pk" || (origin.empty() && (lower == "primarykey" || lower.rfind("pk_", 0) == 0));
+    if (!primary && origin != "u")
+      RaiseAdo(AdoError::kItemNotFound, kSchemaSource, "(" + table + "." + name + ")");
+    for (std::size_t i = 0; i < def.items.size(); ++i) {
+      std::string& item = def.items[i];
+      if (SqliteItemName(item).empty()) {
+        ConstraintItem c = ReadConstraintItem(item);
+        for (auto& col : c.columns) col = AsciiLower(col);
+        if (c.kind == (primary ? "PRIMARY" : "UNIQUE") && (primary || c.columns == columns)) {
+          def.items.erase(def.items.begin() + static_cast<std::ptrdiff_t>(i));
+          return def.Plan();
         }
+        continue;
+      }
+      if (!primary && (columns.size() != 1 || AsciiLower(SqliteItemName(item)) != columns[0]))
+        continue;
+      if (const std::string stripped = StripKeyClause(item, primary); stripped != item) {
+        item = stripped;
+        return def.Plan();
       }
     }
-    std::string body;
-    for (const auto& item : parts.items) body += (body.empty() ? "" : ",") + item;
-    const std::string temp = "zt_rebuild_" + table;
+    RaiseAdo(AdoError::kItemNotFound, kSchemaSource, "(" + table + "." + name + ")");
+  }
 
-    const bool fk_on = scalar("PRAGMA foreign_keys").ToInt32() != 0;
-    if (fk_on) cn.Execute("PRAGMA foreign_keys = OFF");
-    cn.BeginTrans();
-    try {
-      for (const auto& v : views) cn.Execute("DROP VIEW " + BracketName(v));
-      cn.Execute("CREATE TABLE " + BracketName(temp) + " (" + body + ")" + parts.tail);
-      cn.Execute("INSERT INTO " + BracketName(temp) + " (" + column_list + ") SELECT " +
-                 column_list + " FROM " + BracketName(table));
-      cn.Execute("DROP TABLE " + BracketName(table));
-      cn.Execute("ALTER TABLE " + BracketName(temp) + " RENAME TO " + BracketName(table));
-      for (const auto& sql : recreate) cn.Execute(sql);
-      auto bad = cn.Execute("PRAGMA foreign_key_check");
-      if (bad->State() == ado::adStateOpen && !bad->Eof())
-        throw ZtError(hr::kIntegrity, kRebuildSource,
-                      "The change would break a relationship of table '" +
-                          bad->Fields(0).Value().ToText() + "'.");
-      cn.CommitTrans();
-    } catch (...) {
-      try {
-        cn.RollbackTrans();
-      } catch (const ZtError&) {
-        // The rebuild's own error is the one to report.
-      }
-      if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");
-      throw;
-    }
-    if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");
+ private:
+  static std::size_t RequireItem(const SqliteTableDef& def, const std::string& table,
+                                 const std::string& column) {
+    const int at = def.ItemOf(column);
+    if (at < 0) RaiseAdo(AdoError::kItemNotFound, kSchemaSource, "(" + table + "." + column + ")");
+    return static_cast<std::size_t>(at);
+  }
+
+  // A text that SQLite's numeric affinity turns into a number.
+  static bool ReadsAsNumber(const std::string& text) {
+    const char* p = text.c_str();
+    while (*p == ' ') ++p;
+    if (!*p) return false;
+    char* end = nullptr;
+    std::strtod(p, &end);
+    if (end == p) return false;
+    while (*end == ' ') ++end;
+    return *end == 0;
   }
 };
 
@@ -245,7 +357,27 @@ class PostgresDialect : public Dialect {
   }
   std::string AlterColumn(const std::string& table, const std::string& column,
                           const std::string& type) const override {
-    return AlterTable(table) + "ALTER COLUMN " + BracketName(column) + " TYPE " + type;
+    // USING converts what has no implicit cast (text to a number); a value that does not
+    // convert fails the statement, and the plan's transaction undoes the rest.
+    return AlterTable(table) + "ALTER COLUMN " + BracketName(column) + " TYPE " + type +
+           " USING CAST(" + BracketName(column) + " AS " + type + ")";
+  }
+  SchemaPlan PlanDropIndex(Connection& cn, const std::string& table, const std::string& name,
+                           bool constraint) const override {
+    // A unique index made by CREATE UNIQUE INDEX is no constraint here, however the indexes
+    // rowset flags it; an index lives in its table's schema, which DROP INDEX must name.
+    auto rs = cn.Execute(
+        "SELECT n.nspname, (SELECT COUNT(*) FROM pg_constraint k WHERE k.conrelid = c.oid AND "
+        "lower(k.conname) = lower(" +
+        Literal(name) +
+        ")) FROM pg_class c JOIN pg_namespace n ON n.oid = c.relnamespace WHERE lower(c.relname) "
+        "= lower(" +
+        Literal(table) + ") AND pg_table_is_visible(c.oid)");
+    if (rs->Eof()) RaiseAdo(AdoError::kItemNotFound, kSchemaSource, "(" + table + ")");
+    if (constraint && rs->Fields(1).Value().ToInt64() > 0)
+      return OneStatement(AlterTable(table) + "DROP CONSTRAINT " + BracketName(name));
+    return OneStatement("DROP INDEX " + BracketName(rs->Fields(0).Value().ToText()) + "." +
+                        BracketName(name));
   }
   std::string MaintenanceDatabase() const override { return "postgres"; }
   std::string SizeQuery() const override { return "SELECT pg_database_size(current_database())"; }
@@ -274,6 +406,57 @@ class MariaDbDialect : public Dialect {
                           const std::string& type) const override {
     return AlterTable(table) + "MODIFY " + BracketName(column) + " " + type;
   }
+  // Each DDL statement commits on its own here, so a plan is checked before it starts: Nulls
+  // for a NOT NULL column, texts that do not read as numbers, texts longer than a new length.
+  // A single ALTER TABLE is still all or nothing (the engine copies the table); what can be
+  // left behind is a plan's later statement failing after an earlier one committed, which
+  // only the added NOT NULL column has: its fill default stays when dropping it fails (a lost
+  // connection between the two statements).
+  bool TransactionalDdl() const override { return false; }
+
+  SchemaPlan PlanAlterColumn(Connection& cn, const std::string& table, const std::string& column,
+                             const std::string& type, bool nullable) const override {
+    const ColumnFacts facts = RequireColumn(cn, table, column);
+    if (!nullable) RequireNoNulls(cn, table, column);
+    const std::string c = BracketName(column);
+    if (IsNumericType(type) && IsTextCode(facts.ado_type) &&
+        Count(cn, table,
+              " WHERE " + c + " IS NOT NULL AND TRIM(" + c +
+                  ") NOT REGEXP '^[-+]?([0-9]+[.]?[0-9]*|[.][0-9]+)([eE][-+]?[0-9]+)?$'") > 0)
+      RaiseCantConvert(table, column, type);
+    if (const std::int64_t length = TypeLength(type);
+        length > 0 &&
+        Count(cn, table, " WHERE CHAR_LENGTH(" + c + ") > " + std::to_string(length)) > 0)
+      throw ZtError(hr::kDataOverflow, kSchemaSource,
+                    "Values of column '" + column + "' of table '" + table + "' are longer than " +
+                        type + " holds.");
+    return Modify(table, column, type, nullable);
+  }
+  SchemaPlan PlanSetNullable(Connection& cn, const std::string& table, const std::string& column,
+                             const std::string& type, bool nullable) const override {
+    RequireColumn(cn, table, column);
+    if (!nullable) RequireNoNulls(cn, table, column);
+    return Modify(table, column, type, nullable);
+  }
+  SchemaPlan PlanDropIndex(Connection& cn, const std::string& table, const std::string& name,
+                           bool constraint) const override {
+    RequireTable(cn, table);
+    // The primary key's index is always called PRIMARY here, whatever name it was given.
+    const std::string lower = AsciiLower(name);
+    if (constraint && (lower == "primary" || lower == AsciiLower("PK_" + table)))
+      return OneStatement(AlterTable(table) + "DROP PRIMARY KEY");
+    return OneStatement(AlterTable(table) + "DROP INDEX " + BracketName(name));
+  }
+
+ private:
+  // MODIFY restates the whole column: its type and its nullability.
+  static SchemaPlan Modify(const std::string& table, const std::string& column,
+                           const std::string& type, bool nullable) {
+    return OneStatement(AlterTable(table) + "MODIFY COLUMN " + BracketName(column) + " " + type +
+                        (nullable ? " NULL" : " NOT NULL"));
+  }
+
+ public:
   std::string SizeQuery() const override {
     return "SELECT SUM(data_length + index_length) FROM information_schema.tables WHERE "
            "table_schema = DATABASE()";
@@ -402,47 +585,112 @@ const Dialect& DialectFor(std::string_view engine) {
   return kPortable;
 }
 
-}  // namespace zt::platform
+// The portable plans: the SQL standard's ALTER TABLE, one statement per step.
 
-namespace zt::platform {
+SchemaPlan Dialect::PlanAddColumn(Connection& cn, const std::string& table,
+                                  const std::string& column, const std::string& type, bool nullable,
+                                  const std::string& fill) const {
+  RequireTable(cn, table);
+  const std::string add = AlterTable(table) + "ADD COLUMN " + BracketName(column) + " " + type;
+  if (nullable) return OneStatement(add);
+  if (fill.empty()) {
+    RequireEmpty(cn, table, column);
+    return OneStatement(add + " NOT NULL");
+  }
+  // The default only fills the rows there are; the column keeps none.
+  SchemaPlan p = OneStatement(add + " NOT NULL DEFAULT " + fill);
+  p.statements.push_back(AlterTable(table) + "ALTER COLUMN " + BracketName(column) +
+                         " DROP DEFAULT");
+  return p;
+}
 
-// Until an engine composes its own plans, a change it is asked for is refused before anything
-// runs.
-SchemaPlan Dialect::PlanAddColumn(Connection&, const std::string& table, const std::string&,
-                                  const std::string&, bool, const std::string&) const {
-  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+SchemaPlan Dialect::PlanAlterColumn(Connection& cn, const std::string& table,
+                                    const std::string& column, const std::string& type,
+                                    bool nullable) const {
+  RequireColumn(cn, table, column);
+  if (!nullable) RequireNoNulls(cn, table, column);
+  SchemaPlan p = OneStatement(AlterColumn(table, column, type));
+  p.statements.push_back(AlterTable(table) + "ALTER COLUMN " + BracketName(column) +
+                         (nullable ? " DROP NOT NULL" : " SET NOT NULL"));
+  return p;
 }
-SchemaPlan Dialect::PlanAlterColumn(Connection&, const std::string& table, const std::string&,
-                                    const std::string&, bool) const {
-  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+
+SchemaPlan Dialect::PlanSetNullable(Connection& cn, const std::string& table,
+                                    const std::string& column, const std::string&,
+                                    bool nullable) const {
+  RequireColumn(cn, table, column);
+  if (!nullable) RequireNoNulls(cn, table, column);
+  return OneStatement(AlterTable(table) + "ALTER COLUMN " + BracketName(column) +
+                      (nullable ? " DROP NOT NULL" : " SET NOT NULL"));
 }
-SchemaPlan Dialect::PlanSetNullable(Connection&, const std::string& table, const std::string&,
-                                    const std::string&, bool) const {
-  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+
+SchemaPlan Dialect::PlanRenameColumn(Connection& cn, const std::string& table,
+                                     const std::string& from, const std::string& to) const {
+  RequireColumn(cn, table, from);
+  return OneStatement(RenameColumn(table, from, to));
 }
-SchemaPlan Dialect::PlanRenameColumn(Connection&, const std::string& table, const std::string&,
-                                     const std::string&) const {
-  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+
+SchemaPlan Dialect::PlanDropColumn(Connection& cn, const std::string& table,
+                                   const std::string& column) const {
+  RequireColumn(cn, table, column);
+  return OneStatement(DropColumn(table, column));
 }
-SchemaPlan Dialect::PlanDropColumn(Connection&, const std::string& table,
-                                   const std::string&) const {
-  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+
+SchemaPlan Dialect::PlanCreateIndex(Connection& cn, const std::string& table,
+                                    const std::vector<std::string>& columns,
+                                    const std::string& name, std::int32_t kind) const {
+  RequireIndexKind(kind);
+  RequireTable(cn, table);
+  const std::string list = ColumnList(columns);
+  if (kind == kIndexPlain)
+    return OneStatement("CREATE INDEX " + BracketName(name) + " ON " + BracketName(table) + " " +
+                        list);
+  return OneStatement(AlterTable(table) + "ADD CONSTRAINT " + BracketName(name) +
+                      (kind == kIndexPrimaryKey ? " PRIMARY KEY " : " UNIQUE ") + list);
 }
-SchemaPlan Dialect::PlanCreateIndex(Connection&, const std::string& table,
-                                    const std::vector<std::string>&, const std::string&,
-                                    std::int32_t) const {
-  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
-}
-SchemaPlan Dialect::PlanDropIndex(Connection&, const std::string& table, const std::string&,
-                                  bool) const {
-  RaiseAdo(AdoError::kNotUpdatable, kRebuildSource, "(no schema plans for " + table + ")");
+
+SchemaPlan Dialect::PlanDropIndex(Connection& cn, const std::string& table, const std::string& name,
+                                  bool constraint) const {
+  RequireTable(cn, table);
+  if (constraint) return OneStatement(AlterTable(table) + "DROP CONSTRAINT " + BracketName(name));
+  return OneStatement("DROP INDEX " + BracketName(name));
 }
 
 void RunSchemaPlan(Connection& cn, const SchemaPlan& plan) {
   if (cn.InTransaction())
-    RaiseAdo(AdoError::kIllegalOperation, kRebuildSource,
+    RaiseAdo(AdoError::kIllegalOperation, kSchemaSource,
              "(a schema change cannot run inside a transaction)");
-  for (const auto& sql : plan.statements) cn.Execute(sql);
+  if (!plan.rebuild && !cn.Dialect().TransactionalDdl()) {
+    for (const auto& sql : plan.statements) cn.Execute(sql);
+    return;
+  }
+  // A rebuild drops the table its relationships point at: SQLite's foreign-key enforcement is
+  // paused for it (it cannot change inside a transaction) and the relationships are checked
+  // as a whole before the commit.
+  const bool fk_on =
+      plan.rebuild && cn.Execute("PRAGMA foreign_keys")->Fields(0).Value().ToInt32() != 0;
+  if (fk_on) cn.Execute("PRAGMA foreign_keys = OFF");
+  cn.BeginTrans();
+  try {
+    for (const auto& sql : plan.statements) cn.Execute(sql);
+    if (plan.rebuild) {
+      auto bad = cn.Execute("PRAGMA foreign_key_check");
+      if (bad->State() == ado::adStateOpen && !bad->Eof())
+        throw ZtError(hr::kIntegrity, kRebuildSource,
+                      "The change would break a relationship of table '" +
+                          bad->Fields(0).Value().ToText() + "'.");
+    }
+    cn.CommitTrans();
+  } catch (...) {
+    try {
+      cn.RollbackTrans();
+    } catch (const ZtError&) {
+      // The plan's own error is the one to report.
+    }
+    if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");
+    throw;
+  }
+  if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");
 }
 
 }  // namespace zt::platform

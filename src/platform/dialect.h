@@ -34,7 +34,8 @@ using ColumnChange = std::function<std::string(const std::string& item)>;
 struct ZT_TEST_EXPORT SchemaPlan {
   std::vector<std::string> statements;
   // A table rebuild (SQLite): foreign-key enforcement is paused around the transaction and the
-  // relationships are checked before it commits.
+  // relationships are checked before it commits. It runs in one transaction even on an engine
+  // without transactional DDL.
   bool rebuild = false;
 };
 
@@ -107,11 +108,32 @@ class ZT_TEST_EXPORT Dialect {
                                      const std::vector<std::string>& columns,
                                      const std::string& name, std::int32_t kind) const;
   // Drops the index `name` of `table`; `constraint` says that it is a primary key or unique
-  // constraint rather than a plain index.
+  // constraint rather than a plain index. The name may be the one the indexes rowset lists
+  // ("PrimaryKey" or sqlite_autoindex_... on SQLite, PRIMARY on MariaDB) or the one the key was
+  // made with (PK_ + table); a unique index made by CREATE UNIQUE INDEX is dropped as an index
+  // even when `constraint` is set.
   virtual SchemaPlan PlanDropIndex(Connection& cn, const std::string& table,
                                    const std::string& name, bool constraint) const;
   // False when the engine commits each DDL statement on its own (MariaDB/MySQL): a plan of
-  // several statements can then stop half-way, and the planning checks beforehand instead.
+  // several statements can then stop half-way, and the planning checks beforehand instead
+  // (Nulls for NOT NULL: 0x80040E2F; a text that does not read as a number for a numeric type:
+  // 0x80040E07; a text longer than a new length: 0x80040E57). Each single ALTER TABLE there is
+  // still all or nothing. What can be left behind: an added NOT NULL column keeps its fill
+  // default when the second statement (DROP DEFAULT) fails after the first committed, and
+  // MODIFY COLUMN restates only the type and nullability, so a column's DEFAULT, COMMENT or
+  // AUTO_INCREMENT not given in `type` is dropped by an alter or a nullability change.
+  //
+  // Plans by engine:
+  //   SQLite      ADD COLUMN (nullable); a rebuild for NOT NULL adds, type and nullability
+  //               changes, primary keys and constraint drops; RENAME COLUMN; DROP COLUMN when
+  //               no key, index, constraint, trigger or view names the column, else a rebuild;
+  //               CREATE [UNIQUE] INDEX and DROP INDEX for plain and unique indexes.
+  //   PostgreSQL  ALTER COLUMN ... TYPE ... USING CAST, SET / DROP NOT NULL, RENAME COLUMN,
+  //               DROP COLUMN, ADD COLUMN ... NOT NULL DEFAULT fill then DROP DEFAULT,
+  //               ADD / DROP CONSTRAINT, DROP INDEX schema.name; all in one transaction.
+  //   MariaDB     MODIFY COLUMN type NULL / NOT NULL, RENAME COLUMN, DROP COLUMN, ADD COLUMN
+  //               ... NOT NULL DEFAULT fill then DROP DEFAULT, ADD CONSTRAINT, ALTER TABLE
+  //               DROP INDEX / DROP PRIMARY KEY (the key's index is always PRIMARY there).
   virtual bool TransactionalDdl() const { return true; }
 
   // Creating and dropping a whole database, sent over a connection to the server's maintenance

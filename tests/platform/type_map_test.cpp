@@ -16,6 +16,12 @@ TEST(TypeMapTest, NamesMapToTheCodesTheOldProvidersReported) {
   };
   const Case cases[] = {
       {"TEXT(50)", true, 202, 50, 10},
+      {"TEXT (50)", true, 202, 50, 10},
+      {"LONGTEXT", true, 203, 536870910, 12},
+      {"SHORT", true, 2, 2, 3},
+      {"BYTE", true, 17, 1, 2},
+      {"LONGBINARY", true, 205, 2147483647, 11},
+      {"GUID", true, 72, 16, 15},
       {"TEXT", true, 202, 255, 10},
       {"text", false, 203, 536870910, 12},
       {"VARCHAR(80)", false, 202, 80, 10},

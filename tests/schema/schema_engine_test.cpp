@@ -1,0 +1,450 @@
+// Schema changes on every live engine, for real: after each change the columns (type, size,
+// nullability), the indexes (names, uniqueness), the rows (count and checksum) and, on SQLite,
+// the triggers and views are what the change promises, and a change that fails part-way leaves
+// the table exactly as it was.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/dialect.h"
+#include "platform/sql_text.h"
+#include "support/engines.h"
+#include "zt/error.h"
+#include "zt/error_codes.h"
+#include "zt/platform.h"
+
+namespace zt::testing {
+namespace {
+
+using namespace zt::ado;
+using platform::AsciiLower;
+
+// The number of the ZtError that `fn` throws, 0 when it throws none.
+template <class F>
+std::int32_t ThrownNumber(F&& fn) {
+  try {
+    fn();
+  } catch (const ZtError& e) {
+    return e.Number();
+  }
+  return 0;
+}
+#define ZT_THROWN(stmt) ThrownNumber([&] { (void)(stmt); })
+constexpr std::int32_t kItemNotFound = static_cast<std::int32_t>(0x800A0CC1u);
+
+// The schema operations as the suite calls them, with the schema manager's arguments (DAO type
+// codes, sizes, index kinds). They go through the engine dialect; pointing the suite at the
+// schema manager changes only these bodies.
+class SchemaOps {
+ public:
+  explicit SchemaOps(Connection& cn) : cn_(cn) {}
+
+  void AddField(const std::string& table, const std::string& field, std::int32_t dao_type,
+                std::int32_t size, bool nullable) {
+    // The fill the schema manager gives a new NOT NULL column: '' for texts, 0 for numbers.
+    const std::string fill = nullable ? "" : dao_type == 10 || dao_type == 12 ? "''" : "0";
+    Run(D().PlanAddColumn(cn_, table, field, cn_.ColumnType(dao_type, size), nullable, fill));
+  }
+  void AlterField(const std::string& table, const std::string& field, std::int32_t dao_type,
+                  std::int32_t size, bool nullable) {
+    Run(D().PlanAlterColumn(cn_, table, field, cn_.ColumnType(dao_type, size), nullable));
+  }
+  void SetNullable(const std::string& table, const std::string& field, std::int32_t dao_type,
+                   std::int32_t size, bool nullable) {
+    Run(D().PlanSetNullable(cn_, table, field, cn_.ColumnType(dao_type, size), nullable));
+  }
+  void RenameField(const std::string& table, const std::string& from, const std::string& to) {
+    Run(D().PlanRenameColumn(cn_, table, from, to));
+  }
+  void DeleteField(const std::string& table, const std::string& field) {
+    Run(D().PlanDropColumn(cn_, table, field));
+  }
+  void CreateIndex(const std::string& table, const std::vector<std::string>& fields,
+                   const std::string& name, std::int32_t kind) {
+    Run(D().PlanCreateIndex(cn_, table, fields, name, kind));
+  }
+  void DeleteIndex(const std::string& table, const std::string& name, bool constraint) {
+    Run(D().PlanDropIndex(cn_, table, name, constraint));
+  }
+
+ private:
+  const platform::Dialect& D() { return cn_.Dialect(); }
+  void Run(const platform::SchemaPlan& plan) { platform::RunSchemaPlan(cn_, plan); }
+  Connection& cn_;
+};
+
+struct ColumnState {
+  std::int32_t type = 0;
+  std::int64_t size = 0;  // 0 when the type has no length
+  bool nullable = true;
+  bool operator==(const ColumnState&) const = default;
+};
+struct IndexState {
+  bool unique = false, primary = false;
+  std::vector<std::string> columns;
+  bool operator==(const IndexState&) const = default;
+};
+
+// What a table is, as far as a schema change may touch it.
+struct TableState {
+  std::map<std::string, ColumnState> columns;  // lower-case names
+  std::map<std::string, IndexState> indexes;   // lower-case names
+  std::int64_t rows = 0;
+  std::size_t checksum = 0;          // over every value of every row, in key order
+  std::set<std::string> dependents;  // SQLite: "trigger name" / "view name"
+  bool operator==(const TableState&) const = default;
+};
+
+class SchemaEngineTest : public ::testing::TestWithParam<Engine> {
+ protected:
+  void SetUp() override {
+    const Engine& e = GetParam();
+    ZT_NEED_ENGINE(e.Available(), e.name);
+    const std::string test = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    dir_ = std::filesystem::temp_directory_path() /
+           ("zt_schema_" + std::to_string(::getpid()) + "_" + test.substr(0, test.find('/')));
+    std::filesystem::create_directories(dir_);
+    cn_ = std::make_shared<Connection>();
+    cn_->Open(e.ConnectionString((dir_ / "schema.db").string()));
+    // Each test has a table of its own name: the server database is shared by the tests.
+    table_ = "zt_sch_" + AsciiLower(test.substr(0, test.find('/'))).substr(0, 30);
+    ops_ = std::make_unique<SchemaOps>(*cn_);
+    MakeTable();
+  }
+  void TearDown() override {
+    if (cn_ && cn_->State() == adStateOpen) {
+      if (GetParam().is_file) cn_->Execute("DROP VIEW IF EXISTS [" + table_ + "_v]");
+      cn_->Execute("DROP TABLE IF EXISTS [" + table_ + "]");
+      cn_->Close();
+    }
+    if (!dir_.empty()) std::filesystem::remove_all(dir_);
+  }
+
+  bool Sqlite() const { return GetParam().is_file; }
+
+  // nId key; tCode unique text; tNum a text holding numbers; nQty a number with a plain index;
+  // tNote a text. Five rows, Nulls in tNum and nQty. On SQLite also a trigger and a view.
+  void MakeTable() {
+    Connection& cn = *cn_;
+    if (Sqlite()) cn.Execute("DROP VIEW IF EXISTS [" + table_ + "_v]");
+    cn.Execute("DROP TABLE IF EXISTS [" + table_ + "]");
+    cn.Execute("CREATE TABLE [" + table_ + "] ([nId] " + cn.ColumnType(4) + " NOT NULL, [tCode] " +
+               cn.ColumnType(10, 20) + ", [tNum] " + cn.ColumnType(10, 10) + ", [nQty] " +
+               cn.ColumnType(4) + ", [tNote] " + cn.ColumnType(10, 50) + ", CONSTRAINT [PK_" +
+               table_ + "] PRIMARY KEY ([nId]))");
+    cn.Execute("CREATE UNIQUE INDEX [UN_" + table_ + "_code] ON [" + table_ + "] ([tCode])");
+    cn.Execute("CREATE INDEX [IN_" + table_ + "_num] ON [" + table_ + "] ([tNum])");
+    cn.Execute("CREATE INDEX [IN_" + table_ + "_qty] ON [" + table_ + "] ([nQty])");
+    const char* rows[] = {"1, 'A', '10', 10, 'one'", "2, 'B', '20', NULL, 'two'",
+                          "3, 'C', NULL, 30, NULL", "4, 'D', '40', 40, 'four'",
+                          "5, 'E', '05', NULL, 'five'"};
+    for (const char* r : rows)
+      cn.Execute("INSERT INTO [" + table_ + "] ([nId], [tCode], [tNum], [nQty], [tNote]) VALUES (" +
+                 r + ")");
+    if (Sqlite()) {
+      cn.Execute("CREATE TRIGGER [" + table_ + "_trg] AFTER DELETE ON [" + table_ +
+                 "] BEGIN SELECT 1; END");
+      cn.Execute("CREATE VIEW [" + table_ + "_v] AS SELECT [nId], [tCode] FROM [" + table_ + "]");
+    }
+  }
+
+  TableState State() {
+    TableState s;
+    const Variant none;
+    auto cols = cn_->OpenSchema(adSchemaColumns, Variant::Array({none, none, Variant(table_)}));
+    for (; !cols->Eof(); cols->MoveNext()) {
+      const Variant size = cols->Fields("CHARACTER_MAXIMUM_LENGTH").Value();
+      s.columns[AsciiLower(cols->Fields("COLUMN_NAME").Value().ToText())] = {
+          cols->Fields("DATA_TYPE").Value().ToInt32(), size.IsNull() ? 0 : size.ToInt64(),
+          cols->Fields("IS_NULLABLE").Value().ToBool()};
+    }
+    auto idx = cn_->OpenSchema(adSchemaIndexes, Variant::Array({none, none, Variant(table_)}));
+    for (; !idx->Eof(); idx->MoveNext()) {
+      IndexState& i = s.indexes[AsciiLower(idx->Fields("INDEX_NAME").Value().ToText())];
+      i.unique = idx->Fields("UNIQUE").Value().ToBool();
+      i.primary = idx->Fields("PRIMARY_KEY").Value().ToBool();
+      i.columns.push_back(AsciiLower(idx->Fields("COLUMN_NAME").Value().ToText()));
+    }
+    auto rs = cn_->Execute("SELECT * FROM [" + table_ + "] ORDER BY 1");
+    std::string all;
+    for (; !rs->Eof(); rs->MoveNext(), ++s.rows) {
+      for (std::int32_t f = 0; f < rs->GetFields().Count(); ++f) {
+        const Variant v = rs->Fields(f).Value();
+        all += (v.IsNull() ? std::string("<null>") : v.ToText()) + "|";
+      }
+      all += "\n";
+    }
+    s.checksum = std::hash<std::string>{}(all);
+    if (Sqlite()) {
+      auto deps = cn_->Execute(
+          "SELECT type, name FROM sqlite_master WHERE type IN ('trigger', "
+          "'view')");
+      for (; !deps->Eof(); deps->MoveNext())
+        s.dependents.insert(deps->Fields(0).Value().ToText() + " " +
+                            deps->Fields(1).Value().ToText());
+    }
+    return s;
+  }
+
+  // The values of one column in key order, Null as "<null>".
+  std::vector<std::string> Values(const std::string& column) {
+    std::vector<std::string> out;
+    auto rs = cn_->Execute("SELECT [" + column + "] FROM [" + table_ + "] ORDER BY [nId]");
+    for (; !rs->Eof(); rs->MoveNext()) {
+      const Variant v = rs->Fields(0).Value();
+      out.push_back(v.IsNull() ? "<null>" : v.ToText());
+    }
+    return out;
+  }
+
+  std::string Lower(const std::string& s) const { return AsciiLower(s); }
+  // The primary key's name in the indexes rowset.
+  std::string PrimaryKeyName() {
+    for (const auto& [name, i] : State().indexes)
+      if (i.primary) return name;
+    return {};
+  }
+
+  std::filesystem::path dir_;
+  std::shared_ptr<Connection> cn_;
+  std::string table_;
+  std::unique_ptr<SchemaOps> ops_;
+};
+
+// The checksum and everything else except what the change named.
+void ExpectSameBut(TableState before, TableState after, const std::set<std::string>& columns) {
+  for (const auto& c : columns) {
+    before.columns.erase(c);
+    after.columns.erase(c);
+  }
+  before.checksum = after.checksum = 0;
+  EXPECT_EQ(after.columns, before.columns);
+  EXPECT_EQ(after.indexes, before.indexes);
+  EXPECT_EQ(after.rows, before.rows);
+  EXPECT_EQ(after.dependents, before.dependents);
+}
+
+TEST_P(SchemaEngineTest, AddFieldNullableAndNotNullFilled) {
+  const TableState before = State();
+  ops_->AddField(table_, "tExtra", 10, 30, true);
+  TableState after = State();
+  ASSERT_TRUE(after.columns.count("textra"));
+  EXPECT_TRUE(after.columns["textra"].nullable);
+  EXPECT_EQ(after.columns["textra"].size, 30);
+  ExpectSameBut(before, after, {"textra"});
+  EXPECT_EQ(Values("tExtra"), std::vector<std::string>(5, "<null>"));
+
+  // NOT NULL: the rows get the fill, and no default stays behind.
+  ops_->AddField(table_, "tMust", 10, 10, false);
+  ops_->AddField(table_, "nMust", 4, 0, false);
+  after = State();
+  EXPECT_FALSE(after.columns["tmust"].nullable);
+  EXPECT_FALSE(after.columns["nmust"].nullable);
+  EXPECT_EQ(Values("tMust"), std::vector<std::string>(5, ""));
+  EXPECT_EQ(Values("nMust"), std::vector<std::string>(5, "0"));
+  EXPECT_EQ(Values("tNote"), (std::vector<std::string>{"one", "two", "<null>", "four", "five"}));
+  ExpectSameBut(before, after, {"textra", "tmust", "nmust"});
+  EXPECT_THROW(
+      cn_->Execute("INSERT INTO [" + table_ + "] ([nId], [tCode], [nMust]) VALUES (9, 'Z', 1)"),
+      ZtError);
+
+  // Without a fill over rows: refused before anything changes.
+  const TableState full = State();
+  EXPECT_EQ(
+      ZT_THROWN(cn_->Dialect().PlanAddColumn(*cn_, table_, "nNo", cn_->ColumnType(4), false, "")),
+      hr::kIntegrity);
+  EXPECT_EQ(State(), full);
+}
+
+TEST_P(SchemaEngineTest, AlterFieldTypeKeepsRowsAndIndexes) {
+  const TableState before = State();
+  ops_->AlterField(table_, "tNum", 4, 0, true);
+  TableState after = State();
+  EXPECT_EQ(after.columns["tnum"].type, adInteger);
+  EXPECT_TRUE(after.columns["tnum"].nullable);
+  ExpectSameBut(before, after, {"tnum"});
+  EXPECT_EQ(Values("tNum"), (std::vector<std::string>{"10", "20", "<null>", "40", "5"}));
+  EXPECT_EQ(cn_->Execute("SELECT SUM([tNum]) FROM [" + table_ + "]")->Fields(0).Value().ToInt64(),
+            75);
+
+  // A longer text, made NOT NULL: no Nulls in it, so it goes through.
+  ops_->AlterField(table_, "tCode", 10, 30, false);
+  after = State();
+  EXPECT_EQ(after.columns["tcode"].size, 30);
+  EXPECT_FALSE(after.columns["tcode"].nullable);
+  EXPECT_EQ(Values("tCode"), (std::vector<std::string>{"A", "B", "C", "D", "E"}));
+  ExpectSameBut(before, after, {"tnum", "tcode"});
+  if (Sqlite()) {  // the view still reads the rebuilt table
+    EXPECT_EQ(cn_->Execute("SELECT COUNT(*) FROM [" + table_ + "_v]")->Fields(0).Value().ToInt32(),
+              5);
+  }
+}
+
+TEST_P(SchemaEngineTest, FailedChangesLeaveTheTableAsItWas) {
+  // As texts '5' and '05' differ; as numbers they collide: the unique index over the
+  // converted column cannot be made again, after the values have been converted.
+  cn_->Execute("UPDATE [" + table_ + "] SET [tNum] = '5' WHERE [nId] = 4");
+  ops_->DeleteIndex(table_, "IN_" + table_ + "_num", false);
+  ops_->CreateIndex(table_, {"tNum"}, "UN_" + table_ + "_num", platform::kIndexUnique);
+  const TableState before = State();
+  EXPECT_THROW(ops_->AlterField(table_, "tNum", 4, 0, true), ZtError);
+  EXPECT_EQ(State(), before);
+
+  // NOT NULL over Nulls.
+  EXPECT_EQ(ZT_THROWN(ops_->SetNullable(table_, "nQty", 4, 0, false)), hr::kIntegrity);
+  EXPECT_EQ(ZT_THROWN(ops_->AlterField(table_, "tNum", 10, 10, false)), hr::kIntegrity);
+  EXPECT_EQ(State(), before);
+
+  // A text that does not read as a number.
+  cn_->Execute("UPDATE [" + table_ + "] SET [tNote] = '12' WHERE [tNote] IS NOT NULL");
+  cn_->Execute("UPDATE [" + table_ + "] SET [tNote] = 'x12' WHERE [nId] = 2");
+  const TableState texts = State();
+  EXPECT_THROW(ops_->AlterField(table_, "tNote", 4, 0, true), ZtError);
+  EXPECT_EQ(State(), texts);
+
+  // A unique index or a primary key that the data violates.
+  cn_->Execute("UPDATE [" + table_ + "] SET [tNote] = 'same'");
+  const TableState same = State();
+  EXPECT_THROW(
+      ops_->CreateIndex(table_, {"tNote"}, "UN_" + table_ + "_note", platform::kIndexUnique),
+      ZtError);
+  EXPECT_EQ(State(), same);
+  ops_->DeleteIndex(table_, PrimaryKeyName(), true);
+  const TableState no_key = State();
+  EXPECT_THROW(ops_->CreateIndex(table_, {"tNote"}, "PK_" + table_, platform::kIndexPrimaryKey),
+               ZtError);
+  EXPECT_EQ(State(), no_key);
+
+  // Missing table or column: 3265, nothing changed.
+  EXPECT_EQ(ZT_THROWN(ops_->RenameField(table_, "tNone", "tOther")), kItemNotFound);
+  EXPECT_EQ(ZT_THROWN(ops_->DeleteField("zt_sch_no_table", "tNote")), kItemNotFound);
+  EXPECT_EQ(State(), no_key);
+}
+
+TEST_P(SchemaEngineTest, SetNullabilityBothWays) {
+  const TableState before = State();
+  cn_->Execute("UPDATE [" + table_ + "] SET [nQty] = 0 WHERE [nQty] IS NULL");
+  ops_->SetNullable(table_, "nQty", 4, 0, false);
+  TableState after = State();
+  EXPECT_FALSE(after.columns["nqty"].nullable);
+  EXPECT_EQ(after.columns["nqty"].type, before.columns.at("nqty").type);
+  ExpectSameBut(before, after, {"nqty"});
+  EXPECT_EQ(ZT_THROWN(cn_->Execute("UPDATE [" + table_ + "] SET [nQty] = NULL")), hr::kIntegrity);
+  ops_->SetNullable(table_, "nQty", 4, 0, true);
+  after = State();
+  EXPECT_TRUE(after.columns["nqty"].nullable);
+  ExpectSameBut(before, after, {"nqty"});
+  cn_->Execute("UPDATE [" + table_ + "] SET [nQty] = NULL WHERE [nId] = 1");
+}
+
+TEST_P(SchemaEngineTest, RenameAndDeleteFields) {
+  const TableState before = State();
+  ops_->RenameField(table_, "tNum", "tNumber");
+  TableState after = State();
+  EXPECT_FALSE(after.columns.count("tnum"));
+  EXPECT_EQ(after.columns["tnumber"], before.columns.at("tnum"));
+  // Its index keeps its name and now lists the new name.
+  EXPECT_EQ(after.indexes["in_" + table_ + "_num"].columns, std::vector<std::string>{"tnumber"});
+  EXPECT_EQ(after.rows, before.rows);
+  EXPECT_EQ(after.checksum, before.checksum);
+  EXPECT_EQ(after.dependents, before.dependents);
+
+  // A plain column goes; one with an index goes once the index is gone.
+  ops_->DeleteField(table_, "tNote");
+  ops_->DeleteIndex(table_, "IN_" + table_ + "_qty", false);
+  ops_->DeleteField(table_, "nQty");
+  after = State();
+  EXPECT_EQ(after.columns.size(), 3u);
+  EXPECT_FALSE(after.indexes.count("in_" + table_ + "_qty"));
+  EXPECT_TRUE(after.indexes.count("un_" + table_ + "_code"));
+  EXPECT_EQ(after.rows, 5);
+  EXPECT_EQ(Values("tNumber"), (std::vector<std::string>{"10", "20", "<null>", "40", "05"}));
+  EXPECT_EQ(after.dependents, before.dependents);
+}
+
+TEST_P(SchemaEngineTest, CreateAndDeleteIndexesAndKeys) {
+  const TableState before = State();
+  ops_->CreateIndex(table_, {"tNote"}, "IN_" + table_ + "_note", platform::kIndexPlain);
+  ops_->CreateIndex(table_, {"tCode", "nId"}, "UN_" + table_ + "_pair", platform::kIndexUnique);
+  TableState after = State();
+  const IndexState note = after.indexes["in_" + table_ + "_note"];
+  EXPECT_FALSE(note.unique);
+  EXPECT_EQ(note.columns, std::vector<std::string>{"tnote"});
+  const IndexState pair = after.indexes["un_" + table_ + "_pair"];
+  EXPECT_TRUE(pair.unique);
+  EXPECT_EQ(pair.columns, (std::vector<std::string>{"tcode", "nid"}));
+  EXPECT_EQ(after.checksum, before.checksum);
+
+  // The primary key goes (a constraint) and comes back under PK_ + table.
+  ops_->DeleteIndex(table_, PrimaryKeyName(), true);
+  EXPECT_EQ(PrimaryKeyName(), "");
+  after = State();
+  EXPECT_TRUE(after.indexes.count("un_" + table_ + "_pair"));
+  EXPECT_TRUE(after.indexes.count("in_" + table_ + "_note"));
+  ops_->CreateIndex(table_, {"nId"}, "PK_" + table_, platform::kIndexPrimaryKey);
+  after = State();
+  const std::string pk = PrimaryKeyName();
+  ASSERT_NE(pk, "");
+  EXPECT_TRUE(after.indexes[pk].unique);
+  EXPECT_EQ(after.indexes[pk].columns, std::vector<std::string>{"nid"});
+  EXPECT_EQ(after.checksum, before.checksum);
+  EXPECT_EQ(after.dependents, before.dependents);
+
+  // Unique and plain indexes go by their names; the rest stays.
+  ops_->DeleteIndex(table_, "UN_" + table_ + "_pair", true);
+  ops_->DeleteIndex(table_, "UN_" + table_ + "_code", true);
+  ops_->DeleteIndex(table_, "IN_" + table_ + "_note", false);
+  after = State();
+  EXPECT_EQ(after.indexes.size(), 3u);  // the key, _num and _qty
+  EXPECT_TRUE(after.indexes.count("in_" + table_ + "_num"));
+  EXPECT_EQ(after.rows, 5);
+  EXPECT_EQ(after.checksum, before.checksum);
+}
+
+INSTANTIATE_TEST_SUITE_P(Live, SchemaEngineTest, ::testing::ValuesIn(LiveEngines()), EngineName());
+
+}  // namespace
+}  // namespace zt::testing
+
+namespace zt::testing {
+namespace {
+
+// The Jet type names the data types table gives (with its blank before the length) read back
+// from an SQLite file as the DAO and ADO types they name.
+TEST(SchemaJetTypesTest, JetNamesReadBackAsTheirTypes) {
+  const auto dir =
+      std::filesystem::temp_directory_path() / ("zt_schema_jet_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  {
+    Connection cn;
+    cn.Open(EngineNamed("SQLite").ConnectionString((dir / "jet.db").string()));
+    cn.Execute(
+        "CREATE TABLE [jet] ([t] TEXT (50), [m] LONGTEXT, [s] SHORT, [b] BYTE, [l] LONGBINARY, "
+        "[g] GUID)");
+    const std::map<std::string, std::pair<std::int32_t, std::int64_t>> expected = {
+        {"t", {adVarWChar, 50}},       {"m", {adLongVarWChar, 0}},  {"s", {adSmallInt, 0}},
+        {"b", {adUnsignedTinyInt, 0}}, {"l", {adLongVarBinary, 0}}, {"g", {adGUID, 0}}};
+    const Variant none;
+    auto cols = cn.OpenSchema(adSchemaColumns, Variant::Array({none, none, Variant("jet")}));
+    std::size_t seen = 0;
+    for (; !cols->Eof(); cols->MoveNext(), ++seen) {
+      const auto& [type, size] = expected.at(cols->Fields("COLUMN_NAME").Value().ToText());
+      EXPECT_EQ(cols->Fields("DATA_TYPE").Value().ToInt32(), type);
+      if (size) {
+        EXPECT_EQ(cols->Fields("CHARACTER_MAXIMUM_LENGTH").Value().ToInt64(), size);
+      }
+    }
+    EXPECT_EQ(seen, expected.size());
+  }
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace zt::testing
