@@ -84,7 +84,8 @@ TEST_F(DataStoreLiveTest, DaoViewAndSingleFieldChanges) {
       env_.Logged("CZtDTMgr.AddFieldToTable, Field: [tTitle] already exists in tblTickets"));
   ds->DeleteFieldFromTable("tblTickets", "tNoSuchField");
   EXPECT_TRUE(env_.Logged("DeleteFieldFromTable, Field:tNoSuchField"));
-  EXPECT_EQ(db->TableDefs("tblTickets").Fields("tTitle").Type(), zt::dao::dbText);
+  EXPECT_EQ(ds->OpenDAODataStore()->TableDefs("tblTickets").Fields("tTitle").Type(),
+            zt::dao::dbText);
 }
 
 TEST_F(DataStoreLiveTest, OwnConnectionStringIsReadWhenNoneIsGiven) {
