@@ -17,3 +17,5 @@
 #include "zt/datastore.h"
 #include "zt/platform.h"
 #include "zt/text.h"
+#include "zt/schema/data_type.h"
+#include "zt/schema/dt_mgr.h"

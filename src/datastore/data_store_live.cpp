@@ -18,6 +18,7 @@
 #include "zt/event_logger.h"
 #include "zt/platform.h"
 #include "zt/platform/dao.h"
+#include "zt/schema/dt_mgr.h"
 #include "zt/text/compare.h"
 #include "zt/text/strings.h"
 #include "zt/trap.h"
@@ -46,10 +47,6 @@ void Diagnostic(const std::string& text) {
 void RetryWarning(const std::string& location, const ErrorInfo& e) {
   ZtLog_LogEvent(location + "\t" + ErrorEventText(e.number, e.source, e.description), nullptr,
                  kEventWarning, kLevelPropertyDiagnostic);
-}
-
-[[noreturn]] void RaiseNotAvailable(const std::string& what) {
-  throw ZtError(ZtErr_ObjectErrorNumber(kNotAvailable), std::string(kTypeName), what);
 }
 
 bool IsOpen(const std::shared_ptr<Connection>& c) {
@@ -338,13 +335,14 @@ std::int64_t CZtDataStore::DeleteTableRecords(const std::string& table, const st
   });
 }
 
-void CZtDataStore::AddFieldToTable(const std::string& table, const std::string& field, std::int32_t,
-                                   std::int32_t) {
+void CZtDataStore::AddFieldToTable(const std::string& table, const std::string& field,
+                                   std::int32_t field_type, std::int32_t size) {
   Trap at(kTypeName, "AddFieldToTable");
   at.Reraising([&] {
     at = 10;
-    RaiseNotAvailable("Adding field " + field + " to table " + table +
-                      " needs the schema operations, which are not available yet.");
+    // A field added here is optional and may hold an empty text, as a new field in the
+    // application's tables always was; a field that is there already is left alone.
+    CZtDTMgr().AddFieldToTable(*this, table, field, field_type, size, true, true);
   });
 }
 
@@ -354,8 +352,8 @@ void CZtDataStore::DeleteFieldFromTable(const std::string& table, const std::str
     at = 10;
     ZtLog_LogEvent("DeleteFieldFromTable, Field:" + field, nullptr, kEventInformation,
                    kLevelDiagnostic);
-    RaiseNotAvailable("Deleting field " + field + " from table " + table +
-                      " needs the schema operations, which are not available yet.");
+    at = 20;
+    CZtDTMgr().DeleteField(*this, table, field);
   });
 }
 

@@ -333,8 +333,15 @@ class ScriptedConnection : public ConnectionBackend {
       return col < 0 || !v || static_cast<std::size_t>(col) >= row.size() ||
              AsciiLower(row[static_cast<std::size_t>(col)].ToText()) == AsciiLower(*v);
     };
+    // The fourth restriction names a column of its own per rowset.
+    const int extra = column(kind == SchemaKind::kTables    ? "TABLE_TYPE"
+                             : kind == SchemaKind::kColumns ? "COLUMN_NAME"
+                             : kind == SchemaKind::kIndexes ? "INDEX_NAME"
+                                                            : "");
     for (const auto& row : a->rows)
-      if (keep(row, table, r.table) && keep(row, schema, wanted_schema)) rs.rows.push_back(row);
+      if (keep(row, table, r.table) && keep(row, schema, wanted_schema) &&
+          keep(row, extra, r.extra))
+        rs.rows.push_back(row);
     return rs;
   }
 

@@ -141,7 +141,9 @@ class ZT_EXPORT CZtDataStore : public Object, public IZtDSDefinition, public IZt
   bool IsReplica();
   // Deletes the rows of `table` (all of them when `where` is empty) and returns how many went.
   std::int64_t DeleteTableRecords(const std::string& table, const std::string& where = {});
-  // Single-field schema changes; they belong to the schema layer and raise until it is there.
+  // Single-field schema changes through the schema operations (CZtDTMgr): the field is added
+  // nullable and may hold empty text; a field that exists already is only logged. Deleting a
+  // field that is not there is no error.
   void AddFieldToTable(const std::string& table, const std::string& field, std::int32_t field_type,
                        std::int32_t size);
   void DeleteFieldFromTable(const std::string& table, const std::string& field);

@@ -92,7 +92,8 @@ class ZT_EXPORT DriverScript {
   DriverScript& FailOpen(std::int32_t number, std::string description);
   // The rows of a schema rowset (20 tables, 4 columns, 12 indexes, 28 primary keys); the
   // answer's columns are the rowset's column names. Rows are filtered by the TABLE_NAME and
-  // TABLE_SCHEMA restrictions of the call. A rowset without an answer is queried through
+  // TABLE_SCHEMA restrictions of the call, and by its fourth (TABLE_TYPE, COLUMN_NAME,
+  // INDEX_NAME). A rowset without an answer is queried through
   // information_schema statements, which the script sees and answers like any other.
   DriverScript& Schema(int rowset, ScriptedAnswer answer);
   DriverScript& Engine(ScriptedEngine engine);

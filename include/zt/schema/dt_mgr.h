@@ -30,6 +30,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -138,6 +139,52 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   void UserInteraction(bool value) override { user_interaction_ = value; }
 
  private:
+  // The statements that give a table its indexes back after a change: constraint clauses
+  // ("CONSTRAINT [PK_t]  PRIMARY KEY ( ... )") and plain CREATE INDEX statements.
+  struct IndexStatements {
+    std::vector<std::string> constraints;
+    std::vector<std::string> plain;
+  };
+  static std::int32_t ProviderOfStore(CZtDataStore& ds);
+  // The column type text of a field (the Text length appended, after a blank when asked).
+  static std::string TypeText(const std::shared_ptr<Connection>& cn, std::int32_t provider,
+                              std::int32_t& dao_type, std::int32_t size, bool blank_before_size);
+  // basDTMgr's column definition: " [field] " + type + " DEFAULT '0' " / " NOT NULL".
+  static std::string GetFieldDefinitionSQL(const std::shared_ptr<Connection>& cn,
+                                           std::int32_t provider, const std::string& field,
+                                           std::int32_t& dao_type, std::int32_t size,
+                                           bool nullable);
+  static void GetConstraint(std::int32_t provider, const std::string& table,
+                            const std::string& field, std::int32_t field_type,
+                            std::int32_t dao_type, bool nullable, std::string& name,
+                            std::string& value);
+  void CreateSimplePrimaryKey(Connection& cn, const std::string& table,
+                              const std::vector<std::string>& fields);
+  IndexStatements CreateTableIndexesSQLStatements(
+      const std::shared_ptr<Connection>& cn, const std::string& table,
+      const std::vector<IndexNameInfo>& indexes,
+      const std::map<std::string, std::int32_t>& new_types, bool clustering);
+  static void CreateIndexSQLStatement(const std::string& table, const IndexNameInfo& index,
+                                      const std::map<std::string, std::int32_t>& types,
+                                      bool clustering, IndexStatements& out);
+  std::string GetDefaultConstraintSQLServer(Connection& cn, const std::string& table,
+                                            const std::string& field);
+  void DeleteDefaultConstraintSQLServer(Connection& cn, const std::string& table,
+                                        const std::string& field);
+  void DropField(Connection& cn, std::int32_t provider, const std::string& table,
+                 const std::string& field, bool with_indexes);
+  static std::string GetFieldDataTypeNameSQLServer(Connection& cn, const std::string& table,
+                                                   const std::string& field);
+  bool NullabilityNeedsResetting(Connection& cn, const std::string& table, const std::string& field,
+                                 bool nullable);
+  bool FieldAllowsNulls(Connection& cn, const std::string& table, const std::string& field);
+  void AlterSQLMemoFieldNullability(CZtDataStore& ds, const std::string& table,
+                                    const std::string& field, bool nullable);
+  static bool NullabilityNeedsResetting_Jet(dao::Field& f, std::int32_t field_type, bool nullable,
+                                            bool allow_zero_length);
+  bool SetNullabilityJet(bool nullable, CZtDataStore& ds, const std::string& table,
+                         const std::string& field, std::int32_t field_type, bool allow_zero_length);
+
   struct Impl;
   std::unique_ptr<Impl> impl_;
   bool limited_messages_ = false;

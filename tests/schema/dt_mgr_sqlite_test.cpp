@@ -1,0 +1,138 @@
+// CZtDTMgr on an SQLite file (the Jet stand-in): what is particular to the schema operations'
+// own code there. The engine-neutral suite covers the changes made by the engine plans.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "support/test_env.h"
+#include "zt/datastore.h"
+#include "zt/platform.h"
+#include "zt/schema/dt_mgr.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class DTMgrSqliteTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::temp_directory_path() / "zt-dtmgr-sqlite";
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+    env_.app_path = dir_.string();
+    env_.real_sleep = false;
+    ds_->GeneralProviderType(zt::kProviderJet);
+    ds_->Location(dir_.string());
+    ds_->DataStoreName("help.db");
+    ds_->CreatePhysicalDataStore();
+    cn_ = ds_->GetConnection(1);
+    cn_->Execute(
+        "CREATE TABLE [tblCalls] ([nId] LONG NOT NULL, [tCustomer] TEXT(50), [tNotes] MEMO, "
+        "CONSTRAINT [PK_tblCalls] PRIMARY KEY ([nId]))");
+    cn_->Execute("CREATE UNIQUE INDEX [UN_tblCalls_Customer] ON [tblCalls] ([tCustomer])");
+    cn_->Execute("CREATE INDEX [IN_tblCalls_Both] ON [tblCalls] ([tCustomer], [nId])");
+    for (int i = 1; i <= 3; ++i)
+      cn_->Execute("INSERT INTO [tblCalls] VALUES (" + std::to_string(i) + ", 'C" +
+                   std::to_string(i) + "', 'n')");
+  }
+  void TearDown() override {
+    ds_->CloseConnections();
+    fs::remove_all(dir_);
+  }
+  std::string FileBytes() {
+    std::ifstream in(ds_->FullPath(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+
+  zt::testing::RecordingEnv env_;
+  fs::path dir_;
+  std::shared_ptr<zt::CZtDataStore> ds_ = std::make_shared<zt::CZtDataStore>();
+  std::shared_ptr<zt::Connection> cn_;
+  zt::CZtDTMgr dt_;
+};
+
+TEST_F(DTMgrSqliteTest, ReadsOfTheSchema) {
+  EXPECT_TRUE(dt_.TableExists(cn_, "tblCalls"));
+  EXPECT_FALSE(dt_.TableExists(cn_, "tblNone"));
+  EXPECT_TRUE(dt_.FieldExists(cn_, "tblCalls", "tCustomer"));
+  EXPECT_FALSE(dt_.FieldExists(cn_, "tblCalls", "tNone"));
+  EXPECT_EQ(dt_.GetFieldProperty(cn_, "tblCalls", "tNone", "DATA_TYPE").IsEmpty(), true);
+  auto db = ds_->OpenDAODataStore();
+  EXPECT_TRUE(dt_.FieldExistsDAO(*db, "tblCalls", "tNotes"));
+  EXPECT_FALSE(dt_.FieldExistsDAO(*db, "tblCalls", "TNOTES"));  // DAO compares names exactly
+
+  const auto fields = dt_.GetAllFieldsInfo(cn_, "tblCalls");
+  ASSERT_EQ(fields.size(), 3u);
+  EXPECT_EQ(fields[0].name, "nId");
+  EXPECT_EQ(fields[0].dao_type, 4);
+  EXPECT_FALSE(fields[0].nullable);
+  EXPECT_EQ(fields[1].dao_type, 10);
+  EXPECT_EQ(fields[1].size, 50);
+  EXPECT_EQ(fields[2].dao_type, 12);
+  try {
+    dt_.GetAllFieldsInfo(cn_, "tblNone");
+    ADD_FAILURE() << "no error";
+  } catch (const zt::ZtError& e) {
+    EXPECT_EQ(e.Number(), zt::AdoErrorNumber(zt::AdoError::kItemNotFound));
+  }
+
+  std::string key;
+  std::vector<std::string> columns;
+  EXPECT_TRUE(dt_.GetPrimaryKeyInfo(cn_, "tblCalls", key, columns));
+  EXPECT_EQ(columns, std::vector<std::string>{"nId"});
+  std::vector<zt::IndexNameInfo> indexes;
+  EXPECT_TRUE(dt_.GetIndexNames(cn_, "tblCalls", "tCustomer", indexes));
+  ASSERT_EQ(indexes.size(), 2u);
+  for (const auto& i : indexes) {
+    if (i.name == "UN_tblCalls_Customer") {
+      EXPECT_EQ(i.kind, zt::kIndexKindUnique);
+    }
+    if (i.name == "IN_tblCalls_Both") {
+      EXPECT_EQ(i.kind, zt::kIndexKindPlain);
+      EXPECT_EQ(i.columns, (std::vector<std::string>{"tCustomer", "nId"}));
+    }
+  }
+}
+
+// Nullability and the zero-length flag go through the DAO view, which rebuilds the table with
+// its rows and indexes; a dry run names the DAO changes and leaves the file as it was.
+TEST_F(DTMgrSqliteTest, NullabilityThroughTheDaoViewAndDryRun) {
+  EXPECT_FALSE(dt_.AddFieldToTable(*ds_, "tblCalls", "tCustomer", 10, 50, true, true));
+  EXPECT_TRUE(
+      env_.Logged("CZtDTMgr.AddFieldToTable, Field: [tCustomer] already exists in tblCalls"));
+
+  ds_->CloseConnections();
+  const std::string before = FileBytes();
+  std::vector<std::string> printed;
+  dt_.SetDryRun([&](const std::string& s) { printed.push_back(s); });
+  dt_.SetFieldNullability(false, *ds_, "tblCalls", "tCustomer", 10, false);
+  EXPECT_EQ(printed, (std::vector<std::string>{
+                         "TableDefs(\"tblCalls\").Fields(\"tCustomer\").Required = True",
+                         "TableDefs(\"tblCalls\").Fields(\"tCustomer\").AllowZeroLength = False"}));
+  ds_->CloseConnections();
+  EXPECT_EQ(FileBytes(), before);
+  dt_.SetDryRun(nullptr);
+
+  EXPECT_TRUE(dt_.SetFieldNullability(false, *ds_, "tblCalls", "tCustomer", 10, false));
+  auto db = ds_->OpenDAODataStore();
+  db->Refresh();
+  auto& f = db->TableDefs("tblCalls").Fields("tCustomer");
+  EXPECT_TRUE(f.Required());
+  EXPECT_FALSE(f.AllowZeroLength());
+  cn_ = ds_->GetConnection(1);
+  EXPECT_EQ(cn_->Execute("SELECT COUNT(*) FROM [tblCalls]")->Fields(0).Value().ToInt32(), 3);
+  std::vector<zt::IndexNameInfo> indexes;
+  EXPECT_TRUE(dt_.GetIndexNames(cn_, "tblCalls", "tCustomer", indexes));
+  EXPECT_EQ(indexes.size(), 2u);
+
+  // Rows holding Null refuse NOT NULL; the table stays as it was and the error carries it.
+  cn_->Execute("INSERT INTO [tblCalls] ([nId], [tCustomer]) VALUES (9, 'C9')");
+  EXPECT_THROW(dt_.SetFieldNullability(false, *ds_, "tblCalls", "tNotes", 12, true), zt::ZtError);
+  EXPECT_TRUE(env_.Logged("CZtDTMgr.SetFieldNullability; Table: tblCalls; Field: tNotes"));
+  db->Refresh();
+  EXPECT_FALSE(db->TableDefs("tblCalls").Fields("tNotes").Required());
+}
+
+}  // namespace
