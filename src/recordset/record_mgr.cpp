@@ -50,15 +50,20 @@ std::string DuplicateWalkStatement(const std::string& table,
          " HAVING Count(*)>1 " + join + ")) " + " ORDER BY " + select;
 }
 
-std::string NullRecordsStatement(const std::string& table, const Variant& columns) {
+std::string NullRecordsCondition(const Variant& columns) {
   const VariantArray* a = columns.AsArray();
-  if (table.empty() || !a) return {};
+  if (!a) return {};
   std::string condition;
   for (const Variant& v : a->items) {
     if (IsEmptyName(v)) continue;
     condition += (condition.empty() ? "" : " OR ") + ("([" + v.ToText() + "] IS NULL)");
   }
-  if (condition.empty()) return {};
+  return condition;
+}
+
+std::string NullRecordsStatement(const std::string& table, const Variant& columns) {
+  const std::string condition = NullRecordsCondition(columns);
+  if (table.empty() || condition.empty()) return {};
   return " DELETE FROM [" + table + "] WHERE " + condition;
 }
 

@@ -22,6 +22,9 @@ ZT_TEST_EXPORT bool RemoveNullRecords(const std::string& table,
                                       const std::shared_ptr<Connection>& cn, const Variant& columns,
                                       std::int64_t* deleted = nullptr);
 
+// "([a] IS NULL) OR ([b] IS NULL)" for the names of `columns`; "" when it holds none.
+ZT_TEST_EXPORT std::string NullRecordsCondition(const Variant& columns);
+
 // The statement RemoveNullRecords runs, or "" when it would run none.
 ZT_TEST_EXPORT std::string NullRecordsStatement(const std::string& table, const Variant& columns);
 
