@@ -56,10 +56,15 @@ std::shared_ptr<zt::Connection> Open(const Engine& e) {
   return cn;
 }
 
-Engine Sqlite() {
+const std::string& SqlitePath() {
   static const std::string path = (std::filesystem::temp_directory_path() /
                                    ("zt_bench_dedupe_" + std::to_string(::getpid()) + ".db"))
                                       .string();
+  return path;
+}
+
+Engine Sqlite() {
+  const std::string& path = SqlitePath();
   const std::string n = std::to_string(Rows());
   return {"SQLite", "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + path + ";", "rowid",
           "INSERT INTO zt_tmpl (a, b, c) WITH RECURSIVE s(i) AS (SELECT 0 UNION ALL SELECT i + 1 "
@@ -153,9 +158,6 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
-  std::filesystem::remove(Sqlite().connection_string.substr(
-      std::string("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=").size(),
-      Sqlite().connection_string.size() -
-          std::string("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=").size() - 1));
+  std::filesystem::remove(SqlitePath());
   return 0;
 }
