@@ -234,6 +234,8 @@ class ScriptedStatementBackend : public StatementBackend {
       }
       c.defined_size = c.type == 202 ? 255 : 8;
       c.attributes = 0x4 | 0x8 | 0x20 | 0x40;
+      c.base_table = answer_.base_table;
+      if (!c.base_table.empty()) c.base_column = c.name;
       columns_.push_back(std::move(c));
     }
   }

@@ -7,7 +7,7 @@ set -uo pipefail
 ztdb=$(realpath "$1")
 shift
 groups=("$@")
-[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema servers)
+[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -42,7 +42,8 @@ test_usage() {
   expect_err "Subcommands:" "ztdb without a command prints help"
   run --no-such-option tables
   expect_rc 2 "unknown option"
-  for cmd in connstr validate version tables set-version delete-records compact create; do
+  for cmd in connstr validate version tables set-version delete-records compact create dedupe \
+    remove-null-records; do
     run "$cmd" --help
     expect_rc 0 "$cmd --help"
     for opt in --store --type --location --name --user --alt-op --ask-password; do
@@ -53,7 +54,7 @@ test_usage() {
     run "$cmd" --help
     expect_out "--json" "$cmd offers --json"
   done
-  for cmd in set-version delete-records compact create; do
+  for cmd in set-version delete-records compact create dedupe remove-null-records; do
     run "$cmd" --help
     expect_out "--dry-run" "$cmd offers --dry-run"
   done
@@ -424,6 +425,47 @@ server_round() {
   run -S "$url/$db" "$@" drop-field tblTickets tNote --yes
   expect_rc 0 "$name drop-field"
   $drop "$db" >/dev/null 2>&1 || fail "$name: could not drop $db"
+}
+
+# dedupe and remove-null-records on SQLite: dry runs leave the file as it was, counts agree with
+# what is then deleted, and bad names are refused before anything runs.
+test_records() {
+  local d
+  d=$(sample)
+  cd "$d" || return
+  sqlite3 helpdesk.db "INSERT INTO tblTickets VALUES (21,'Ticket 1',0),(22,'Ticket 1',0),
+    (23,'Ticket 2',-1),(24,NULL,0),(25,NULL,0)" || { fail "sqlite3 insert"; return; }
+  cp helpdesk.db before.db
+  run dedupe tblTickets tTitle --dry-run
+  expect_rc 0 "dedupe --dry-run"
+  expect_out "^Would run: DELETE FROM \[tblTickets\]" "dedupe --dry-run prints the statement"
+  expect_out "^3 records would be deleted from tblTickets" "dedupe --dry-run counts"
+  cmp -s helpdesk.db before.db || fail "dedupe --dry-run changed the file"
+  run dedupe tblTickets tTitle
+  expect_rc 0 "dedupe"
+  expect_out "^3 records deleted from tblTickets" "dedupe reports the rows deleted"
+  # Null titles are never duplicates; they stay for remove-null-records.
+  [[ $(tickets) == 22 ]] || fail "dedupe left $(tickets) tickets, wanted 22"
+  run dedupe tblTickets tTitle
+  expect_out "^0 records deleted" "a second dedupe finds nothing"
+  run remove-null-records tblTickets tTitle fClosed --dry-run
+  expect_out "^Would run: DELETE FROM \[tblTickets\] WHERE \(\[tTitle\] IS NULL\) OR \(\[fClosed\] IS NULL\)" \
+    "remove-null-records --dry-run prints the statement"
+  expect_out "^2 records would be deleted" "remove-null-records --dry-run counts"
+  run remove-null-records tblTickets tTitle fClosed
+  expect_out "^2 records deleted from tblTickets" "remove-null-records reports the rows deleted"
+  [[ $(tickets) == 20 ]] || fail "remove-null-records left $(tickets) tickets, wanted 20"
+  cp helpdesk.db before.db
+  run dedupe tblNope tTitle
+  expect_rc 1 "dedupe of a missing table"
+  run dedupe tblTickets "tTitle]; DROP TABLE tblTickets; --"
+  expect_rc 2 "dedupe with a column name holding ]"
+  run remove-null-records tblTickets
+  expect_rc 2 "remove-null-records without columns"
+  run dedupe tblTickets no_such_column
+  expect_rc 1 "dedupe over a missing column"
+  cmp -s helpdesk.db before.db || fail "refused commands changed the file"
+  cd "$work" || return
 }
 
 test_servers() {

@@ -33,13 +33,6 @@ bool IsBlank(const std::string& text) {
                      [](unsigned char c) { return std::isspace(c) != 0; });
 }
 
-// Server data stores are shared; a destructive change there is confirmed on a terminal.
-void ConfirmOnServer(zt::CZtDataStore& ds, const std::string& what) {
-  if (!IsServer(ds) || Opts().yes) return;
-  if (!Confirm(what + " in " + ds.DataStoreName() + " on " + ds.Location() + "?"))
-    throw ToolError("cancelled; nothing was changed");
-}
-
 // ---- set-version ------------------------------------------------------------------------
 
 constexpr const char* kVersionTable = "tblTesselVersion";
@@ -110,8 +103,9 @@ int DeleteRecords(Context& cx) {
     cx.out.Line(std::to_string(count) + " records would be deleted from " + o.table);
     return kExitOk;
   }
-  ConfirmOnServer(ds, "Delete " + std::string(blank ? "all records" : "the records") + " of " +
-                          o.table + (blank ? "" : " where " + o.where));
+  ConfirmOnServer(ds, o.yes,
+                  "Delete " + std::string(blank ? "all records" : "the records") + " of " +
+                      o.table + (blank ? "" : " where " + o.where));
   cx.out.Line("Deleting records from " + o.table + (blank ? "" : " where " + o.where) + " ...");
   const std::int64_t n = ds.DeleteTableRecords(o.table, blank ? "" : o.where);
   cx.out.Line(std::to_string(n) + " records deleted from " + o.table);
@@ -192,6 +186,12 @@ int Create(Context& cx) {
 }
 
 }  // namespace
+
+void ConfirmOnServer(zt::CZtDataStore& ds, bool yes, const std::string& what) {
+  if (!IsServer(ds) || yes) return;
+  if (!Confirm(what + " in " + ds.DataStoreName() + " on " + ds.Location() + "?"))
+    throw ToolError("cancelled; nothing was changed");
+}
 
 std::vector<Command> ChangeCommands() {
   return {

@@ -88,12 +88,6 @@ void RequireField(zt::CZtDTMgr& dt, zt::CZtDataStore& ds, const std::string& tab
     throw ToolError("table '" + table + "' has no field '" + field + "'; nothing was changed");
 }
 
-void ConfirmOnServer(zt::CZtDataStore& ds, const std::string& what) {
-  if (!IsServer(ds) || Opts().yes) return;
-  if (!Confirm(what + " in " + ds.DataStoreName() + " on " + ds.Location() + "?"))
-    throw ToolError("cancelled; nothing was changed");
-}
-
 // Runs a change: in a dry run the statements are printed and nothing is written; otherwise
 // the change runs and `done` is reported.
 int Change(Context& cx, zt::CZtDTMgr& dt, const std::string& done,
@@ -210,7 +204,7 @@ int AlterField(Context& cx) {
   zt::CZtDataStore& ds = *cx.store;
   zt::CZtDTMgr dt;
   RequireField(dt, ds, o.table, o.field);
-  if (!o.dry_run) ConfirmOnServer(ds, "Change the type of " + o.table + "." + o.field);
+  if (!o.dry_run) ConfirmOnServer(ds, o.yes, "Change the type of " + o.table + "." + o.field);
   return Change(cx, dt,
                 "Field " + o.field + " of " + o.table + " is now " + TypeLabel(type) +
                     (type == 10 ? "(" + std::to_string(o.size) + ")" : "") + " " +
@@ -241,7 +235,7 @@ int DropField(Context& cx) {
   zt::CZtDataStore& ds = *cx.store;
   zt::CZtDTMgr dt;
   RequireField(dt, ds, o.table, o.field);
-  if (!o.dry_run) ConfirmOnServer(ds, "Drop field " + o.field + " of " + o.table);
+  if (!o.dry_run) ConfirmOnServer(ds, o.yes, "Drop field " + o.field + " of " + o.table);
   return Change(cx, dt, "Field " + o.field + " dropped from " + o.table,
                 [&] { dt.DeleteField(ds, o.table, o.field); });
 }
@@ -283,7 +277,7 @@ int DropIndex(Context& cx) {
   if (it == indexes.end())
     throw ToolError("table '" + o.table + "' has no index '" + o.index +
                     "'; nothing was changed");
-  if (!o.dry_run) ConfirmOnServer(ds, "Drop index " + o.index + " of " + o.table);
+  if (!o.dry_run) ConfirmOnServer(ds, o.yes, "Drop index " + o.index + " of " + o.table);
   return Change(cx, dt, "Index " + o.index + " dropped from " + o.table,
                 [&] { dt.DeleteIndex(cn, o.table, o.index, it->kind); });
 }
@@ -293,7 +287,7 @@ int DropTable(Context& cx) {
   zt::CZtDataStore& ds = *cx.store;
   RequireTable(ds, o.table);
   zt::CZtDTMgr dt;
-  if (!o.dry_run) ConfirmOnServer(ds, "Drop table " + o.table + " with all its records");
+  if (!o.dry_run) ConfirmOnServer(ds, o.yes, "Drop table " + o.table + " with all its records");
   return Change(cx, dt, "Table " + o.table + " dropped",
                 [&] { dt.DeleteTable(ds.GetConnection(1), o.table); });
 }

@@ -77,10 +77,14 @@ struct Command {
 std::vector<Command> InfoCommands();
 std::vector<Command> ChangeCommands();
 std::vector<Command> SchemaCommands();
+std::vector<Command> RecordsetCommands();
 
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
 bool Confirm(const std::string& question);
+// Server data stores are shared: unless `yes`, a destructive change there is confirmed on a
+// terminal first (ToolError "cancelled" when refused). Files are not asked about.
+void ConfirmOnServer(zt::CZtDataStore& ds, bool yes, const std::string& what);
 
 // True when the store's schema lists a table named `table` (case aside).
 bool TableExists(zt::CZtDataStore& ds, const std::string& table);

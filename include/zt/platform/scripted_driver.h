@@ -36,6 +36,9 @@ struct ZT_EXPORT ScriptedAnswer {
   // of the column (Long 3, LongLong 20, Double 5, Currency 6, Date 7, Boolean 11, text 202).
   std::vector<std::int32_t> column_types;
   std::vector<std::vector<Variant>> rows;
+  // The table every result column comes from ("" for none), as a driver reports a column's base
+  // table: a recordset over the answer can then write its changes back to that table.
+  std::string base_table;
   // What RowsAffected reports for a statement without rows.
   std::int64_t records_affected = 0;
   // When set, the statement fails with this error instead (the Source is filled with the
