@@ -826,7 +826,10 @@ bool CZtDTMgr::DeleteField(CZtDataStore& ds, const std::string& table, const std
     // The indexes, the default and the column go together on SQL Server. On the other engines
     // each step is a plan of its own: where a later one fails, the indexes dropped before it
     // stay dropped (the column and its rows are still there).
-    impl_->Atomically(*cn, [&] { DropField(*cn, provider, table, field, true); });
+    if (TakesSqlTexts(provider))
+      impl_->Atomically(*cn, [&] { DropField(*cn, provider, table, field, true); });
+    else
+      DropField(*cn, provider, table, field, true);
     if (!DryRun()) Log("Field: " + Br(field) + " deleted from " + table);
     return true;
   });

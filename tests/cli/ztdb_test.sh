@@ -343,21 +343,21 @@ assert cols["nId"]["nullable"] is False and cols["tTitle"]["nullable"] is True, 
 PY
   run columns tblNoSuch
   expect_rc 1 "columns of a missing table"
-  run add-field tblTickets tNote --type nosuch
+  run add-field tblTickets tNote --field-type nosuch
   expect_rc 2 "unknown field type"
-  run add-field tblTickets tNote --type text --size 30 --not-null
+  run add-field tblTickets tNote --field-type text --size 30 --not-null
   expect_rc 0 "add-field"
-  run add-field tblTickets tNote --type text --size 30
+  run add-field tblTickets tNote --field-type text --size 30
   expect_rc 1 "add-field of a field that exists"
   run create-index tblTickets ByTitle tTitle --unique
   expect_rc 0 "create-index"
   local before
   before=$(sha256sum helpdesk.db)
-  run alter-field tblTickets tTitle --type text --size 200 --dry-run
+  run alter-field tblTickets tTitle --field-type text --size 200 --dry-run
   expect_rc 0 "alter-field --dry-run"
   expect_out "^Would run: " "alter-field --dry-run prints the statements"
   [[ $(sha256sum helpdesk.db) == "$before" ]] || fail "alter-field --dry-run changed the file"
-  run alter-field tblTickets tTitle --type text --size 200
+  run alter-field tblTickets tTitle --field-type text --size 200
   expect_rc 0 "alter-field"
   run columns tblTickets --json
   grep -q '"size": 200' <<<"$out" || fail "alter-field did not widen tTitle: $out"
@@ -416,9 +416,9 @@ server_round() {
   expect_out "^7\.9$" "$name version"
   run -S "$url/$db" "$@" compact
   expect_rc 0 "$name compact"
-  run -S "$url/$db" "$@" add-field tblTickets tNote --type text --size 30 --not-null
+  run -S "$url/$db" "$@" add-field tblTickets tNote --field-type text --size 30 --not-null
   expect_rc 0 "$name add-field"
-  run -S "$url/$db" "$@" alter-field tblTickets tTitle --type text --size 200 --yes
+  run -S "$url/$db" "$@" alter-field tblTickets tTitle --field-type text --size 200 --yes
   expect_rc 0 "$name alter-field"
   run -S "$url/$db" "$@" columns tblTickets --json
   grep -q '"size": 200' <<<"$out" || fail "$name alter-field did not widen tTitle: $out"

@@ -2,6 +2,7 @@
 #include "zt/schema/data_type.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 
@@ -131,7 +132,8 @@ TEST(DataType, NewProvidersAgreeWithTheDialectsAndJetNamesReadBack) {
 
 TEST(DataType, ConversionTableOfTheDataStore) {
   zt::testing::RecordingEnv env;
-  const fs::path file = fs::temp_directory_path() / "zt-datatype-conversion.db";
+  const fs::path file =
+      fs::temp_directory_path() / ("zt-datatype-conversion-" + std::to_string(::getpid()) + ".db");
   fs::remove(file);
   auto cn = std::make_shared<zt::Connection>();
   cn->Open("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + file.string() + ";");

@@ -1,6 +1,7 @@
 // CZtDTMgr on an SQLite file (the Jet stand-in): what is particular to the schema operations'
 // own code there. The engine-neutral suite covers the changes made by the engine plans.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -18,7 +19,8 @@ namespace {
 class DTMgrSqliteTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::temp_directory_path() / "zt-dtmgr-sqlite";
+    // One folder per test process: ctest runs the tests of this file side by side.
+    dir_ = fs::temp_directory_path() / ("zt-dtmgr-sqlite-" + std::to_string(::getpid()));
     fs::remove_all(dir_);
     fs::create_directories(dir_);
     env_.app_path = dir_.string();

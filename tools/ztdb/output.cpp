@@ -29,8 +29,8 @@ void Output::Table(const std::vector<std::vector<std::string>>& rows) const {
   for (const auto& row : rows) {
     std::string line;
     for (std::size_t i = 0; i < row.size(); ++i)
-      line += i + 1 < row.size() ? row[i] + std::string(widths[i] - row[i].size() + 2, ' ')
-                                 : row[i];
+      line +=
+          i + 1 < row.size() ? row[i] + std::string(widths[i] - row[i].size() + 2, ' ') : row[i];
     std::cout << line << "\n";
   }
 }

@@ -22,7 +22,7 @@ struct SchemaOptions {
   std::int32_t size = 0;
   bool not_null = false;
   bool nullable = false;
-  bool allow_zero_length = false;
+  bool no_zero_length = false;
   bool unique = false;
   bool primary = false;
   bool dry_run = false;
@@ -42,17 +42,17 @@ std::string Lower(std::string text) {
 // The field types by the names administrators know from the old tools, and their DAO codes.
 const std::map<std::string, std::int32_t>& TypeCodes() {
   static const std::map<std::string, std::int32_t> codes = {
-      {"boolean", 1}, {"bit", 1},       {"byte", 2},    {"integer", 3},  {"short", 3},
-      {"long", 4},    {"currency", 5},  {"single", 6},  {"double", 7},   {"date", 8},
-      {"datetime", 8}, {"text", 10},    {"binary", 11}, {"longbinary", 11}, {"memo", 12},
+      {"boolean", 1},   {"bit", 1},      {"byte", 2},    {"integer", 3},     {"short", 3},
+      {"long", 4},      {"currency", 5}, {"single", 6},  {"double", 7},      {"date", 8},
+      {"datetime", 8},  {"text", 10},    {"binary", 11}, {"longbinary", 11}, {"memo", 12},
       {"longtext", 12}, {"guid", 15}};
   return codes;
 }
 
 std::string TypeLabel(std::int32_t dao_type) {
   static const std::map<std::int32_t, std::string> labels = {
-      {1, "Boolean"}, {2, "Byte"},   {3, "Integer"}, {4, "Long"},  {5, "Currency"},
-      {6, "Single"},  {7, "Double"}, {8, "Date"},    {10, "Text"}, {11, "Long binary"},
+      {1, "Boolean"}, {2, "Byte"},   {3, "Integer"},      {4, "Long"},    {5, "Currency"},
+      {6, "Single"},  {7, "Double"}, {8, "Date"},         {10, "Text"},   {11, "Long binary"},
       {12, "Memo"},   {15, "GUID"},  {16, "Big integer"}, {20, "Decimal"}};
   const auto it = labels.find(dao_type);
   return it == labels.end() ? "other" : it->second;
@@ -108,7 +108,9 @@ int Change(Context& cx, zt::CZtDTMgr& dt, const std::string& done,
   return kExitOk;
 }
 
-std::string Nullability(bool nullable) { return nullable ? "NULL" : "NOT NULL"; }
+std::string Nullability(bool nullable) {
+  return nullable ? "NULL" : "NOT NULL";
+}
 
 // ---- columns, indexes ---------------------------------------------------------------------
 
@@ -181,7 +183,7 @@ int AddField(Context& cx) {
     throw ToolError("table '" + o.table + "' already has a field '" + o.field +
                     "'; nothing was changed");
   return Change(cx, dt, "Field " + o.field + " added to " + o.table, [&] {
-    dt.AddFieldToTable(ds, o.table, o.field, type, o.size, !o.not_null, o.allow_zero_length);
+    dt.AddFieldToTable(ds, o.table, o.field, type, o.size, !o.not_null, !o.no_zero_length);
   });
 }
 
@@ -222,12 +224,9 @@ int SetNullable(Context& cx) {
   std::int32_t type = 0;
   for (const auto& f : dt.GetAllFieldsInfo(cn, o.table))
     if (Lower(f.name) == Lower(o.field)) type = f.dao_type;
-  return Change(cx, dt, "Field " + o.field + " of " + o.table + " is now " +
-                            Nullability(o.nullable),
-                [&] {
-                  dt.SetFieldNullability(o.nullable, ds, o.table, o.field, type,
-                                         o.allow_zero_length);
-                });
+  return Change(
+      cx, dt, "Field " + o.field + " of " + o.table + " is now " + Nullability(o.nullable),
+      [&] { dt.SetFieldNullability(o.nullable, ds, o.table, o.field, type, !o.no_zero_length); });
 }
 
 int DropField(Context& cx) {
@@ -257,12 +256,11 @@ int CreateIndex(Context& cx) {
   const std::int32_t kind = o.primary  ? zt::kIndexKindPrimaryKey
                             : o.unique ? zt::kIndexKindUnique
                                        : zt::kIndexKindPlain;
-  return Change(cx, dt, KindLabel(kind) + " index on " + o.table + " (" + Joined(o.columns) +
-                            ") created",
-                [&] {
-                  dt.CreateIndex(ds.GetConnection(1), o.table, zt::Variant::Array(names),
-                                 o.index, kind);
-                });
+  return Change(
+      cx, dt, KindLabel(kind) + " index on " + o.table + " (" + Joined(o.columns) + ") created",
+      [&] {
+        dt.CreateIndex(ds.GetConnection(1), o.table, zt::Variant::Array(names), o.index, kind);
+      });
 }
 
 int DropIndex(Context& cx) {
@@ -275,8 +273,7 @@ int DropIndex(Context& cx) {
   const auto it = std::find_if(indexes.begin(), indexes.end(),
                                [&](const zt::IndexNameInfo& i) { return i.name == o.index; });
   if (it == indexes.end())
-    throw ToolError("table '" + o.table + "' has no index '" + o.index +
-                    "'; nothing was changed");
+    throw ToolError("table '" + o.table + "' has no index '" + o.index + "'; nothing was changed");
   if (!o.dry_run) ConfirmOnServer(ds, o.yes, "Drop index " + o.index + " of " + o.table);
   return Change(cx, dt, "Index " + o.index + " dropped from " + o.table,
                 [&] { dt.DeleteIndex(cn, o.table, o.index, it->kind); });
@@ -294,14 +291,18 @@ int DropTable(Context& cx) {
 
 // ---- options ------------------------------------------------------------------------------
 
-void TableArg(CLI::App& app) { app.add_option("table", Opts().table, "Table name")->required(); }
-void FieldArg(CLI::App& app) { app.add_option("field", Opts().field, "Field name")->required(); }
+void TableArg(CLI::App& app) {
+  app.add_option("table", Opts().table, "Table name")->required();
+}
+void FieldArg(CLI::App& app) {
+  app.add_option("field", Opts().field, "Field name")->required();
+}
 void DryRunAndYes(CLI::App& app) {
   app.add_flag("--dry-run", Opts().dry_run, "Print the statements; change nothing");
   app.add_flag("-y,--yes", Opts().yes, "Do not ask before the change on a server");
 }
 void TypeOptions(CLI::App& app) {
-  app.add_option("-t,--type", Opts().type,
+  app.add_option("-f,--field-type", Opts().type,
                  "Field type: text, memo, long, integer, byte, boolean, currency, single, "
                  "double, date, guid, binary, or a type code")
       ->required();
@@ -321,8 +322,8 @@ std::vector<Command> SchemaCommands() {
          TableArg(app);
          FieldArg(app);
          TypeOptions(app);
-         app.add_flag("--allow-zero-length", Opts().allow_zero_length,
-                      "A text field of an SQLite file accepts empty texts");
+         app.add_flag("--no-zero-length", Opts().no_zero_length,
+                      "A text field of an SQLite file refuses empty texts");
          DryRunAndYes(app);
        },
        AddField},
@@ -349,8 +350,8 @@ std::vector<Command> SchemaCommands() {
          FieldArg(app);
          app.add_flag("--null", Opts().nullable, "The field accepts Null");
          app.add_flag("--not-null", Opts().not_null, "The field refuses Null");
-         app.add_flag("--allow-zero-length", Opts().allow_zero_length,
-                      "A text field of an SQLite file accepts empty texts");
+         app.add_flag("--no-zero-length", Opts().no_zero_length,
+                      "A text field of an SQLite file refuses empty texts");
          DryRunAndYes(app);
        },
        SetNullable},
@@ -366,8 +367,7 @@ std::vector<Command> SchemaCommands() {
          TableArg(app);
          app.add_option("name", Opts().index, "Index name (prefixed IN_/UN_, or PK_ + table)")
              ->required();
-         app.add_option("columns", Opts().columns, "Fields of the index, in key order")
-             ->required();
+         app.add_option("columns", Opts().columns, "Fields of the index, in key order")->required();
          app.add_flag("--unique", Opts().unique, "A unique index");
          app.add_flag("--primary", Opts().primary, "The primary key");
          DryRunAndYes(app);
