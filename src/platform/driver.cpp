@@ -253,6 +253,13 @@ void ScopedTransaction::Abandon() {
   }
 }
 
+OneRowDelete OneRowDeleteOf(const std::string& engine) {
+  const std::string e = AsciiLower(engine);
+  if (e == "sql server") return OneRowDelete::kTop;
+  if (e == "mariadb" || e == "mysql") return OneRowDelete::kLimit;
+  return OneRowDelete::kNone;
+}
+
 std::string InsertText(const DriverQuirks& quirks, const std::string& table,
                        const std::vector<std::string>& columns, std::size_t rows) {
   std::string sql = "INSERT INTO " + QuoteIdentifier(table, quirks) + " (";

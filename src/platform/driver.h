@@ -58,6 +58,10 @@ enum class RowCountStyle {
   kChanged,  // only rows whose values changed (MariaDB without Option=2)
 };
 
+// How a DELETE is limited to one row when identical rows cannot be told apart (no key, no row
+// identity): SQL Server's "DELETE TOP (1) FROM", MySQL's "... LIMIT 1".
+enum class OneRowDelete { kNone, kTop, kLimit };
+
 // Everything that differs between engines in ways the layer above cares about. One value per
 // driver (or per ODBC target driver), never scattered tests of the engine's name.
 struct ZT_TEST_EXPORT DriverQuirks {
@@ -78,6 +82,7 @@ struct ZT_TEST_EXPORT DriverQuirks {
   std::string row_identity;         // hidden row id usable in WHERE ("rowid", "ctid")
   bool row_identity_moves = false;  // each write gives the row a new identity, which the
                                     // statement hands back with RETURNING (PostgreSQL's ctid)
+  OneRowDelete one_row_delete = OneRowDelete::kNone;
 };
 
 // One column of a result, described once when a statement is executed.
@@ -161,6 +166,10 @@ class ZT_TEST_EXPORT ScopedTransaction {
 // "INSERT INTO t (a, b) VALUES (?, ?)" with `rows` lists of "?", names quoted for the engine.
 ZT_TEST_EXPORT std::string InsertText(const DriverQuirks& quirks, const std::string& table,
                                       const std::vector<std::string>& columns, std::size_t rows);
+
+// The one-row DELETE form of the engine named `engine` (SQL Server: kTop; MariaDB and MySQL:
+// kLimit; others kNone, as they have a row identity or no such form).
+ZT_TEST_EXPORT OneRowDelete OneRowDeleteOf(const std::string& engine);
 
 // The four schema rowsets that the layer lists (their OLE DB numbers).
 enum class SchemaKind : int { kColumns = 4, kIndexes = 12, kTables = 20, kPrimaryKeys = 28 };

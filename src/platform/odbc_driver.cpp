@@ -47,6 +47,7 @@ DriverQuirks Quirks(std::string engine, QuoteStyle quote) {
   DriverQuirks q;
   q.engine = std::move(engine);
   q.quote = quote;
+  q.one_row_delete = OneRowDeleteOf(q.engine);
   return q;
 }
 

@@ -743,6 +743,30 @@ void Recordset::WriteRow(Row& r) {
     return w;
   };
 
+  // Without a key, identical rows are one row to a statement. A keyset cursor stands on one
+  // row, as the old server cursors did, so its change is limited to one of the twins (SQL
+  // Server's TOP (1), MySQL's LIMIT 1, elsewhere the first row identity among the matching
+  // rows); a static cursor, like the old client cursors, reports the twins as an error below.
+  const bool one_row = m.key_is_all_columns && cursor_type_ == ado::adOpenKeyset;
+  auto statement = [&](const std::string& verb, const std::string& rest) {
+    const std::string t = BracketName(m.table);
+    const std::string w = where();
+    if (!one_row) return verb + t + rest + w;
+    switch (s.Quirks().one_row_delete) {
+      case platform::OneRowDelete::kTop:
+        return verb.substr(0, verb.size() - (verb == "DELETE FROM " ? 5 : 0)) + "TOP (1) " +
+               (verb == "DELETE FROM " ? "FROM " : "") + t + rest + w;
+      case platform::OneRowDelete::kLimit:
+        return verb + t + rest + w + " LIMIT 1";
+      case platform::OneRowDelete::kNone:
+        break;
+    }
+    const std::string rid = BracketName(s.Quirks().row_identity);
+    if (s.Quirks().row_identity.empty() || w.empty()) return verb + t + rest + w;
+    return verb + t + rest + " WHERE " + rid + " IN (SELECT " + rid + " FROM " + t + w +
+           " LIMIT 1)";
+  };
+
   std::string sql;
   bool check_count = true;
   if (r.status == Row::Status::kNew) {
@@ -758,8 +782,7 @@ void Recordset::WriteRow(Row& r) {
         (cols.empty() ? std::string(" DEFAULT VALUES") : " (" + cols + ") VALUES (" + marks + ")");
     check_count = false;
   } else if (r.status == Row::Status::kDeleted) {
-    sql = "DELETE FROM " + BracketName(m.table);
-    sql += where();
+    sql = statement("DELETE FROM ", "");
   } else {
     std::string set;
     for (std::size_t c = 0; c < ncols; ++c) {
@@ -768,8 +791,7 @@ void Recordset::WriteRow(Row& r) {
       params.push_back(r.values[c].IsEmpty() ? Variant::Null() : r.values[c]);
     }
     if (set.empty()) return;
-    sql = "UPDATE " + BracketName(m.table) + set;
-    sql += where();
+    sql = statement("UPDATE ", set);
     check_count = s.Quirks().row_count == platform::RowCountStyle::kMatched;
   }
   // Where a write moves the row (PostgreSQL's ctid), the statement hands back the new identity,

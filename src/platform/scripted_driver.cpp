@@ -285,6 +285,7 @@ class ScriptedConnection : public ConnectionBackend {
       : script_(std::move(script)), source_(p.provider), database_(p.database) {
     const ScriptedEngine& e = script_->engine_;
     quirks_.engine = e.name;
+    quirks_.one_row_delete = OneRowDeleteOf(e.name);
     quirks_.quote = ToQuoteStyle(e.quoting);
     quirks_.transactional_ddl = e.transactional_ddl;
     quirks_.has_schemas = e.has_schemas;

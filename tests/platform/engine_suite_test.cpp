@@ -258,6 +258,26 @@ TEST_P(EngineTest, ImmediateEdits) {
   cn->Execute("DROP TABLE [zt_nokey]");
 }
 
+// A table without a key whose rows are identical in every column: deleting the current row
+// deletes that one row, as a cursor positioned on it would, not all of its twins.
+TEST_P(EngineTest, KeylessTwinsAreDeletedOneAtATime) {
+  cn->Execute("DROP TABLE IF EXISTS [zt_twins]");
+  cn->Execute("CREATE TABLE [zt_twins] ([n] " + GetParam().t_int + ", [t] " + GetParam().t_text50 +
+              ")");
+  for (int i = 0; i < 3; ++i) cn->Execute("INSERT INTO [zt_twins] ([n], [t]) VALUES (1, 'a')");
+  cn->Execute("INSERT INTO [zt_twins] ([n], [t]) VALUES (2, 'b')");
+  {
+    Recordset rs;
+    rs.Open("SELECT [n], [t] FROM [zt_twins] ORDER BY [n]", cn, adOpenKeyset, adLockOptimistic);
+    rs.Delete();
+    rs.MoveNext();
+    rs.Delete();
+  }
+  EXPECT_EQ(Count("zt_twins", "[n] = 1"), 1);
+  EXPECT_EQ(Count("zt_twins"), 2);
+  cn->Execute("DROP TABLE [zt_twins]");
+}
+
 TEST_P(EngineTest, BatchUpdates) {
   MakeTable("zt_batch", 3);
   Recordset rs;
