@@ -80,7 +80,7 @@ Engine Postgres() {
               ";Password=" + Env("DBTEST_PG_PASSWORD") + ";",
           "ctid",
           "INSERT INTO zt_tmpl (a, b, c) SELECT " + KeyColumns("i", Rows()) +
-              " FROM generate_series(0, " + std::to_string(Rows() - 1) + ") AS g(i)"};
+              " FROM generate_series(CAST(0 AS BIGINT), " + std::to_string(Rows() - 1) + ") AS g(i)"};
 }
 
 // The template table, made once per engine and process.
@@ -96,12 +96,15 @@ void MakeTemplate(const Engine& e, zt::Connection& cn) {
   made += "|" + e.name;
 }
 
-void FreshCopy(zt::Connection& cn) {
+void FreshCopy(const Engine& e, zt::Connection& cn) {
   try {
     cn.Execute("DROP TABLE zt_t");
   } catch (const zt::ZtError&) {
   }
   cn.Execute("CREATE TABLE zt_t AS SELECT * FROM zt_tmpl");
+  // A fresh PostgreSQL table makes its first reader set every row's hint bits, and autovacuum
+  // may start on it in the middle of a run: vacuumed first, both contenders meet the same table.
+  if (e.name == "PostgreSQL") cn.Execute("VACUUM ANALYZE zt_t");
 }
 
 void Run(benchmark::State& state, const Engine& e, bool library) {
@@ -120,7 +123,7 @@ void Run(benchmark::State& state, const Engine& e, bool library) {
   std::int64_t deleted = 0;
   for (auto _ : state) {
     state.PauseTiming();
-    FreshCopy(*cn);
+    FreshCopy(e, *cn);
     state.ResumeTiming();
     if (library) {
       mgr.RemoveDuplicateRecords("zt_t", cn, columns);

@@ -97,19 +97,24 @@ struct EngineWay {
   std::string_view engine;
   Way way;
   std::string_view row_identity;  // for kRowIdentity
+  // The all-empty first group goes in the same statement as the other duplicates (one pass
+  // over the table) instead of after a count of its own. PostgreSQL computes the extra window
+  // column with the row number; SQLite buffers every partition for lead(), which costs more
+  // than the separate count.
+  bool empty_group_inline = false;
 };
 constexpr EngineWay kWays[] = {
-    {"SQLite", Way::kRowIdentity, "rowid"},
-    {"PostgreSQL", Way::kRowIdentity, "ctid"},
-    {"MariaDB", Way::kKeyOrGroups, ""},
-    {"MySQL", Way::kKeyOrGroups, ""},
+    {"SQLite", Way::kRowIdentity, "rowid", false},
+    {"PostgreSQL", Way::kRowIdentity, "ctid", true},
+    {"MariaDB", Way::kKeyOrGroups, "", false},
+    {"MySQL", Way::kKeyOrGroups, "", false},
 };
 
 EngineWay WayOf(const Connection& cn) {
   const std::string engine = cn.Engine();
   for (const EngineWay& w : kWays)
     if (w.engine == engine) return w;
-  return {"", Way::kWalk, ""};
+  return {"", Way::kWalk, "", false};
 }
 
 std::string Join(const std::vector<std::string>& parts, std::string_view glue,
@@ -153,13 +158,29 @@ class DuplicatePlan {
   }
   std::string EmptyGroupDelete() const { return "DELETE FROM " + table_ + " WHERE " + empty_cond_; }
 
-  // Every row after the first of its group, as one statement (the row-identity engines).
+  // Every row after the first of its group, as one statement (the row-identity engines). With
+  // the empty group inline, also the first row of the all-empty group when that group comes
+  // first: lead() tells that the group has a second row, and the test for duplicate groups that
+  // sort before the empty one is an uncorrelated subquery the engine runs only when such a row
+  // comes up.
   std::string RowIdentityDelete() const {
     const std::string rid(way_.row_identity);
-    return "DELETE FROM " + table_ + " WHERE " + rid + " IN (SELECT " + rid + " FROM (SELECT " +
-           rid + ", row_number() OVER (PARTITION BY " + col_list_ + " ORDER BY " + rid +
-           ") AS zt_rn FROM " + table_ + " WHERE " + not_null_ + ") AS zt_d WHERE zt_rn > 1)";
+    const bool inline_empty = EmptyGroupInline();
+    std::string select = "SELECT " + rid + ", row_number() OVER zt_w AS zt_rn";
+    std::string first_too;
+    if (inline_empty) {
+      select += ", lead(" + rid + ") OVER zt_w AS zt_next, CASE WHEN " + empty_cond_ +
+                " THEN 1 ELSE 0 END AS zt_e";
+      first_too = " OR (zt_e = 1 AND zt_next IS NOT NULL AND NOT EXISTS (SELECT 1 FROM " + table_ +
+                  " WHERE " + not_null_ + " AND (" + before_empty_ + ") GROUP BY " + col_list_ +
+                  " HAVING COUNT(*) > 1))";
+    }
+    return "DELETE FROM " + table_ + " WHERE " + rid + " IN (SELECT " + rid + " FROM (" + select +
+           " FROM " + table_ + " WHERE " + not_null_ + " WINDOW zt_w AS (PARTITION BY " +
+           col_list_ + " ORDER BY " + rid + ")) AS zt_d WHERE zt_rn > 1" + first_too + ")";
   }
+  // Whether RowIdentityDelete removes the empty first group itself.
+  bool EmptyGroupInline() const { return way_.empty_group_inline && !empty_cond_.empty(); }
 
   // The same by primary key (MariaDB): a multi-table DELETE over a derived table, which MariaDB
   // materialises, so that the table can be read and changed in one statement.
@@ -333,7 +354,7 @@ std::int64_t SetBased(Connection& cn, EngineWay way, const std::string& table,
     DuplicatePlan plan(cn, way, table, names);
     std::int64_t deleted = 0, n = 0;
     at = 120;
-    if (plan.FirstGroupIsEmpty()) {
+    if (!plan.EmptyGroupInline() && plan.FirstGroupIsEmpty()) {
       cn.Execute(plan.EmptyGroupDelete(), &n, ado::adExecuteNoRecords);
       deleted += n;
     }
@@ -408,7 +429,8 @@ std::vector<std::string> CZtRecordMgr::DuplicateRemovalStatements(
     at = 20;
     DuplicatePlan plan(*cn, way, table, *names);
     std::vector<std::string> out;
-    if (plan.FirstGroupIsEmpty()) out.push_back(plan.EmptyGroupDelete());
+    if (!plan.EmptyGroupInline() && plan.FirstGroupIsEmpty())
+      out.push_back(plan.EmptyGroupDelete());
     if (way.way == Way::kRowIdentity) {
       out.push_back(plan.RowIdentityDelete());
     } else if (const auto key = PrimaryKey(*cn, table); !key.empty()) {

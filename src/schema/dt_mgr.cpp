@@ -185,8 +185,14 @@ std::int32_t DaoOfAdo(std::int32_t a) {
 }
 
 Variant Restrict(const std::string& table, const std::string& extra = {}) {
-  std::vector<Variant> r{Variant(), Variant(), Variant(table)};
-  if (!extra.empty()) r.push_back(Variant(extra));
+  // Built in place after one reservation: GCC 12 at -O3 takes a growing copy of an initialiser
+  // list for an overflow and, with warnings as errors, refuses the Release build.
+  std::vector<Variant> r;
+  r.reserve(4);
+  r.emplace_back();
+  r.emplace_back();
+  r.emplace_back(table);
+  if (!extra.empty()) r.emplace_back(extra);
   return Variant::Array(std::move(r));
 }
 

@@ -146,6 +146,11 @@ TEST_P(RecordMgrTest, AnEmptyGroupAfterAnotherGroupKeepsOneAndSinglesStay) {
   const auto walk = WalkOutcome();
   EXPECT_EQ(Dedupe(), walk);
   EXPECT_EQ(Keys(Contents()), (std::vector<std::string>{"-1|x", "0|", "7|y"}));
+  // A single row that sorts first is no group of the walk: the empty group is still first.
+  Make({{-5, "z"}, {0, ""}, {0, ""}, {7, "y"}}, false);
+  const auto lone_first = WalkOutcome();
+  EXPECT_EQ(Dedupe(), lone_first);
+  EXPECT_EQ(Keys(Contents()), (std::vector<std::string>{"-5|z", "7|y"}));
   // A lone empty row is not a duplicate of anything.
   Make({{0, ""}, {7, "y"}, {7, "y"}}, false);
   EXPECT_EQ(Dedupe(), (std::vector<std::string>{"0|", "7|y"}));
