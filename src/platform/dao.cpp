@@ -20,13 +20,6 @@ namespace {
 
 constexpr const char* kSource = "DAO.Database";
 
-// `s` as an SQL string literal.
-std::string Literal(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) out += c == '\'' ? std::string("''") : std::string(1, c);
-  return out + "'";
-}
-
 // The constraint that stands for AllowZeroLength = False; its exact text is how the property is
 // read back from the table's definition.
 std::string NoZeroLengthClause(const std::string& column) {
@@ -134,12 +127,12 @@ void Database::LoadTables() {
     const std::string sql = cn_->Execute(
                                    "SELECT sql FROM sqlite_master WHERE type = 'table' AND "
                                    "name = " +
-                                   Literal(t.name_))
+                                   platform::SqlLiteral(t.name_))
                                 ->Fields(0)
                                 .Value()
                                 .ToText();
     auto cols = cn_->Execute("SELECT name, type, \"notnull\" FROM pragma_table_info(" +
-                             Literal(t.name_) + ") ORDER BY cid");
+                             platform::SqlLiteral(t.name_) + ") ORDER BY cid");
     while (!cols->Eof()) {
       Field f;
       f.table_ = &t;

@@ -18,13 +18,6 @@ namespace {
 constexpr const char* kRebuildSource = "DAO.Database";
 constexpr const char* kSchemaSource = "ADODB.Connection";
 
-// `s` as an SQL string literal.
-std::string Literal(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) out += c == '\'' ? std::string("''") : std::string(1, c);
-  return out + "'";
-}
-
 std::string Sized(const char* type, std::int32_t size) {
   return std::string(type) + "(" + std::to_string(size > 0 ? size : 255) + ")";
 }
@@ -285,9 +278,10 @@ class SqliteDialect : public Dialect {
     std::string origin;
     std::vector<std::string> columns;
     {
-      auto rs = cn.Execute("SELECT l.origin, i.name FROM pragma_index_list(" + Literal(table) +
-                           ") l JOIN pragma_index_info(l.name) i WHERE l.name = " + Literal(name) +
-                           " COLLATE NOCASE ORDER BY i.seqno");
+      auto rs =
+          cn.Execute("SELECT l.origin, i.name FROM pragma_index_list(" + SqlLiteral(table) +
+                     ") l JOIN pragma_index_info(l.name) i WHERE l.name = " + SqlLiteral(name) +
+                     " COLLATE NOCASE ORDER BY i.seqno");
       for (; !rs->Eof(); rs->MoveNext()) {
         origin = rs->Fields(0).Value().ToText();
         columns.push_back(AsciiLower(rs->Fields(1).Value().ToText()));
@@ -369,10 +363,10 @@ class PostgresDialect : public Dialect {
     auto rs = cn.Execute(
         "SELECT n.nspname, (SELECT COUNT(*) FROM pg_constraint k WHERE k.conrelid = c.oid AND "
         "lower(k.conname) = lower(" +
-        Literal(name) +
+        SqlLiteral(name) +
         ")) FROM pg_class c JOIN pg_namespace n ON n.oid = c.relnamespace WHERE lower(c.relname) "
         "= lower(" +
-        Literal(table) + ") AND pg_table_is_visible(c.oid)");
+        SqlLiteral(table) + ") AND pg_table_is_visible(c.oid)");
     if (rs->Eof()) RaiseAdo(AdoError::kItemNotFound, kSchemaSource, "(" + table + ")");
     if (constraint && rs->Fields(1).Value().ToInt64() > 0)
       return OneStatement(AlterTable(table) + "DROP CONSTRAINT " + BracketName(name));

@@ -145,6 +145,12 @@ std::string Quoted(const std::string& name, char open, char close) {
 
 }  // namespace
 
+std::string SqlLiteral(const std::string& text) {
+  std::string out = "'";
+  for (char c : text) out += c == '\'' ? std::string("''") : std::string(1, c);
+  return out + "'";
+}
+
 std::string BracketName(const std::string& name) {
   return Quoted(name, '[', ']');
 }

@@ -40,6 +40,9 @@ ZT_TEST_EXPORT std::string RewritePlaceholders(const std::string& sql, const Dri
 // the engine's form.
 ZT_TEST_EXPORT std::string BracketName(const std::string& name);
 
+// `text` as an SQL string literal: in single quotes, each "'" doubled.
+ZT_TEST_EXPORT std::string SqlLiteral(const std::string& text);
+
 // The statement's first word, upper-cased ("SELECT" for "  (select 1)"); "" when none.
 ZT_TEST_EXPORT std::string FirstKeyword(const std::string& sql);
 

@@ -13,12 +13,6 @@ namespace {
 
 constexpr const char* kSource = "DAO.Database";
 
-std::string Literal(const std::string& s) {
-  std::string out = "'";
-  for (char c : s) out += c == '\'' ? std::string("''") : std::string(1, c);
-  return out + "'";
-}
-
 bool IsSpace(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
 }
@@ -265,21 +259,21 @@ SqliteTableDef SqliteTableDef::Read(Connection& cn, const std::string& table) {
   SqliteTableDef d;
   d.table_ = table;
   auto rs = cn.Execute("SELECT name, sql FROM sqlite_master WHERE type = 'table' AND name = " +
-                       Literal(table) + " COLLATE NOCASE");
+                       SqlLiteral(table) + " COLLATE NOCASE");
   if (rs->Eof()) RaiseAdo(AdoError::kItemNotFound, kSource, "(" + table + ")");
   d.table_ = rs->Fields(0).Value().ToText();
   std::string head;
   SplitCreate(rs->Fields(1).Value().ToText(), head, d.items, d.tail_);
   {
     auto cols =
-        cn.Execute("SELECT name FROM pragma_table_info(" + Literal(d.table_) + ") ORDER BY cid");
+        cn.Execute("SELECT name FROM pragma_table_info(" + SqlLiteral(d.table_) + ") ORDER BY cid");
     for (; !cols->Eof(); cols->MoveNext()) d.columns_.push_back(cols->Fields(0).Value().ToText());
   }
   // The automatic indexes of constraints have no text: they come back with the CREATE TABLE.
   auto deps = cn.Execute(
       "SELECT type, name, sql FROM sqlite_master WHERE sql IS NOT NULL AND "
       "((type IN ('index', 'trigger') AND tbl_name = " +
-      Literal(d.table_) + ") OR type = 'view') ORDER BY type = 'view', rowid");
+      SqlLiteral(d.table_) + ") OR type = 'view') ORDER BY type = 'view', rowid");
   for (; !deps->Eof(); deps->MoveNext()) {
     const std::string sql = deps->Fields(2).Value().ToText();
     if (deps->Fields(0).Value().ToText() != "view") {
