@@ -672,8 +672,17 @@ bool CZtDTMgr::AddFieldToTable(CZtDataStore& ds, const std::string& table, const
     // A Jet text or memo field takes its zero-length flag as well (a dry run has no field to
     // read it from).
     at = 50;
-    if (provider == kProviderJet && (dao_type == 10 || dao_type == 12))
-      SetFieldNullability(nullable, ds, table, field, dao_type, allow_zero_length);
+    if (provider == kProviderJet && (dao_type == 10 || dao_type == 12)) {
+      try {
+        SetFieldNullability(nullable, ds, table, field, dao_type, allow_zero_length);
+      } catch (const ZtError&) {
+        // The flags are a second change of the file (a NOT NULL field filled with '' that may
+        // not hold empty texts, say): when they fail, the field goes again, so that the table
+        // is as the caller had it.
+        impl_->Apply(*cn, cn->Dialect().PlanDropColumn(*cn, table, field));
+        throw;
+      }
+    }
     return true;
   });
 }

@@ -104,6 +104,10 @@ TEST_F(DTMgrSqliteTest, NullabilityThroughTheDaoViewAndDryRun) {
   EXPECT_FALSE(dt_.AddFieldToTable(*ds_, "tblCalls", "tCustomer", 10, 50, true, true));
   EXPECT_TRUE(
       env_.Logged("CZtDTMgr.AddFieldToTable, Field: [tCustomer] already exists in tblCalls"));
+  // A NOT NULL text is filled with '', which a field without zero-length texts cannot hold:
+  // the flags fail after the field was added, and the field goes again.
+  EXPECT_THROW(dt_.AddFieldToTable(*ds_, "tblCalls", "tMust", 10, 20, false, false), zt::ZtError);
+  EXPECT_FALSE(dt_.FieldExists(ds_->GetConnection(1), "tblCalls", "tMust"));
 
   ds_->CloseConnections();
   const std::string before = FileBytes();
