@@ -49,6 +49,35 @@ inline constexpr std::int32_t kIndexKindPrimaryKey = 4;
 inline constexpr std::int32_t kIndexKindUnique = 8;
 inline constexpr std::int32_t kIndexKindPlain = 16;
 
+// Copy options (CopyTable), bit flags.
+inline constexpr std::int32_t kCopyAppend = 1;   // the rows already in the target stay
+inline constexpr std::int32_t kCopySameDb = 2;   // one further step of a copy within a database
+inline constexpr std::int32_t kCopyIndexes = 4;  // the table's indexes come with its structure
+inline constexpr std::int32_t kCopyReplace = 8;  // an existing target table is dropped first
+
+// Where a table copy stands, for progress displays: called at the start of a table (rows_done
+// 0), every few thousand rows and at its end (done true).
+struct ZT_EXPORT CopyProgress {
+  std::string table;
+  std::int64_t rows_done = 0;
+  std::int64_t rows_total = -1;  // -1 when the source cannot tell beforehand
+  bool done = false;
+};
+using CopyProgressSink = std::function<void(const CopyProgress&)>;
+
+// What the copy of one table did (CopyTable, CopyPhysicalDataStore).
+struct ZT_EXPORT TableCopyResult {
+  std::string table;
+  bool copied = false;           // the table is in the target, complete
+  std::int64_t rows = 0;         // records written
+  std::int64_t failed = 0;       // records refused (CopyFieldValue's rules, or the engine)
+  std::int64_t source_rows = 0;  // records the source held (verification)
+  std::int64_t target_rows = 0;  // records the target holds afterwards (verification)
+  double seconds = 0;
+  std::string error;                  // why the table was not copied ("" when it was)
+  std::vector<std::string> messages;  // the first refusals, with their texts
+};
+
 // One index that contains a field (GetIndexNames).
 struct ZT_EXPORT IndexNameInfo {
   std::string name;
@@ -132,6 +161,43 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   // `fields` an array of names; nothing is done when it is not an array.
   bool CreateIndex(const std::shared_ptr<Connection>& cn, const std::string& table,
                    const Variant& fields, const std::string& index_name, std::int32_t kind);
+
+  // ---- Copying --------------------------------------------------------------------------------
+  // Copies `table` from `source` (its connection `source_cn`) into `target` with `options`
+  // (kCopyAppend, kCopySameDb, kCopyIndexes, kCopyReplace): within one database when
+  // `source_cn` is the target's own connection, else across databases (the structure created
+  // when the target lacks the table, then the rows). Across databases the target ends with
+  // either the complete copy or the table as it was (no table, or its old rows): a copy that
+  // fails is undone. Record refusals are counted (RecordsFailed), not raised. The source is
+  // never written.
+  bool CopyTable(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
+                 const std::string& table, CZtDataStore& target, std::int32_t options);
+  // Copies every user table of `source` into `target` (created when missing, unless
+  // `must_exist_on_sql_server` asks for an existing SQL Server database), one by one; a table
+  // that fails is logged and skipped. `copied` names the data store being copied in the logs.
+  // Afterwards the row counts of source and target are compared per table. `not_copied`
+  // receives "name not copied" for each table that was not copied. True when every table was.
+  bool CopyPhysicalDataStore(CZtDataStore& source, CZtDataStore& target, CZtDataStore& copied,
+                             bool must_exist_on_sql_server,
+                             std::vector<std::string>* not_copied = nullptr);
+  // True when `table` has the same field names in both data stores.
+  bool VerifySameFields(CZtDataStore& source, CZtDataStore& target, const std::string& table);
+  // Copies every record of `source` that passes `filter` (Empty: all) into new records of
+  // `target`; refusals are counted and, when any, NUM_FAILED_RECORDS is added to `messages`.
+  void CopyRecordset(const std::shared_ptr<Recordset>& source,
+                     const std::shared_ptr<Recordset>& target, const Variant& filter = {},
+                     std::vector<std::string>* messages = nullptr);
+  // Copies the current record of `source` into `target` (into a new record when `add_new`).
+  // Raises for a refused value, leaving the target record unwritten.
+  void CopyRecord(const std::shared_ptr<Recordset>& target,
+                  const std::shared_ptr<Recordset>& source, bool add_new);
+  // The counters of the last CopyRecordset / table copy.
+  std::int64_t RecordsCopied() const;
+  std::int64_t RecordsFailed() const;
+  // Progress of table copies (nullptr: none).
+  void SetCopyProgress(CopyProgressSink sink);
+  // One entry per table of the last CopyTable / CopyPhysicalDataStore.
+  const std::vector<TableCopyResult>& LastCopyResults() const;
 
   bool UseLimitedErrorMessages() const { return limited_messages_; }
   void UseLimitedErrorMessages(bool value) { limited_messages_ = value; }

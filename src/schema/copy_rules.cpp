@@ -1,0 +1,48 @@
+// CopyFieldValue's rules as one decision (see copy_rules.h).
+#include "schema/copy_rules.h"
+
+#include "zt/platform.h"
+
+namespace zt::schema {
+
+namespace {
+
+bool IsTextType(std::int32_t type) {
+  return type == ado::adChar || type == ado::adWChar || type == ado::adVarChar ||
+         type == ado::adVarWChar;
+}
+
+// 139 is adVarNumeric, which the old providers reported for some decimal columns.
+bool IsNumberType(std::int32_t type) {
+  return type == ado::adSmallInt || type == ado::adInteger || type == ado::adSingle ||
+         type == ado::adDouble || type == ado::adBoolean || type == ado::adNumeric || type == 139;
+}
+
+std::int64_t Characters(const std::string& utf8) {
+  std::int64_t n = 0;
+  for (unsigned char c : utf8)
+    if ((c & 0xC0) != 0x80) ++n;
+  return n;
+}
+
+}  // namespace
+
+CopyDecision DecideCopyValue(const CopyTarget& target, const Variant& value, bool limited_messages,
+                             std::string* message) {
+  if (value.IsNull() || value.IsEmpty()) return CopyDecision::kSkip;
+  if (target.attributes & ado::adFldRowVersion) return CopyDecision::kSkip;
+  if (IsTextType(target.type) && target.defined_size > 0) {
+    const std::string text = value.ToText();
+    if (target.defined_size < Characters(text)) {
+      if (message)
+        *message = ".CopyFieldValue, Field: " + target.name +
+                   (limited_messages ? std::string() : ", Value: " + text) +
+                   "  Source field value too long for target field.";
+      return CopyDecision::kRefuseRecord;
+    }
+  }
+  if (IsNumberType(target.type) && !value.IsNumeric()) return CopyDecision::kSkip;
+  return CopyDecision::kWrite;
+}
+
+}  // namespace zt::schema

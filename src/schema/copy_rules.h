@@ -1,0 +1,38 @@
+// What CopyFieldValue does with one source value for one target field, as a pure decision, so
+// that the record-by-record copy and the streaming copy give exactly the same per-record
+// results.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "zt/export.h"
+#include "zt/variant.h"
+
+namespace zt::schema {
+
+// The target field as the rules see it.
+struct ZT_TEST_EXPORT CopyTarget {
+  std::string name;
+  std::int32_t type = 0;          // ADO DataTypeEnum code
+  std::int64_t defined_size = 0;  // characters for text
+  std::int32_t attributes = 0;    // ADO FieldAttributeEnum bits
+};
+
+enum class CopyDecision {
+  kWrite,         // assign the value
+  kSkip,          // leave the field alone (Null, a row-version column, a non-number)
+  kRefuseRecord,  // the record is not copied; `message` says why
+};
+
+// The rules, in order: a Null (or Empty) source value is not written; a row-version target
+// (adFldRowVersion) is never written; a text target (129, 130, 200, 202) shorter than the value
+// refuses the record with ".CopyFieldValue, Field: " + field + ", Value: " + value + "  Source
+// field value too long for target field." (with `limited_messages` the value is left out of
+// the text: ".CopyFieldValue, Field: " + field + "  Source field value too long for target
+// field."); a numeric or Boolean target (2, 3, 4, 5, 11, 131, 139) takes only numeric values;
+// anything else is written. The length is counted in characters (UTF-8 code points).
+ZT_TEST_EXPORT CopyDecision DecideCopyValue(const CopyTarget& target, const Variant& value,
+                                            bool limited_messages, std::string* message);
+
+}  // namespace zt::schema
