@@ -1,9 +1,9 @@
 // zt::Variant: the value type that crosses every interface of the library.
 //
 // A Variant holds one of the kinds the old automation run time knew: Empty, Null, Boolean,
-// 32-bit integer ("Long"), 64-bit integer, double, currency, date, string, object reference or
-// array. Text is UTF-8. Conversions follow the old run time's rules so that texts written by the
-// library (log lines, SQL, serialized definitions) stay as they were:
+// 32-bit integer ("Long"), 64-bit integer, double, currency, exact decimal, date, string, object
+// reference or array. Text is UTF-8. Conversions follow the old run time's rules so that texts
+// written by the library (log lines, SQL, serialized definitions) stay as they were:
 //   - ToText(): True/False, numbers with up to 15 significant digits, dates as M/D/YYYY h:mm:ss AM.
 //   - ToInt32(): banker's rounding, error 6 "Overflow" outside the 32-bit range, error 13
 //     "Type mismatch" for text that is not a number, error 94 "Invalid use of Null" for Null.
@@ -21,6 +21,7 @@
 #include <variant>
 #include <vector>
 
+#include "zt/decimal.h"
 #include "zt/export.h"
 
 namespace zt {
@@ -36,6 +37,7 @@ enum class VarType : int {
   String = 8,
   Object = 9,
   Boolean = 11,
+  Decimal = 14,
   LongLong = 20,
   Array = 8192,
 };
@@ -92,6 +94,7 @@ class ZT_EXPORT Variant {
   Variant(std::int64_t i) : v_(i) {}
   Variant(double d) : v_(d) {}
   Variant(Currency c) : v_(c) {}
+  Variant(Decimal d) : v_(d) {}
   Variant(Date d) : v_(d) {}
   Variant(std::string s) : v_(std::move(s)) {}
   Variant(std::string_view s) : v_(std::string(s)) {}
@@ -134,6 +137,11 @@ class ZT_EXPORT Variant {
   bool ToBool() const;
   // The text of a string Variant without conversion, or nullptr for other kinds.
   const std::string* AsString() const { return std::get_if<std::string>(&v_); }
+  // The decimal of a Decimal Variant without conversion, or nullptr for other kinds.
+  const Decimal* AsDecimal() const { return std::get_if<Decimal>(&v_); }
+  // The value as an exact decimal: integers, currency and decimals exactly, numeric text by its
+  // digits, a double by its 15-digit text. Error 13 for other kinds, 94 for Null.
+  Decimal ToDecimal() const;
   // The array, or nullptr when this is not an array.
   const VariantArray* AsArray() const;
   VariantArray* AsMutableArray();  // copies a shared array first, so values never alias
@@ -151,7 +159,7 @@ class ZT_EXPORT Variant {
  private:
   using ArrayPtr = std::shared_ptr<VariantArray>;
   std::variant<std::monostate, NullTag, bool, std::int32_t, std::int64_t, double, Currency, Date,
-               std::string, std::shared_ptr<Object>, ArrayPtr>
+               std::string, std::shared_ptr<Object>, ArrayPtr, Decimal>
       v_;
 };
 

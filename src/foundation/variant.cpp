@@ -136,7 +136,7 @@ VarType Variant::Type() const {
   static constexpr VarType kTypes[] = {VarType::Empty,    VarType::Null,     VarType::Boolean,
                                        VarType::Long,     VarType::LongLong, VarType::Double,
                                        VarType::Currency, VarType::Date,     VarType::String,
-                                       VarType::Object,   VarType::Array};
+                                       VarType::Object,   VarType::Array,    VarType::Decimal};
   return kTypes[v_.index()];
 }
 
@@ -165,6 +165,7 @@ bool Variant::IsNumeric() const {
     case VarType::LongLong:
     case VarType::Double:
     case VarType::Currency:
+    case VarType::Decimal:
       return true;
     case VarType::String:
       return ParseNumber(*AsString()).has_value();
@@ -189,6 +190,8 @@ std::string Variant::ToText() const {
       return FormatDouble(std::get<double>(v_));
     case VarType::Currency:
       return FormatCurrency(std::get<Currency>(v_));
+    case VarType::Decimal:
+      return std::get<Decimal>(v_).ToText();
     case VarType::Date:
       return FormatDate(std::get<Date>(v_));
     case VarType::String:
@@ -214,6 +217,8 @@ double Variant::ToDouble() const {
       return std::get<double>(v_);
     case VarType::Currency:
       return std::get<Currency>(v_).ToDouble();
+    case VarType::Decimal:
+      return std::get<Decimal>(v_).ToDouble();
     case VarType::Date:
       return std::get<Date>(v_).serial;
     case VarType::String: {
@@ -234,12 +239,20 @@ std::int32_t Variant::ToInt32() const {
       rt::Raise(rt::kOverflow);
     return static_cast<std::int32_t>(*p);
   }
+  if (auto p = std::get_if<Decimal>(&v_)) {
+    const std::int64_t v = p->ToInt64();
+    if (v < std::numeric_limits<std::int32_t>::min() ||
+        v > std::numeric_limits<std::int32_t>::max())
+      rt::Raise(rt::kOverflow);
+    return static_cast<std::int32_t>(v);
+  }
   return CheckedInt32(ToDouble());
 }
 
 std::int64_t Variant::ToInt64() const {
   if (auto p = std::get_if<std::int64_t>(&v_)) return *p;
   if (auto p = std::get_if<std::int32_t>(&v_)) return *p;
+  if (auto p = std::get_if<Decimal>(&v_)) return p->ToInt64();
   double r = BankersRound(ToDouble());
   if (!(std::fabs(r) < 9.2e18)) rt::Raise(rt::kOverflow);
   return static_cast<std::int64_t>(r);
@@ -276,7 +289,48 @@ std::optional<int> Variant::Compare(const Variant& a, const Variant& b) {
   // A number against text that is not numeric: the run time compares text with text.
   if (a_text && !a.IsNumeric()) return three_way(*a.AsString(), b.ToText());
   if (b_text && !b.IsNumeric()) return three_way(a.ToText(), *b.AsString());
+  // A decimal against another exact number compares digit by digit: two values a double cannot
+  // tell apart (12345678901234567.8901 and ...8902) must not read as equal.
+  if (a.AsDecimal() || b.AsDecimal()) {
+    auto exact = [](const Variant& v) -> std::optional<Decimal> {
+      switch (v.Type()) {
+        case VarType::Long:
+        case VarType::LongLong:
+        case VarType::Currency:
+        case VarType::Decimal:
+          return v.ToDecimal();
+        case VarType::String:
+          return Decimal::TryParse(*v.AsString());
+        default:
+          return std::nullopt;
+      }
+    };
+    auto x = exact(a), y = exact(b);
+    if (x && y) return Decimal::Compare(*x, *y);
+  }
   return three_way(a.ToDouble(), b.ToDouble());
+}
+
+Decimal Variant::ToDecimal() const {
+  switch (Type()) {
+    case VarType::Null:
+      rt::Raise(rt::kInvalidUseOfNull);
+    case VarType::Decimal:
+      return std::get<Decimal>(v_);
+    case VarType::Currency:
+      return Decimal::FromCurrency(std::get<Currency>(v_));
+    case VarType::Long:
+    case VarType::LongLong:
+    case VarType::Boolean:
+    case VarType::Empty:
+      return Decimal::FromInt64(ToInt64());
+    case VarType::String:
+      return Decimal::Parse(*AsString());
+    case VarType::Double:
+      return Decimal::Parse(FormatDouble(std::get<double>(v_)));
+    default:
+      rt::Raise(rt::kTypeMismatch);
+  }
 }
 
 bool Variant::SameValue(const Variant& a, const Variant& b) {
