@@ -259,9 +259,7 @@ Variant ReadValue(SQLHSTMT stmt, SQLUSMALLINT col, short sql_type, bool currency
     }
     case SQL_REAL:
     case SQL_FLOAT:
-    case SQL_DOUBLE:
-    case SQL_DECIMAL:
-    case SQL_NUMERIC: {
+    case SQL_DOUBLE: {
       double v = 0;
       if (!Ok(SQLGetData(stmt, col, SQL_C_DOUBLE, &v, sizeof v, &ind)) || ind == SQL_NULL_DATA)
         return Variant::Null();
@@ -279,6 +277,15 @@ Variant ReadValue(SQLHSTMT stmt, SQLUSMALLINT col, short sql_type, bool currency
       Date d = Date::FromParts(ts.year, ts.month, ts.day, ts.hour, ts.minute, ts.second);
       if (d.serial >= 0) d.serial += ts.fraction / 1e9 / 86400.0;
       return Variant(d);
+    }
+    case SQL_DECIMAL:
+    case SQL_NUMERIC: {
+      // Fetched as text, never as SQL_C_DOUBLE: the driver's text is the exact value.
+      const Variant text = ReadValue(stmt, col, SQL_VARCHAR, false);
+      const std::string* s = text.AsString();
+      if (!s) return text;
+      const Decimal d = Decimal::Parse(*s);
+      return currency ? Variant(d.ToCurrency()) : Variant(d);
     }
     default:
       break;
@@ -308,6 +315,7 @@ struct Param {
   SQLSMALLINT c_type = SQL_C_CHAR;
   SQLSMALLINT sql_type = SQL_VARCHAR;
   SQLULEN size = 1;
+  SQLSMALLINT digits = 0;  // decimal digits of a NUMERIC parameter
   SQLLEN ind = 0;
   std::string text;
   SQLBIGINT i64 = 0;
@@ -333,8 +341,20 @@ struct Param {
         i64 = v.ToInt64();
         size = 19;
         break;
-      case VarType::Double:
       case VarType::Currency:
+      case VarType::Decimal: {
+        // Exact text into a NUMERIC parameter: precision is the digit count, scale the decimals.
+        const Decimal dec = v.ToDecimal();
+        text = dec.ToText();
+        ind = static_cast<SQLLEN>(text.size());
+        sql_type = SQL_NUMERIC;
+        digits = dec.scale;
+        std::size_t n = 0;
+        for (char c : text) n += c >= '0' && c <= '9' ? 1 : 0;
+        size = std::max<SQLULEN>(n, static_cast<SQLULEN>(digits) + 1);
+        break;
+      }
+      case VarType::Double:
         c_type = SQL_C_DOUBLE;
         sql_type = SQL_DOUBLE;
         dbl = v.ToDouble();
@@ -758,7 +778,7 @@ void OdbcStatement::Execute() {
   for (std::size_t i = 0; i < params.size(); ++i) {
     Param& p = params[i];
     if (!Ok(SQLBindParameter(stmt_.get(), static_cast<SQLUSMALLINT>(i + 1), SQL_PARAM_INPUT,
-                             p.c_type, p.sql_type, p.size, 0, p.data(),
+                             p.c_type, p.sql_type, p.size, p.digits, p.data(),
                              static_cast<SQLLEN>(p.text.size()), &p.ind)))
       conn_.Fail(SQL_HANDLE_STMT, stmt_.get(), "Cannot bind a parameter");
   }

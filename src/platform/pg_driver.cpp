@@ -29,7 +29,17 @@ namespace {
 // The ADO codes themselves come from MapTypeName, so a PostgreSQL "varchar(50)" and a MariaDB
 // "VARCHAR(50)" give the same field. Types not listed are read as text (adVarWChar).
 // ---------------------------------------------------------------------------------------------
-enum class ValueKind { kText, kBoolean, kInt32, kInt64, kDouble, kMoney, kDateTime, kBytes };
+enum class ValueKind {
+  kText,
+  kBoolean,
+  kInt32,
+  kInt64,
+  kDouble,
+  kDecimal,
+  kMoney,
+  kDateTime,
+  kBytes
+};
 
 struct PgType {
   unsigned oid;
@@ -59,7 +69,7 @@ constexpr PgType kPgTypes[] = {
     {1114, "timestamp", ValueKind::kDateTime},
     {1184, "timestamptz", ValueKind::kDateTime},
     {1560, "bit", ValueKind::kBoolean},
-    {1700, "numeric", ValueKind::kDouble},
+    {1700, "numeric", ValueKind::kDecimal},
     {2950, "uuid", ValueKind::kText},
     {3802, "text", ValueKind::kText},
 };
@@ -123,6 +133,12 @@ Variant ValueFromText(ValueKind kind, const char* text, int length) {
     case ValueKind::kDouble:
       if (s == "NaN" || s == "Infinity" || s == "-Infinity") return Variant(std::string(s));
       return Variant(std::strtod(text, nullptr));
+    case ValueKind::kDecimal: {
+      // numeric comes as its exact text; NaN, the infinities and values past 28 decimals or 96
+      // bits (numeric allows far more) stay text rather than lose digits.
+      if (auto d = Decimal::TryParse(s)) return Variant(*d);
+      return Variant(std::string(s));
+    }
     case ValueKind::kMoney: {
       // The text follows lc_monetary ("$1,234.50", "-$3.00"): keep sign, digits and the point.
       std::string digits;
@@ -131,8 +147,8 @@ Variant ValueFromText(ValueKind kind, const char* text, int length) {
         if (c == '-' || c == '(') negative = true;
         if ((c >= '0' && c <= '9') || c == '.') digits += c;
       }
-      const double v = std::strtod(digits.c_str(), nullptr);
-      return Variant(Currency::FromDouble(negative ? -v : v));
+      if (negative) digits.insert(0, 1, '-');
+      return Variant(Decimal::Parse(digits).ToCurrency());
     }
     case ValueKind::kDateTime:
       return DateFromText(s);
@@ -175,9 +191,7 @@ std::optional<std::string> ParameterText(const Variant& v) {
       const auto r = std::to_chars(buf, buf + sizeof buf, v.ToDouble());
       return std::string(buf, r.ptr);
     }
-    case VarType::Currency:
-      return FormatDouble(v.ToDouble());
-    default:
+    default:  // currency and decimals in their exact text
       return v.ToText();
   }
 }

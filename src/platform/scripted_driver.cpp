@@ -31,6 +31,8 @@ std::int32_t TypeOfValue(const Variant& v) {
       return 5;
     case VarType::Currency:
       return 6;
+    case VarType::Decimal:
+      return 131;
     case VarType::Date:
       return 7;
     case VarType::Boolean:

@@ -4,9 +4,12 @@
 //
 // Values: a Boolean is stored as -1 / 0 (Jet's True and False, so "WHERE fFlag = -1" keeps
 // working); a date as the text "YYYY-MM-DD HH:MM:SS" and read back as a Date when the column is
-// declared as a date; currency as a real. Foreign keys are enforced, as Jet enforced its
-// relationships. A busy or locked file fails at once with 0x80004005, so that the data store's
-// retry loop (with its own sleeps) decides how long to wait.
+// declared as a date; currency as a real. A DECIMAL/NUMERIC column has numeric affinity: SQLite
+// keeps a whole number as a 64-bit integer and turns any other number into a real (15
+// significant digits survive). Such a column reads back exactly as a Decimal when the stored
+// value is an integer or text; a stored real stays a double, as that is all the file holds. Foreign
+// keys are enforced, as Jet enforced its relationships. A busy or locked file fails at once with
+// 0x80004005, so that the data store's retry loop (with its own sleeps) decides how long to wait.
 #include <sqlite3.h>
 
 #include <chrono>
@@ -20,7 +23,7 @@ namespace zt::platform {
 
 namespace {
 
-enum class Kind { kAuto, kBool, kInt, kDouble, kCurrency, kDate, kText, kBinary };
+enum class Kind { kAuto, kBool, kInt, kDouble, kDecimal, kCurrency, kDate, kText, kBinary };
 
 Kind KindOf(std::int32_t ado) {
   switch (ado) {
@@ -34,8 +37,9 @@ Kind KindOf(std::int32_t ado) {
       return Kind::kInt;
     case 4:
     case 5:
-    case 131:
       return Kind::kDouble;
+    case 131:
+      return Kind::kDecimal;
     case 6:
       return Kind::kCurrency;
     case 7:
@@ -251,6 +255,17 @@ void SqliteStatement::Bind(int index, const Variant& v) {
     case VarType::Currency:
       rc = sqlite3_bind_double(st_, i, v.ToDouble());
       break;
+    case VarType::Decimal: {
+      // A whole number as an integer; else the exact text, which the column's affinity decides on.
+      const Decimal* d = v.AsDecimal();
+      if (d->scale == 0 && d->hi == 0 && d->lo <= static_cast<std::uint64_t>(INT64_MAX)) {
+        rc = sqlite3_bind_int64(st_, i, d->ToInt64());
+        break;
+      }
+      const std::string t = d->ToText();
+      rc = sqlite3_bind_text(st_, i, t.data(), static_cast<int>(t.size()), SQLITE_TRANSIENT);
+      break;
+    }
     case VarType::Date: {
       const std::string t = DateText(Date{v.ToDouble()});
       rc = sqlite3_bind_text(st_, i, t.data(), static_cast<int>(t.size()), SQLITE_TRANSIENT);
@@ -366,6 +381,7 @@ Variant SqliteStatement::Get(int col) {
       if (k == Kind::kBool) return Variant(v != 0);
       if (k == Kind::kCurrency) return Variant(Currency{v * 10000});
       if (k == Kind::kDouble) return Variant(static_cast<double>(v));
+      if (k == Kind::kDecimal) return Variant(Decimal::FromInt64(v));
       if (v >= INT32_MIN && v <= INT32_MAX) return Variant(static_cast<std::int32_t>(v));
       return Variant(static_cast<std::int64_t>(v));
     }
@@ -380,6 +396,8 @@ Variant SqliteStatement::Get(int col) {
       const std::size_t n = static_cast<std::size_t>(sqlite3_column_bytes(st_, col));
       if (k == Kind::kDate)
         if (auto d = ParseDateText(p, n)) return Variant(*d);
+      if (k == Kind::kDecimal)
+        if (auto d = Decimal::TryParse(std::string_view(p, n))) return Variant(*d);
       return Variant(std::string_view(p, n));
     }
     default: {

@@ -67,6 +67,9 @@ TEST_F(PostgresDriver, PreparedStatementsBindValuesAndDescribeFields) {
   EXPECT_TRUE(a[3].ToBool());
   EXPECT_DOUBLE_EQ(a[4].ToDouble(), 2.5);
   EXPECT_DOUBLE_EQ(a[5].ToDouble(), 10.25);
+  // numeric(12,2) arrives as its exact digits, scale kept, not through a double.
+  EXPECT_EQ(a[5].Type(), VarType::Decimal);
+  EXPECT_EQ(a[5].ToText(), "10.25");
   EXPECT_EQ(a[6].Type(), VarType::Currency);
   EXPECT_DOUBLE_EQ(a[6].ToDouble(), 10.25);
   EXPECT_EQ(a[7].Type(), VarType::Date);
