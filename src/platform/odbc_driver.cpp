@@ -284,8 +284,10 @@ Variant ReadValue(SQLHSTMT stmt, SQLUSMALLINT col, short sql_type, bool currency
       const Variant text = ReadValue(stmt, col, SQL_VARCHAR, false);
       const std::string* s = text.AsString();
       if (!s) return text;
-      const Decimal d = Decimal::Parse(*s);
-      return currency ? Variant(d.ToCurrency()) : Variant(d);
+      // A value wider than 28 decimals or 96 bits (DECIMAL(65,30)) stays text, digits intact.
+      const auto d = Decimal::TryParse(*s);
+      if (!d) return text;
+      return currency ? Variant(d->ToCurrency()) : Variant(*d);
     }
     default:
       break;

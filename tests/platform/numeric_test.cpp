@@ -83,6 +83,13 @@ TEST_P(NumericTest, DecimalsRoundTripThroughParametersUpdatesAndBulkLoads) {
     // The server compares exactly: the neighbour of a 21-digit value is not it.
     EXPECT_EQ(Count("zt_exact", "[amount] = 12345678901234567.8901"), 1);
     EXPECT_EQ(Count("zt_exact", "[amount] = 12345678901234567.8902"), 0);
+    // Wider than a Decimal holds: the value comes as its text rather than failing the fetch.
+    const Variant wide =
+        cn->Execute("SELECT CAST(1234567890123456789012345678901234567890 AS DECIMAL(40,0))")
+            ->Fields(0)
+            .Value();
+    EXPECT_EQ(wide.Type(), VarType::String);
+    EXPECT_EQ(wide.ToText(), "1234567890123456789012345678901234567890");
   }
 
   // A recordset edit that changes only the last digit is seen as a change and written exactly;
