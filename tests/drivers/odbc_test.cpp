@@ -286,6 +286,9 @@ TEST_F(MariaDbDriver, RowCountsAreMatchedRowsAndValuesRoundTrip) {
   EXPECT_TRUE(r[3].ToBool());
   EXPECT_DOUBLE_EQ(r[4].ToDouble(), 2.5);
   EXPECT_DOUBLE_EQ(r[5].ToDouble(), 10.25);
+  // DECIMAL(12,2) is fetched as the driver's exact text, not as SQL_C_DOUBLE.
+  EXPECT_EQ(r[5].Type(), VarType::Decimal);
+  EXPECT_EQ(r[5].ToText(), "10.25");
   EXPECT_EQ(r[6].Type(), VarType::Date);
   EXPECT_NEAR(r[6].ToDouble(), when.serial, 1e-6);
   EXPECT_EQ(r[7].ToInt64(), 5000000000);

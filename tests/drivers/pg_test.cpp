@@ -118,6 +118,16 @@ TEST_F(PostgresDriver, PreparedStatementsBindValuesAndDescribeFields) {
   EXPECT_FALSE(added.columns[0].attributes & 0x20);
 
   // "?" inside literals and comments are not parameters.
+  // numeric's values without a Decimal form stay text; money arrives exactly to the last digit.
+  auto odd = Rows(*conn_,
+                  "SELECT 'NaN'::numeric, 1e40::numeric, '-922337203685477.58'::money, "
+                  "'922337203685477.57'::money");
+  EXPECT_EQ(odd.rows[0][0].ToText(), "NaN");
+  EXPECT_EQ(odd.rows[0][1].Type(), VarType::String);
+  EXPECT_EQ(odd.rows[0][1].ToText(), "1" + std::string(40, '0'));
+  EXPECT_EQ(odd.rows[0][2].Type(), VarType::Currency);
+  EXPECT_EQ(odd.rows[0][2].ToText(), "-922337203685477.58");
+  EXPECT_EQ(odd.rows[0][3].ToText(), "922337203685477.57");
   auto lit = Rows(*conn_, "SELECT '?' AS q /* ? */ FROM zt_pg_items WHERE code = 'neu'");
   ASSERT_EQ(lit.rows.size(), 1u);
   EXPECT_EQ(lit.rows[0][0].ToText(), "?");
