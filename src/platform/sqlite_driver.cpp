@@ -379,7 +379,13 @@ Variant SqliteStatement::Get(int col) {
     case SQLITE_INTEGER: {
       const sqlite3_int64 v = sqlite3_column_int64(st_, col);
       if (k == Kind::kBool) return Variant(v != 0);
-      if (k == Kind::kCurrency) return Variant(Currency{v * 10000});
+      // A whole number past the currency range (any integer fits the file) stays exact as a
+      // decimal rather than wrap around.
+      if (k == Kind::kCurrency) {
+        constexpr sqlite3_int64 kMaxUnits = INT64_MAX / 10000;
+        if (v >= -kMaxUnits && v <= kMaxUnits) return Variant(Currency{v * 10000});
+        return Variant(Decimal::FromInt64(v));
+      }
       if (k == Kind::kDouble) return Variant(static_cast<double>(v));
       if (k == Kind::kDecimal) return Variant(Decimal::FromInt64(v));
       if (v >= INT32_MIN && v <= INT32_MAX) return Variant(static_cast<std::int32_t>(v));

@@ -149,6 +149,18 @@ TEST_P(NumericTest, CurrencyRoundTripsExactly) {
   for (std::size_t i = 0; i < prices.size(); ++i)
     ExpectRow("zt_cash", static_cast<int>(i + 1), Decimal::FromInt64(0), prices[i]);
 
+  if (e.is_file) {
+    // A whole number past the currency range, which the file holds as an integer, keeps its
+    // digits instead of wrapping around.
+    cn->Execute("INSERT INTO [zt_cash] ([id], [price]) VALUES (99, 1000000000000000000)");
+    const Variant big =
+        cn->Execute("SELECT [price] FROM [zt_cash] WHERE [id] = 99")->Fields(0).Value();
+    EXPECT_EQ(big.ToText(), "1000000000000000000");
+    cn->Execute("INSERT INTO [zt_cash] ([id], [price]) VALUES (98, -922337203685477)");
+    EXPECT_EQ(
+        cn->Execute("SELECT [price] FROM [zt_cash] WHERE [id] = 98")->Fields(0).Value().ToText(),
+        "-922337203685477");
+  }
   cn->Execute("DELETE FROM [zt_cash]");
   {
     BulkInserter bulk(*cn, "zt_cash", {"id", "price"});
