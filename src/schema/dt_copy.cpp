@@ -8,9 +8,11 @@
 // is created first, the rows then go in one transaction, and a table this copy created is
 // dropped again when the copy fails. The source is only read.
 #include <chrono>
+#include <set>
 
 #include "platform/dialect.h"
 #include "platform/errors.h"
+#include "platform/sql_text.h"
 #include "schema/copy_rules.h"
 #include "schema/dt_copy_state.h"
 #include "zt/datastore.h"
@@ -99,8 +101,13 @@ std::int32_t DaoOfField(Field& f) {
 // The target's column type of a source field; `dao` receives the DAO code it stands for. The
 // OLE DB code is asked first (as the library always did, keeping its names, binary as
 // TIMESTAMP on SQL Server included); what it has no name for goes by its DAO code.
-std::string TargetType(Field& f, std::int32_t provider, std::int32_t& dao) {
+std::string TargetType(Field& f, std::int32_t provider, std::int32_t& dao, bool boolean) {
   CZtDataType types;
+  if (boolean) {
+    dao = 1;
+    std::int32_t kind = kTypeKindDao;
+    return types.GetTypeName(dao, 0, provider, kind);
+  }
   std::int32_t size = static_cast<std::int32_t>(f.DefinedSize());
   dao = f.Type();
   std::int32_t kind = kTypeKindOleDb;
@@ -108,12 +115,27 @@ std::string TargetType(Field& f, std::int32_t provider, std::int32_t& dao) {
   // A text without a usable length goes as memo (below), not as a text of length 0.
   const bool text = dao == ado::adVarChar || dao == ado::adVarWChar;
   if (!text || (size > 0 && size <= 4000)) name = types.GetTypeName(dao, size, provider, kind);
-  if (name.empty() || dao == 0 || (f.Type() == ado::adBoolean) != (dao == 1)) {
-    dao = DaoOfField(f);
+  dao = DaoOfField(f);
+  if (name.empty()) {
     kind = kTypeKindDao;
-    name = types.GetTypeName(dao, size, provider, kind);
+    std::int32_t code = dao;
+    name = types.GetTypeName(code, size, provider, kind);
   }
   return name;
+}
+
+// MariaDB declares the application's Booleans TINYINT(1), which its driver reports as a byte
+// like any TINYINT: the declared type in the catalog tells them apart.
+std::set<std::string> BooleanColumns(Connection& cn, const std::string& table) {
+  std::set<std::string> out;
+  const std::string engine = platform::AsciiLower(cn.Engine());
+  if (engine != "mariadb" && engine != "mysql") return out;
+  auto rs = cn.Execute(
+      "SELECT COLUMN_NAME FROM information_schema.COLUMNS WHERE TABLE_SCHEMA = DATABASE() AND "
+      "TABLE_NAME = " +
+      platform::SqlLiteral(table) + " AND COLUMN_TYPE = 'tinyint(1)'");
+  for (; !rs->Eof(); rs->MoveNext()) out.insert(rs->Fields(0).Value().ToText());
+  return out;
 }
 
 bool Nullable(Field& f) {
@@ -295,13 +317,15 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
     try {
       at = 10;
       auto rs = EmptySelect(*source_cn, table);
+      const auto booleans = BooleanColumns(*source_cn, table);
       at = 20;
       std::string columns;
       auto& fields = rs->GetFields();
       for (std::int32_t i = 0; i < fields.Count(); ++i) {
         Field& f = fields.Item(i);
         std::int32_t dao = 0;
-        std::string column = " [" + f.Name() + "] " + TargetType(f, target_provider, dao);
+        std::string column = " [" + f.Name() + "] " +
+                             TargetType(f, target_provider, dao, booleans.count(f.Name()) > 0);
         if (dao == 10) column += " (" + std::to_string(f.DefinedSize()) + ")";
         bool nullable = Nullable(f);
         if (target_provider == kProviderSqlServer && dao == 1) {
@@ -330,14 +354,7 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
           if (!s.empty()) RunStatement(*target_cn, s);
         }
       } else {
-        // PostgreSQL and MariaDB name and build their indexes through the engine dialect, the
-        // way CreateIndex always does there.
-        for (const auto& index : indexes) {
-          std::vector<Variant> names(index.columns.begin(), index.columns.end());
-          Log("CopyTableStructure: Creating indexes: " + index.name);
-          CreateIndex(target_cn, new_table, Variant::Array(std::move(names)), index.name,
-                      index.kind);
-        }
+        CopyIndexesByPlan(source_cn, *target_cn, table, new_table);
       }
       return true;
     } catch (const ZtError& e) {
@@ -362,12 +379,14 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
   return at.Reraising([&] {
     at = 10;
     auto rs = EmptySelect(*source_cn, table);
+    const auto booleans = BooleanColumns(*source_cn, table);
     std::string columns;
     auto& fields = rs->GetFields();
     for (std::int32_t i = 0; i < fields.Count(); ++i) {
       Field& f = fields.Item(i);
       std::int32_t dao = 0;
-      std::string column = " [" + f.Name() + "] " + TargetType(f, kProviderJet, dao);
+      std::string column =
+          " [" + f.Name() + "] " + TargetType(f, kProviderJet, dao, booleans.count(f.Name()) > 0);
       if (dao == 10) column += "(" + std::to_string(f.DefinedSize()) + ")";
       if (!Nullable(f)) column += " NOT NULL";
       columns += column + ",";
@@ -378,15 +397,33 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
     Log("CopyTableStructure: Creating table: " + sql);
     RunStatement(*target_cn, sql);
     at = 30;
-    if (create_indexes) {
-      for (const auto& index : GetTableIndexes(source_cn, table)) {
-        std::vector<Variant> names(index.columns.begin(), index.columns.end());
-        Log("CopyTableStructure: Creating indexes: " + index.name);
-        CreateIndex(target_cn, new_table, Variant::Array(std::move(names)), index.name, index.kind);
-      }
-    }
+    if (create_indexes) CopyIndexesByPlan(source_cn, *target_cn, table, new_table);
     return true;
   });
+}
+
+// The engines' index plans are composed the way CreateIndex composes them (names by the PK_ /
+// UN_ / IN_ rules), but run here statement by statement, so that they join the transaction the
+// copy of the table runs in.
+void CZtDTMgr::CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn,
+                                 Connection& target_cn, const std::string& table,
+                                 const std::string& new_table) {
+  for (const auto& index : GetTableIndexes(source_cn, table)) {
+    // An engine that folds names (PostgreSQL) reports "in_..." for an "IN_..." index: the
+    // prefix is the library's, in its own spelling, so that it is not added a second time.
+    std::string written = index.name;
+    for (const char* prefix : {"IN_", "UN_"})
+      if (written.size() > 3 &&
+          platform::AsciiLower(written.substr(0, 3)) == platform::AsciiLower(prefix))
+        written.replace(0, 3, prefix);
+    const std::string name = GeneratedIndexName(new_table, written, index.kind);
+    const auto plan =
+        target_cn.Dialect().PlanCreateIndex(target_cn, new_table, index.columns, name, index.kind);
+    for (const auto& sql : plan.statements) {
+      Log("CopyTableStructure: Creating indexes: " + sql);
+      RunStatement(target_cn, sql);
+    }
+  }
 }
 
 // ---- Rows ------------------------------------------------------------------------------------
@@ -534,7 +571,15 @@ void CZtDTMgr::CopyFieldValue(Field& target, const Variant& value) {
   std::string message;
   switch (schema::DecideCopyValue(t, value, limited_messages_, &message)) {
     case schema::CopyDecision::kWrite:
-      target.SetValue(value);
+      // True is -1 as a number (MariaDB's TINYINT(1) Booleans hold it so).
+      if (value.Type() == VarType::Boolean && t.type != ado::adBoolean)
+        target.SetValue(Variant(std::int32_t{value.ToBool() ? -1 : 0}));
+      // and any number other than 0 is True for a Boolean column (a PostgreSQL BOOLEAN takes
+      // no -1).
+      else if (value.Type() != VarType::Boolean && t.type == ado::adBoolean)
+        target.SetValue(Variant(value.ToDouble() != 0));
+      else
+        target.SetValue(value);
       break;
     case schema::CopyDecision::kSkip:
       break;

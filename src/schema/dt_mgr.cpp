@@ -258,6 +258,11 @@ std::int32_t CZtDTMgr::ProviderOfConnection(const Connection& cn) {
   return ProviderOf(cn);
 }
 
+std::string CZtDTMgr::GeneratedIndexName(const std::string& table, const std::string& name,
+                                         std::int32_t kind) {
+  return IndexName(table, name, kind);
+}
+
 void CZtDTMgr::RunStatement(Connection& cn, const std::string& sql) {
   impl_->Apply(cn, sql);
 }

@@ -286,6 +286,13 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
                           const std::shared_ptr<Connection>& target_cn, const std::string& table,
                           TableCopyResult& result);
   void ReportProgress(std::int64_t rows_done, bool done);
+  // The source table's indexes on the new table of an SQLite, PostgreSQL or MariaDB target,
+  // through the engine's index plans, inside the copy's transaction.
+  void CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn, Connection& target_cn,
+                         const std::string& table, const std::string& new_table);
+  // "PK_" + table, "UN_" / "IN_" + table + "_" + name (a name already so prefixed is kept).
+  static std::string GeneratedIndexName(const std::string& table, const std::string& name,
+                                        std::int32_t kind);
   bool VerifySameFields_Recordset(Recordset& source, Recordset& target);
   std::vector<std::string> GetTables(const std::shared_ptr<Connection>& cn);
   void CopyFieldValue(Field& target, const Variant& value);
