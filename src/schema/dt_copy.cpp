@@ -7,6 +7,7 @@
 // new table or the old rows alike. MariaDB commits each DDL statement by itself: its structure
 // is created first, the rows then go in one transaction, and a table this copy created is
 // dropped again when the copy fails. The source is only read.
+#include <algorithm>
 #include <chrono>
 #include <set>
 
@@ -136,6 +137,13 @@ std::set<std::string> BooleanColumns(Connection& cn, const std::string& table) {
       platform::SqlLiteral(table) + " AND COLUMN_TYPE = 'tinyint(1)'");
   for (; !rs->Eof(); rs->MoveNext()) out.insert(rs->Fields(0).Value().ToText());
   return out;
+}
+
+// The primary key first: the table has its key before anything else refers to its rows.
+std::vector<IndexNameInfo> PrimaryFirst(std::vector<IndexNameInfo> indexes) {
+  std::stable_partition(indexes.begin(), indexes.end(),
+                        [](const IndexNameInfo& i) { return i.kind == kIndexKindPrimaryKey; });
+  return indexes;
 }
 
 bool Nullable(Field& f) {
@@ -342,7 +350,7 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
       RunStatement(*target_cn, sql);
       at = 40;
       if (!create_indexes) return true;
-      const auto indexes = GetTableIndexes(source_cn, table);
+      const auto indexes = PrimaryFirst(GetTableIndexes(source_cn, table));
       if (target_provider == kProviderSqlServer || target_provider == kProviderOracle) {
         const auto st = CreateTableIndexesSQLStatements(source_cn, table, indexes, {}, false);
         std::vector<std::string> statements;
@@ -408,7 +416,7 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
 void CZtDTMgr::CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn,
                                  Connection& target_cn, const std::string& table,
                                  const std::string& new_table) {
-  for (const auto& index : GetTableIndexes(source_cn, table)) {
+  for (const auto& index : PrimaryFirst(GetTableIndexes(source_cn, table))) {
     // An engine that folds names (PostgreSQL) reports "in_..." for an "IN_..." index: the
     // prefix is the library's, in its own spelling, so that it is not added a second time.
     std::string written = index.name;
