@@ -146,6 +146,15 @@ std::vector<IndexNameInfo> PrimaryFirst(std::vector<IndexNameInfo> indexes) {
   return indexes;
 }
 
+// The engine's error, with MSG_COULDNT_COPY_TBL_STRUCTURE in front of its description.
+[[noreturn]] void RaiseStructureNotCopied(const ZtError& e, const std::string& table) {
+  VariantArray args;
+  args.items = {Variant(table)};
+  throw ZtError(
+      e.Number(), e.Source(),
+      ZtErr_GetMessage("MSG_COULDNT_COPY_TBL_STRUCTURE", "", args) + " " + e.Description());
+}
+
 bool Nullable(Field& f) {
   return (f.Attributes() & ado::adFldIsNullable) != 0;
 }
@@ -366,11 +375,7 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
       }
       return true;
     } catch (const ZtError& e) {
-      VariantArray args;
-      args.items = {Variant(new_table)};
-      throw ZtError(
-          e.Number(), e.Source(),
-          ZtErr_GetMessage("MSG_COULDNT_COPY_TBL_STRUCTURE", "", args) + " " + e.Description());
+      RaiseStructureNotCopied(e, new_table);
     }
   });
 }
@@ -385,28 +390,32 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
   Trap at(kTypeName, "CopyTableStructureJet");
   at.Key(", BaseTable:" + table + ", NewTable:" + new_table);
   return at.Reraising([&] {
-    at = 10;
-    auto rs = EmptySelect(*source_cn, table);
-    const auto booleans = BooleanColumns(*source_cn, table);
-    std::string columns;
-    auto& fields = rs->GetFields();
-    for (std::int32_t i = 0; i < fields.Count(); ++i) {
-      Field& f = fields.Item(i);
-      std::int32_t dao = 0;
-      std::string column =
-          " [" + f.Name() + "] " + TargetType(f, kProviderJet, dao, booleans.count(f.Name()) > 0);
-      if (dao == 10) column += "(" + std::to_string(f.DefinedSize()) + ")";
-      if (!Nullable(f)) column += " NOT NULL";
-      columns += column + ",";
+    try {
+      at = 10;
+      auto rs = EmptySelect(*source_cn, table);
+      const auto booleans = BooleanColumns(*source_cn, table);
+      std::string columns;
+      auto& fields = rs->GetFields();
+      for (std::int32_t i = 0; i < fields.Count(); ++i) {
+        Field& f = fields.Item(i);
+        std::int32_t dao = 0;
+        std::string column =
+            " [" + f.Name() + "] " + TargetType(f, kProviderJet, dao, booleans.count(f.Name()) > 0);
+        if (dao == 10) column += "(" + std::to_string(f.DefinedSize()) + ")";
+        if (!Nullable(f)) column += " NOT NULL";
+        columns += column + ",";
+      }
+      if (!columns.empty()) columns.pop_back();
+      at = 20;
+      const std::string sql = "CREATE TABLE [" + new_table + "] (" + columns + " )";
+      Log("CopyTableStructure: Creating table: " + sql);
+      RunStatement(*target_cn, sql);
+      at = 30;
+      if (create_indexes) CopyIndexesByPlan(source_cn, *target_cn, table, new_table);
+      return true;
+    } catch (const ZtError& e) {
+      RaiseStructureNotCopied(e, new_table);
     }
-    if (!columns.empty()) columns.pop_back();
-    at = 20;
-    const std::string sql = "CREATE TABLE [" + new_table + "] (" + columns + " )";
-    Log("CopyTableStructure: Creating table: " + sql);
-    RunStatement(*target_cn, sql);
-    at = 30;
-    if (create_indexes) CopyIndexesByPlan(source_cn, *target_cn, table, new_table);
-    return true;
   });
 }
 
