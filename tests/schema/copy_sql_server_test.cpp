@@ -224,3 +224,36 @@ TEST(CopyRecordsetTest, CountsRefusalsAndWritesOnlySharedFields) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(CopyToSqlServerTest, AStoreCopySkipsAFailingTableAndNamesIt) {
+  src_->Execute("CREATE TABLE [tblBad] ([nId] LONG)");
+  src_->Execute("CREATE TABLE [MSysObjects] ([Id] LONG)");
+  script_->On("CREATE TABLE [tblBad]", ScriptedAnswer::Error(2714, "There is already an object"));
+  Connect();
+  std::vector<std::string> not_copied;
+  EXPECT_FALSE(dt_.CopyPhysicalDataStore(*source_, *ds_, *source_, true, &not_copied));
+  EXPECT_EQ(not_copied, (Texts{"tblBad not copied"}));
+  EXPECT_TRUE(Contains(env_.Warnings(), "Table tblBad was not copied."));
+  EXPECT_TRUE(Contains(Logged(env_), "Copying from Data Store: source.db to HelpDesk"));
+  EXPECT_FALSE(Contains(script_->Statements(), "MSysObjects"));
+  // The other table went through, and its count was checked against the target's.
+  ASSERT_EQ(dt_.LastCopyResults().size(), 2u);
+  for (const auto& r : dt_.LastCopyResults()) EXPECT_EQ(r.copied, r.table == "tblCopy") << r.table;
+  EXPECT_TRUE(Contains(script_->Statements(), "SELECT COUNT(*) FROM [tblCopy]"));
+}
+
+TEST_F(CopyToSqlServerTest, ATargetThatMustExistOnTheServer) {
+  script_->FailOpen(4060, "Cannot open database \"HelpDesk\" requested by the login.");
+  try {
+    dt_.CopyPhysicalDataStore(*source_, *ds_, *source_, true);
+    FAIL() << "no error";
+  } catch (const zt::ZtError& e) {
+    EXPECT_EQ(e.Number(), zt::vbObjectError + 9032);
+    EXPECT_EQ(e.Description(), "The database HelpDesk is not attached to the SQL Server HDSRV.");
+  }
+  EXPECT_TRUE(script_->Statements().empty());
+}
+
+}  // namespace
