@@ -239,10 +239,24 @@ bool CZtDTMgr::CopyTableSameDB(CZtDataStore& /*source*/,
     if (!TableExists(cn, table)) {
       // SQL Server's SELECT INTO; the other engines have CREATE TABLE ... AS SELECT, one
       // statement that makes the table and fills it.
-      if (provider == kProviderSqlServer)
-        RunStatement(*cn, "SELECT * INTO " + Br(table) + " FROM " + Br(table) + " ");
-      else
+      if (provider == kProviderSqlServer) {
+        try {
+          RunStatement(*cn, "SELECT * INTO " + Br(table) + " FROM " + Br(table) + " ");
+        } catch (const ZtError&) {
+          // The database is left with the option as it was found.
+          if (copy_->bulk_copy_switched_on) {
+            try {
+              RunStatement(*cn, "sp_dboption '" + db + "','select into/bulkcopy','false' ");
+              copy_->bulk_copy_switched_on = false;
+            } catch (const ZtError&) {
+              // The copy's own error is the one to report.
+            }
+          }
+          throw;
+        }
+      } else {
         RunStatement(*cn, "CREATE TABLE " + Br(table) + " AS SELECT * FROM " + Br(table));
+      }
     }
     // Option 2 asks the target for no further step here: the engines keep their statistics
     // themselves.

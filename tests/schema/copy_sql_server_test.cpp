@@ -73,6 +73,12 @@ TEST_F(CopySqlServerTest, SelectIntoBetweenTheBulkCopySwitch) {
   script_->ClearLog();
   ASSERT_TRUE(dt_.CopyTable(*ds_, cn, "tblCalls", *ds_, zt::kCopyReplace));
   EXPECT_EQ(script_->Statements().front(), "DROP TABLE [tblCalls]");
+
+  // A SELECT INTO that fails still switches the option off again.
+  script_->On("SELECT * INTO", ScriptedAnswer::Error(208, "Invalid object name"));
+  script_->ClearLog();
+  EXPECT_THROW(dt_.CopyTable(*ds_, cn, "tblNew", *ds_, 0), zt::ZtError);
+  EXPECT_EQ(script_->Statements().back(), "sp_dboption 'HelpDesk','select into/bulkcopy','false' ");
 }
 
 TEST_F(CopySqlServerTest, AFailedSwitchWarnsAndIsNotSwitchedOff) {
