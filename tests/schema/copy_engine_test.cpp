@@ -315,3 +315,48 @@ INSTANTIATE_TEST_SUITE_P(Live, CopyEngineTest,
                          });
 
 }  // namespace
+
+namespace {
+
+// Between two SQLite files, a table of 12,000 rows: progress at the start, every 5,000 rows and
+// at the end, with the total known beforehand.
+TEST(CopyProgressTest, StartEveryFiveThousandRowsAndEnd) {
+  zt::testing::RecordingEnv env;
+  const auto dir =
+      std::filesystem::temp_directory_path() / ("zt_copy_progress_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(dir);
+  const Engine& sqlite = EngineNamed("SQLite");
+  auto source = sqlite.MakeStore(dir.string(), "a.db");
+  auto target = sqlite.MakeStore(dir.string(), "b.db");
+  source->CreatePhysicalDataStore();
+  target->CreatePhysicalDataStore();
+  auto cn = source->GetConnection(1);
+  cn->Execute("CREATE TABLE [tblMany] ([nId] LONG NOT NULL, [tText] TEXT(20))");
+  cn->Execute(
+      "INSERT INTO [tblMany] WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n "
+      "WHERE i < 12000) SELECT i, 'row ' || i FROM n");
+  zt::CZtDTMgr dt;
+  std::vector<std::pair<std::int64_t, bool>> seen;
+  dt.SetCopyProgress([&](const zt::CopyProgress& p) {
+    EXPECT_EQ(p.table, "tblMany");
+    EXPECT_EQ(p.rows_total, 12000);
+    seen.emplace_back(p.rows_done, p.done);
+  });
+  ASSERT_TRUE(dt.CopyTable(*source, cn, "tblMany", *target, 0));
+  EXPECT_EQ(seen, (std::vector<std::pair<std::int64_t, bool>>{
+                      {0, false}, {5000, false}, {10000, false}, {12000, true}}));
+  const auto& r = dt.LastCopyResults().at(0);
+  EXPECT_TRUE(r.copied);
+  EXPECT_EQ(r.rows, 12000);
+  EXPECT_EQ(target->GetConnection(1)
+                ->Execute("SELECT COUNT(*) FROM [tblMany]")
+                ->Fields(0)
+                .Value()
+                .ToInt64(),
+            12000);
+  source->CloseConnections();
+  target->CloseConnections();
+  std::filesystem::remove_all(dir);
+}
+
+}  // namespace
