@@ -170,6 +170,17 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   // either the complete copy or the table as it was (no table, or its old rows): a copy that
   // fails is undone. Record refusals are counted (RecordsFailed), not raised. The source is
   // never written.
+  //   * Within one database: SELECT INTO on SQL Server (with "select into/bulkcopy" switched on
+  //     around it when the login may), CREATE TABLE ... AS SELECT on the other engines.
+  //   * Structure: the target's type names (CZtDataType; the Jet names on an SQLite file),
+  //     lengths, nullability, and with kCopyIndexes the primary key and the indexes by the
+  //     PK_ / UN_ / IN_ rules. PostgreSQL receives the names folded to lower case, as every
+  //     name the data-access layer sends there.
+  //   * SQLite, PostgreSQL and SQL Server take structure and rows in one transaction; MariaDB
+  //     commits its DDL at once, so a table this copy created is dropped again on failure (with
+  //     kCopyReplace the old table is gone by then).
+  //   * The structure refused: false, with the reason in LastCopyResults(); a failure while
+  //     the rows are copied raises.
   bool CopyTable(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
                  const std::string& table, CZtDataStore& target, std::int32_t options);
   // Copies every user table of `source` into `target` (created when missing, unless
