@@ -11,6 +11,7 @@
 #include "platform/dialect.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
+#include "schema/dt_copy_state.h"
 #include "zt/datastore.h"
 #include "zt/event_logger.h"
 #include "zt/schema/data_type.h"
@@ -250,8 +251,21 @@ struct CZtDTMgr::Impl {
   }
 };
 
-CZtDTMgr::CZtDTMgr() : impl_(std::make_unique<Impl>()) {}
+CZtDTMgr::CZtDTMgr() : impl_(std::make_unique<Impl>()), copy_(std::make_unique<CopyState>()) {}
 CZtDTMgr::~CZtDTMgr() = default;
+
+std::int32_t CZtDTMgr::ProviderOfConnection(const Connection& cn) {
+  return ProviderOf(cn);
+}
+
+std::string CZtDTMgr::GeneratedIndexName(const std::string& table, const std::string& name,
+                                         std::int32_t kind) {
+  return IndexName(table, name, kind);
+}
+
+void CZtDTMgr::RunStatement(Connection& cn, const std::string& sql) {
+  impl_->Apply(cn, sql);
+}
 
 void CZtDTMgr::SetDryRun(StatementSink sink) {
   impl_->sink = std::move(sink);

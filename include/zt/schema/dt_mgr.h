@@ -170,6 +170,17 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   // either the complete copy or the table as it was (no table, or its old rows): a copy that
   // fails is undone. Record refusals are counted (RecordsFailed), not raised. The source is
   // never written.
+  //   * Within one database: SELECT INTO on SQL Server (with "select into/bulkcopy" switched on
+  //     around it when the login may), CREATE TABLE ... AS SELECT on the other engines.
+  //   * Structure: the target's type names (CZtDataType; the Jet names on an SQLite file),
+  //     lengths, nullability, and with kCopyIndexes the primary key and the indexes by the
+  //     PK_ / UN_ / IN_ rules. PostgreSQL receives the names folded to lower case, as every
+  //     name the data-access layer sends there.
+  //   * SQLite, PostgreSQL and SQL Server take structure and rows in one transaction; MariaDB
+  //     commits its DDL at once, so a table this copy created is dropped again on failure (with
+  //     kCopyReplace the old table is gone by then).
+  //   * The structure refused: false, with the reason in LastCopyResults(); a failure while
+  //     the rows are copied raises.
   bool CopyTable(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
                  const std::string& table, CZtDataStore& target, std::int32_t options);
   // Copies every user table of `source` into `target` (created when missing, unless
@@ -251,8 +262,55 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   bool SetNullabilityJet(bool nullable, CZtDataStore& ds, const std::string& table,
                          const std::string& field, std::int32_t field_type, bool allow_zero_length);
 
+  // ---- Copying (dt_copy.cpp) ----
+  struct CopyState;
+  // The provider type of a connection, from its engine.
+  static std::int32_t ProviderOfConnection(const Connection& cn);
+  // Runs one statement that changes something (or hands it to the dry-run sink).
+  void RunStatement(Connection& cn, const std::string& sql);
+  bool CopyTableSameDB(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
+                       const std::string& table, CZtDataStore& target, std::int32_t options);
+  bool CopyTableDifferentDB(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
+                            const std::string& table, CZtDataStore& target, std::int32_t options,
+                            TableCopyResult& result);
+  // Server targets (SQL Server, Oracle, PostgreSQL, MariaDB): CREATE TABLE from the source's
+  // fields with the target's type names, then the indexes when asked.
+  bool CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
+                          const std::shared_ptr<Connection>& target_cn, const std::string& table,
+                          const std::string& new_table, bool create_indexes,
+                          std::int32_t target_provider);
+  // An SQLite (Jet) target: the Jet type names, so that the DAO view reads the types back.
+  bool CopyTableStructureJet(const std::shared_ptr<Connection>& source_cn,
+                             const std::shared_ptr<Connection>& target_cn, const std::string& table,
+                             const std::string& new_table, bool create_indexes);
+  // The rows of one table from source to target (the one place the rows of a table copy go
+  // through). Counts into `result`.
+  void CopyRows(const std::shared_ptr<Connection>& source_cn,
+                const std::shared_ptr<Connection>& target_cn, const std::string& table,
+                TableCopyResult& result);
+  // Source and target of different providers: the rows, then both counts logged.
+  void CopyHeterogeneousRecordset(const std::shared_ptr<Connection>& source_cn,
+                                  const std::shared_ptr<Connection>& target_cn,
+                                  const std::string& table, TableCopyResult& result);
+  // "SELECT * FROM [t]" of the source into "SELECT * FROM [t]" of the target, record by record.
+  void CopyRecordsOfTable(const std::shared_ptr<Connection>& source_cn,
+                          const std::shared_ptr<Connection>& target_cn, const std::string& table,
+                          TableCopyResult& result);
+  void ReportProgress(std::int64_t rows_done, bool done);
+  // The source table's indexes on the new table of an SQLite, PostgreSQL or MariaDB target,
+  // through the engine's index plans, inside the copy's transaction.
+  void CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn, Connection& target_cn,
+                         const std::string& table, const std::string& new_table);
+  // "PK_" + table, "UN_" / "IN_" + table + "_" + name (a name already so prefixed is kept).
+  static std::string GeneratedIndexName(const std::string& table, const std::string& name,
+                                        std::int32_t kind);
+  bool VerifySameFields_Recordset(Recordset& source, Recordset& target);
+  std::vector<std::string> GetTables(const std::shared_ptr<Connection>& cn);
+  void CopyFieldValue(Field& target, const Variant& value);
+
   struct Impl;
   std::unique_ptr<Impl> impl_;
+  std::unique_ptr<CopyState> copy_;
   bool limited_messages_ = false;
   bool user_interaction_ = false;
 };

@@ -1,0 +1,737 @@
+// CZtDTMgr: copying tables, their structure and their rows, within one database and between
+// any two data stores. The value rules of a copy live in copy_rules (DecideCopyValue); the rows
+// of a table copy go through CopyRows, the one place a faster path can take over.
+//
+// Nothing half-done across databases: a table copy runs in one target transaction where the
+// engine's DDL is transactional (SQLite, PostgreSQL, SQL Server), so a failure rolls back the
+// new table or the old rows alike. MariaDB commits each DDL statement by itself: its structure
+// is created first, the rows then go in one transaction, and a table this copy created is
+// dropped again when the copy fails. The source is only read.
+#include <algorithm>
+#include <chrono>
+#include <set>
+
+#include "platform/dialect.h"
+#include "platform/errors.h"
+#include "platform/sql_text.h"
+#include "schema/copy_rules.h"
+#include "schema/dt_copy_state.h"
+#include "zt/datastore.h"
+#include "zt/error_handling.h"
+#include "zt/event_logger.h"
+#include "zt/resources.h"
+#include "zt/schema/data_type.h"
+#include "zt/schema/dt_mgr.h"
+#include "zt/trap.h"
+
+namespace zt {
+
+namespace {
+
+constexpr std::string_view kTypeName = "CZtDTMgr";
+// The database named in ERR_DB_NOT_ALREADY_IN_SQL_SVR is not on the server.
+constexpr std::int32_t kDbNotInSqlServer = 9032;
+// Progress is reported every this many rows.
+constexpr std::int64_t kProgressEvery = 5000;
+
+void Log(const std::string& text, std::int32_t type = kEventInformation) {
+  ZtLog_LogEvent(text, nullptr, type, kLevelDiagnostic);
+}
+
+std::string Br(const std::string& name) {
+  return "[" + name + "]";
+}
+
+bool StartsWithMSys(const std::string& name) {
+  return name.size() >= 4 && (name[0] == 'M' || name[0] == 'm') &&
+         (name[1] == 'S' || name[1] == 's') && (name[2] == 'y' || name[2] == 'Y') &&
+         (name[3] == 's' || name[3] == 'S');
+}
+
+std::int64_t CountRows(Connection& cn, const std::string& table) {
+  auto rs = cn.Execute("SELECT COUNT(*) FROM " + Br(table));
+  return rs->Eof() ? 0 : rs->Fields(0).Value().ToInt64();
+}
+
+// The DAO code a source field is created as when the OLE DB code has no name of its own in
+// the data types table (CHAR, BIGINT, DECIMAL, the server date forms ...). A DECIMAL(19,4) is the
+// currency column the library itself creates on PostgreSQL and MariaDB; other decimals become
+// Double. A text without a usable length becomes a memo.
+std::int32_t DaoOfField(Field& f) {
+  switch (f.Type()) {
+    case ado::adBoolean:
+      return 1;
+    case ado::adTinyInt:
+    case ado::adUnsignedTinyInt:
+      return 2;
+    case ado::adSmallInt:
+      return 3;
+    case ado::adInteger:
+    case ado::adBigInt:
+      return 4;
+    case ado::adCurrency:
+      return 5;
+    case ado::adSingle:
+      return 6;
+    case ado::adDouble:
+      return 7;
+    case ado::adNumeric:
+    case 139:
+      return f.NumericScale() == 4 && f.Precision() == 19 ? 5 : 7;
+    case ado::adDate:
+    case ado::adDBDate:
+    case ado::adDBTime:
+    case ado::adDBTimeStamp:
+      return 8;
+    case ado::adChar:
+    case ado::adWChar:
+    case ado::adVarChar:
+    case ado::adVarWChar:
+      return f.DefinedSize() > 0 && f.DefinedSize() <= 4000 ? 10 : 12;
+    case ado::adGUID:
+      return 15;
+    case ado::adBinary:
+    case ado::adVarBinary:
+    case ado::adLongVarBinary:
+      return 11;
+    default:
+      return 12;
+  }
+}
+
+// The target's column type of a source field; `dao` receives the DAO code it stands for. The
+// OLE DB code is asked first (as the library always did, keeping its names, binary as
+// TIMESTAMP on SQL Server included); what it has no name for goes by its DAO code.
+std::string TargetType(Field& f, std::int32_t provider, std::int32_t& dao, bool boolean) {
+  CZtDataType types;
+  if (boolean) {
+    dao = 1;
+    std::int32_t kind = kTypeKindDao;
+    return types.GetTypeName(dao, 0, provider, kind);
+  }
+  std::int32_t size = static_cast<std::int32_t>(f.DefinedSize());
+  dao = f.Type();
+  std::int32_t kind = kTypeKindOleDb;
+  std::string name;
+  // A text without a usable length goes as memo (below), not as a text of length 0.
+  const bool text = dao == ado::adVarChar || dao == ado::adVarWChar;
+  if (!text || (size > 0 && size <= 4000)) name = types.GetTypeName(dao, size, provider, kind);
+  dao = DaoOfField(f);
+  if (name.empty()) {
+    kind = kTypeKindDao;
+    std::int32_t code = dao;
+    name = types.GetTypeName(code, size, provider, kind);
+  }
+  return name;
+}
+
+// MariaDB declares the application's Booleans TINYINT(1), which its driver reports as a byte
+// like any TINYINT: the declared type in the catalog tells them apart.
+std::set<std::string> BooleanColumns(Connection& cn, const std::string& table) {
+  std::set<std::string> out;
+  const std::string engine = platform::AsciiLower(cn.Engine());
+  if (engine != "mariadb" && engine != "mysql") return out;
+  auto rs = cn.Execute(
+      "SELECT COLUMN_NAME FROM information_schema.COLUMNS WHERE TABLE_SCHEMA = DATABASE() AND "
+      "TABLE_NAME = " +
+      platform::SqlLiteral(table) + " AND COLUMN_TYPE = 'tinyint(1)'");
+  for (; !rs->Eof(); rs->MoveNext()) out.insert(rs->Fields(0).Value().ToText());
+  return out;
+}
+
+// The primary key first: the table has its key before anything else refers to its rows.
+std::vector<IndexNameInfo> PrimaryFirst(std::vector<IndexNameInfo> indexes) {
+  std::stable_partition(indexes.begin(), indexes.end(),
+                        [](const IndexNameInfo& i) { return i.kind == kIndexKindPrimaryKey; });
+  return indexes;
+}
+
+// The engine's error, with MSG_COULDNT_COPY_TBL_STRUCTURE in front of its description.
+[[noreturn]] void RaiseStructureNotCopied(const ZtError& e, const std::string& table) {
+  VariantArray args;
+  args.items = {Variant(table)};
+  throw ZtError(
+      e.Number(), e.Source(),
+      ZtErr_GetMessage("MSG_COULDNT_COPY_TBL_STRUCTURE", "", args) + " " + e.Description());
+}
+
+bool Nullable(Field& f) {
+  return (f.Attributes() & ado::adFldIsNullable) != 0;
+}
+
+// The source's fields, from a query that returns none of its rows.
+std::shared_ptr<Recordset> EmptySelect(Connection& cn, const std::string& table) {
+  return cn.Execute("SELECT * FROM " + Br(table) + " WHERE -1=0");
+}
+
+void RollbackQuietly(Connection& cn) {
+  try {
+    if (cn.InTransaction()) cn.RollbackTrans();
+  } catch (const ZtError&) {
+    // The copy's own error is the one to report.
+  }
+}
+
+}  // namespace
+
+// ---- Whole tables ------------------------------------------------------------------------------
+
+bool CZtDTMgr::CopyTable(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
+                         const std::string& table, CZtDataStore& target, std::int32_t options) {
+  Trap at(kTypeName, "CopyTable");
+  if (!copy_->in_store_copy) copy_->results.clear();
+  copy_->results.push_back(TableCopyResult{});
+  // Nothing adds to the results while this table is copied.
+  TableCopyResult& result = copy_->results.back();
+  result.table = table;
+  const auto started = std::chrono::steady_clock::now();
+  const auto finish = [&](bool ok) {
+    result.copied = ok;
+    result.seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    return ok;
+  };
+  try {
+    return at.Reraising([&] {
+      at = 10;
+      if (table.empty() || !source_cn)
+        platform::RaiseAdo(AdoError::kInvalidArgument, std::string(kTypeName),
+                           "(a table name and a source connection)");
+      at = 20;
+      if (source_cn == target.DataStoreConnection())
+        return finish(CopyTableSameDB(source, source_cn, table, target, options));
+      at = 30;
+      return finish(CopyTableDifferentDB(source, source_cn, table, target, options, result));
+    });
+  } catch (const ZtError& e) {
+    result.error = e.Description();
+    finish(false);
+    throw;
+  }
+}
+
+bool CZtDTMgr::CopyTableSameDB(CZtDataStore& /*source*/,
+                               const std::shared_ptr<Connection>& source_cn,
+                               const std::string& table, CZtDataStore& target,
+                               std::int32_t options) {
+  Trap at(kTypeName, "CopyTableSameDB");
+  return at.Reraising([&] {
+    const std::shared_ptr<Connection>& cn = source_cn;
+    const std::int32_t provider = target.GeneralProviderType();
+    at = 10;
+    if ((options & kCopyReplace) && TableExists(cn, table)) DeleteTable(cn, table);
+    at = 20;
+    const std::string db = target.DataStoreName();
+    if (provider == kProviderSqlServer) {
+      try {
+        RunStatement(*cn, "sp_dboption '" + db + "','select into/bulkcopy','true' ");
+        copy_->bulk_copy_switched_on = true;
+      } catch (const ZtError&) {
+        Err().Clear();
+        Log(std::string(kTypeName) + ".CopyTableSameDB, Error running " +
+                " 'sp_dboption' to set 'select into/bulkcopy','true' in the SQL Server." + "\n" +
+                "Please ensure the 'tesselapplication' login in the SQL Server has enough " +
+                "permissions to run this command.",
+            kEventWarning);
+      }
+    }
+    at = 30;
+    if (!TableExists(cn, table)) {
+      // SQL Server's SELECT INTO; the other engines have CREATE TABLE ... AS SELECT, one
+      // statement that makes the table and fills it.
+      if (provider == kProviderSqlServer) {
+        try {
+          RunStatement(*cn, "SELECT * INTO " + Br(table) + " FROM " + Br(table) + " ");
+        } catch (const ZtError&) {
+          // The database is left with the option as it was found.
+          if (copy_->bulk_copy_switched_on) {
+            try {
+              RunStatement(*cn, "sp_dboption '" + db + "','select into/bulkcopy','false' ");
+              copy_->bulk_copy_switched_on = false;
+            } catch (const ZtError&) {
+              // The copy's own error is the one to report.
+            }
+          }
+          throw;
+        }
+      } else {
+        RunStatement(*cn, "CREATE TABLE " + Br(table) + " AS SELECT * FROM " + Br(table));
+      }
+    }
+    // Option 2 asks the target for no further step here: the engines keep their statistics
+    // themselves.
+    at = 50;
+    if (provider == kProviderSqlServer && copy_->bulk_copy_switched_on) {
+      RunStatement(*cn, "sp_dboption '" + db + "','select into/bulkcopy','false' ");
+      copy_->bulk_copy_switched_on = false;
+    }
+    return true;
+  });
+}
+
+bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
+                                    const std::shared_ptr<Connection>& source_cn,
+                                    const std::string& table, CZtDataStore& target,
+                                    std::int32_t options, TableCopyResult& result) {
+  Trap at(kTypeName, "CopyTableDifferentDB");
+  return at.Reraising([&] {
+    at = 10;
+    const std::shared_ptr<Connection> cn = target.GetConnection(1);
+    const std::int32_t provider = target.GeneralProviderType();
+    const bool ddl_in_tx = cn->Dialect().TransactionalDdl();
+    bool began = false;
+    bool created = false;
+    const auto begin = [&] {
+      if (!cn->InTransaction()) {
+        cn->BeginTrans();
+        began = true;
+      }
+    };
+    try {
+      if (ddl_in_tx) begin();
+      at = 20;
+      if ((options & kCopyReplace) && TableExists(cn, table)) DeleteTable(cn, table);
+      at = 30;
+      if (!TableExists(cn, table)) {
+        bool ok = false;
+        try {
+          ok = provider == kProviderJet
+                   ? CopyTableStructureJet(source_cn, cn, table, table, options & kCopyIndexes)
+                   : CopyTableStructure(source_cn, cn, table, table, options & kCopyIndexes,
+                                        provider);
+        } catch (const ZtError& e) {
+          result.error = e.Description();
+          Err().Clear();
+        }
+        if (!ok) {
+          // The structure may be half made on an engine without transactional DDL.
+          if (began) RollbackQuietly(*cn);
+          if (!ddl_in_tx && TableExists(cn, table)) DeleteTable(cn, table);
+          Log("Table Structure not Copied from " + source.DataStoreName() + " to " + table);
+          return false;
+        }
+        created = true;
+      }
+      at = 40;
+      if (!ddl_in_tx) begin();
+      if (!(options & kCopyAppend) && !created) target.DeleteTableRecords(table);
+      at = 50;
+      CopyRows(source_cn, cn, table, result);
+      at = 60;
+      if (began) cn->CommitTrans();
+    } catch (...) {
+      if (began) RollbackQuietly(*cn);
+      if (created && !ddl_in_tx) {
+        try {
+          DeleteTable(cn, table);
+        } catch (const ZtError&) {
+          Err().Clear();
+        }
+      }
+      throw;
+    }
+    return true;
+  });
+}
+
+// ---- Structure -------------------------------------------------------------------------------
+
+bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
+                                  const std::shared_ptr<Connection>& target_cn,
+                                  const std::string& table, const std::string& new_table,
+                                  bool create_indexes, std::int32_t target_provider) {
+  Trap at(kTypeName, "CopyTableStructure");
+  at.Key(", BaseTable:" + table + ", NewTable:" + new_table +
+         ", fCreateIndexes:" + (create_indexes ? "True" : "False") +
+         ", TargetProviderType:" + std::to_string(target_provider));
+  return at.Reraising([&] {
+    try {
+      at = 10;
+      auto rs = EmptySelect(*source_cn, table);
+      const auto booleans = BooleanColumns(*source_cn, table);
+      at = 20;
+      std::string columns;
+      auto& fields = rs->GetFields();
+      for (std::int32_t i = 0; i < fields.Count(); ++i) {
+        Field& f = fields.Item(i);
+        std::int32_t dao = 0;
+        std::string column = " [" + f.Name() + "] " +
+                             TargetType(f, target_provider, dao, booleans.count(f.Name()) > 0);
+        if (dao == 10) column += " (" + std::to_string(f.DefinedSize()) + ")";
+        bool nullable = Nullable(f);
+        if (target_provider == kProviderSqlServer && dao == 1) {
+          column += " DEFAULT '0' ";
+          nullable = false;
+        }
+        if (!nullable) column += " NOT NULL ";
+        columns += column + ",";
+      }
+      if (!columns.empty()) columns.pop_back();
+      at = 30;
+      const std::string sql = "CREATE TABLE [" + new_table + "] (" + columns + " )";
+      Log("CopyTableStructure: Creating table: " + sql);
+      RunStatement(*target_cn, sql);
+      at = 40;
+      if (!create_indexes) return true;
+      const auto indexes = PrimaryFirst(GetTableIndexes(source_cn, table));
+      if (target_provider == kProviderSqlServer || target_provider == kProviderOracle) {
+        const auto st = CreateTableIndexesSQLStatements(source_cn, table, indexes, {}, false);
+        std::vector<std::string> statements;
+        for (const auto& c : st.constraints)
+          statements.push_back("ALTER TABLE [" + new_table + "] ADD " + c);
+        statements.insert(statements.end(), st.plain.begin(), st.plain.end());
+        for (const auto& s : statements) {
+          Log("CopyTableStructure: Creating indexes: " + s);
+          if (!s.empty()) RunStatement(*target_cn, s);
+        }
+      } else {
+        CopyIndexesByPlan(source_cn, *target_cn, table, new_table);
+      }
+      return true;
+    } catch (const ZtError& e) {
+      RaiseStructureNotCopied(e, new_table);
+    }
+  });
+}
+
+// A Jet target is an SQLite file read through the DAO view: its columns are declared with the
+// Jet names (TEXT(50), LONG, BIT, CURRENCY ...) so that they read back as the DAO types they
+// came from; keys and indexes get their names through the engine's own index plans.
+bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_cn,
+                                     const std::shared_ptr<Connection>& target_cn,
+                                     const std::string& table, const std::string& new_table,
+                                     bool create_indexes) {
+  Trap at(kTypeName, "CopyTableStructureJet");
+  at.Key(", BaseTable:" + table + ", NewTable:" + new_table);
+  return at.Reraising([&] {
+    try {
+      at = 10;
+      auto rs = EmptySelect(*source_cn, table);
+      const auto booleans = BooleanColumns(*source_cn, table);
+      std::string columns;
+      auto& fields = rs->GetFields();
+      for (std::int32_t i = 0; i < fields.Count(); ++i) {
+        Field& f = fields.Item(i);
+        std::int32_t dao = 0;
+        std::string column =
+            " [" + f.Name() + "] " + TargetType(f, kProviderJet, dao, booleans.count(f.Name()) > 0);
+        if (dao == 10) column += "(" + std::to_string(f.DefinedSize()) + ")";
+        if (!Nullable(f)) column += " NOT NULL";
+        columns += column + ",";
+      }
+      if (!columns.empty()) columns.pop_back();
+      at = 20;
+      const std::string sql = "CREATE TABLE [" + new_table + "] (" + columns + " )";
+      Log("CopyTableStructure: Creating table: " + sql);
+      RunStatement(*target_cn, sql);
+      at = 30;
+      if (create_indexes) CopyIndexesByPlan(source_cn, *target_cn, table, new_table);
+      return true;
+    } catch (const ZtError& e) {
+      RaiseStructureNotCopied(e, new_table);
+    }
+  });
+}
+
+// The engines' index plans are composed the way CreateIndex composes them (names by the PK_ /
+// UN_ / IN_ rules), but run here statement by statement, so that they join the transaction the
+// copy of the table runs in.
+void CZtDTMgr::CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn,
+                                 Connection& target_cn, const std::string& table,
+                                 const std::string& new_table) {
+  for (const auto& index : PrimaryFirst(GetTableIndexes(source_cn, table))) {
+    // An engine that folds names (PostgreSQL) reports "in_..." for an "IN_..." index: the
+    // prefix is the library's, in its own spelling, so that it is not added a second time.
+    std::string written = index.name;
+    for (const char* prefix : {"IN_", "UN_"})
+      if (written.size() > 3 &&
+          platform::AsciiLower(written.substr(0, 3)) == platform::AsciiLower(prefix))
+        written.replace(0, 3, prefix);
+    const std::string name = GeneratedIndexName(new_table, written, index.kind);
+    const auto plan =
+        target_cn.Dialect().PlanCreateIndex(target_cn, new_table, index.columns, name, index.kind);
+    for (const auto& sql : plan.statements) {
+      Log("CopyTableStructure: Creating indexes: " + sql);
+      RunStatement(target_cn, sql);
+    }
+  }
+}
+
+// ---- Rows ------------------------------------------------------------------------------------
+
+void CZtDTMgr::CopyRows(const std::shared_ptr<Connection>& source_cn,
+                        const std::shared_ptr<Connection>& target_cn, const std::string& table,
+                        TableCopyResult& result) {
+  if (ProviderOfConnection(*source_cn) != ProviderOfConnection(*target_cn))
+    CopyHeterogeneousRecordset(source_cn, target_cn, table, result);
+  else
+    CopyRecordsOfTable(source_cn, target_cn, table, result);
+}
+
+void CZtDTMgr::CopyHeterogeneousRecordset(const std::shared_ptr<Connection>& source_cn,
+                                          const std::shared_ptr<Connection>& target_cn,
+                                          const std::string& table, TableCopyResult& result) {
+  Trap at(kTypeName, "CopyHeterogeneousRecordset");
+  at.Reraising([&] {
+    at = 10;
+    CopyRecordsOfTable(source_cn, target_cn, table, result);
+    at = 20;
+    const std::int64_t target_rows = CountRows(*target_cn, table);
+    Log("Successfully copied from " + source_cn->Engine() + " " + Br(table) + " (" +
+        std::to_string(result.source_rows) + ") to " + target_cn->Engine() + " " + Br(table) +
+        " (" + std::to_string(target_rows));
+  });
+}
+
+void CZtDTMgr::CopyRecordsOfTable(const std::shared_ptr<Connection>& source_cn,
+                                  const std::shared_ptr<Connection>& target_cn,
+                                  const std::string& table, TableCopyResult& result) {
+  const std::string sql = "SELECT * FROM " + Br(table);
+  result.source_rows = CountRows(*source_cn, table);
+  auto source = std::make_shared<Recordset>();
+  source->Open(sql, source_cn, ado::adOpenForwardOnly, ado::adLockReadOnly);
+  auto target = std::make_shared<Recordset>();
+  target->Open(sql, target_cn, ado::adOpenKeyset, ado::adLockOptimistic);
+  copy_->table = table;
+  copy_->total = result.source_rows;
+  copy_->record_savepoints =
+      ProviderOfConnection(*target_cn) == kProviderPostgreSql && target_cn->InTransaction();
+  struct Reset {
+    CopyState& s;
+    ~Reset() {
+      s.table.clear();
+      s.total = -1;
+      s.record_savepoints = false;
+    }
+  } reset{*copy_};
+  ReportProgress(0, false);
+  CopyRecordset(source, target, {}, &result.messages);
+  result.rows = copy_->copied;
+  result.failed = copy_->failed;
+  ReportProgress(copy_->copied + copy_->failed, true);
+  source->Close();
+  target->Close();
+}
+
+void CZtDTMgr::ReportProgress(std::int64_t rows_done, bool done) {
+  if (!copy_->progress || copy_->table.empty()) return;
+  CopyProgress p;
+  p.table = copy_->table;
+  p.rows_done = rows_done;
+  p.rows_total = copy_->total;
+  p.done = done;
+  copy_->progress(p);
+}
+
+void CZtDTMgr::CopyRecordset(const std::shared_ptr<Recordset>& source,
+                             const std::shared_ptr<Recordset>& target, const Variant& filter,
+                             std::vector<std::string>* messages) {
+  Trap at(kTypeName, "CopyRecordset");
+  at.Key(" , Source: " + (source ? source->Source() : std::string()) +
+         " , Target: " + (target ? target->Source() : std::string()) +
+         " , Filter: " + (filter.IsEmpty() || filter.IsNull() ? std::string() : filter.ToText()));
+  at.Reraising([&] {
+    at = 10;
+    copy_->copied = 0;
+    copy_->failed = 0;
+    if (!filter.IsEmpty() && !filter.IsNull()) source->SetFilter(filter);
+    at = 20;
+    const std::shared_ptr<Connection> target_cn = target->ActiveConnection();
+    const bool savepoints = copy_->record_savepoints && target_cn;
+    while (!source->Eof()) {
+      if (savepoints) target_cn->Execute("SAVEPOINT zt_copy_record");
+      try {
+        CopyRecord(target, source, true);
+        if (savepoints) target_cn->Execute("RELEASE SAVEPOINT zt_copy_record");
+        ++copy_->copied;
+      } catch (const ZtError& e) {
+        if (savepoints) target_cn->Execute("ROLLBACK TO SAVEPOINT zt_copy_record");
+        Err().Clear();
+        ++copy_->failed;
+        // The first refusals are kept with their reasons; the count says the rest.
+        if (messages && messages->size() < 20) messages->push_back(e.Description());
+      }
+      const std::int64_t done = copy_->copied + copy_->failed;
+      if (done % kProgressEvery == 0) ReportProgress(done, false);
+      source->MoveNext();
+    }
+    at = 30;
+    if (copy_->failed > 0 && messages) {
+      VariantArray args;
+      args.items = {Variant(copy_->failed), Variant(source->Source()), Variant(target->Source())};
+      messages->push_back(ZtErr_GetMessage("NUM_FAILED_RECORDS", "", args));
+    }
+    Log(std::string(kTypeName) + ".CopyRecordset, Copied:" + std::to_string(copy_->copied) +
+        ", Failed:" + std::to_string(copy_->failed));
+  });
+}
+
+void CZtDTMgr::CopyRecord(const std::shared_ptr<Recordset>& target,
+                          const std::shared_ptr<Recordset>& source, bool add_new) {
+  Trap at(kTypeName, "CopyRecord");
+  at.Key(", SourcePosition: " + std::to_string(source->AbsolutePosition()) +
+         ", SourceStatus: " + std::to_string(source->EditMode()));
+  at.Reraising([&] {
+    at = 10;
+    if (add_new) target->AddNew();
+    try {
+      at = 20;
+      auto& fields = target->GetFields();
+      for (std::int32_t i = 0; i < fields.Count(); ++i) {
+        Field& f = fields.Item(i);
+        // Only the fields present in both are written.
+        if (!source->HasField(f.Name())) continue;
+        CopyFieldValue(f, source->Value(f.Name()));
+      }
+      at = 30;
+      target->Update();
+    } catch (...) {
+      // The refused record leaves nothing behind in the target's edit buffer.
+      target->CancelUpdate();
+      throw;
+    }
+  });
+}
+
+void CZtDTMgr::CopyFieldValue(Field& target, const Variant& value) {
+  schema::CopyTarget t;
+  t.name = target.Name();
+  t.type = target.Type();
+  t.defined_size = target.DefinedSize();
+  t.attributes = target.Attributes();
+  std::string message;
+  switch (schema::DecideCopyValue(t, value, limited_messages_, &message)) {
+    case schema::CopyDecision::kWrite:
+      // True is -1 as a number (MariaDB's TINYINT(1) Booleans hold it so).
+      if (value.Type() == VarType::Boolean && t.type != ado::adBoolean)
+        target.SetValue(Variant(std::int32_t{value.ToBool() ? -1 : 0}));
+      // and any number other than 0 is True for a Boolean column (a PostgreSQL BOOLEAN takes
+      // no -1).
+      else if (value.Type() != VarType::Boolean && t.type == ado::adBoolean)
+        target.SetValue(Variant(value.ToDouble() != 0));
+      else
+        target.SetValue(value);
+      break;
+    case schema::CopyDecision::kSkip:
+      break;
+    case schema::CopyDecision::kRefuseRecord:
+      throw ZtError(vbObjectError, std::string(kTypeName), message);
+  }
+}
+
+std::int64_t CZtDTMgr::RecordsCopied() const {
+  return copy_->copied;
+}
+
+std::int64_t CZtDTMgr::RecordsFailed() const {
+  return copy_->failed;
+}
+
+void CZtDTMgr::SetCopyProgress(CopyProgressSink sink) {
+  copy_->progress = std::move(sink);
+}
+
+const std::vector<TableCopyResult>& CZtDTMgr::LastCopyResults() const {
+  return copy_->results;
+}
+
+// ---- Data stores -------------------------------------------------------------------------------
+
+std::vector<std::string> CZtDTMgr::GetTables(const std::shared_ptr<Connection>& cn) {
+  Trap at(kTypeName, "GetTables", "");
+  at.NoStep();
+  return at.Reraising([&] {
+    std::vector<std::string> out;
+    auto rs = cn->OpenSchema(ado::adSchemaTables);
+    for (; !rs->Eof(); rs->MoveNext()) {
+      const std::string name = rs->Value("TABLE_NAME").ToText();
+      if (rs->Value("TABLE_TYPE").ToText() == "TABLE" && !StartsWithMSys(name)) out.push_back(name);
+    }
+    return out;
+  });
+}
+
+bool CZtDTMgr::CopyPhysicalDataStore(CZtDataStore& source, CZtDataStore& target,
+                                     CZtDataStore& copied, bool must_exist_on_sql_server,
+                                     std::vector<std::string>* not_copied) {
+  Trap at(kTypeName, "CopyPhysicalDataStore", ", line # ");
+  copy_->results.clear();
+  copy_->in_store_copy = true;
+  struct Reset {
+    CopyState& s;
+    ~Reset() { s.in_store_copy = false; }
+  } reset{*copy_};
+  return at.Reraising([&] {
+    at = 10;
+    Log("Copying from Data Store: " + copied.DataStoreName() + " to " + target.DataStoreName());
+    at = 20;
+    std::shared_ptr<Connection> target_cn;
+    try {
+      target_cn = target.GetConnection(1);
+    } catch (const ZtError&) {
+      Err().Clear();
+    }
+    if (!target_cn) {
+      if (must_exist_on_sql_server && target.GeneralProviderType() == kProviderSqlServer) {
+        VariantArray args;
+        args.items = {Variant(target.DataStoreName()), Variant(target.Location())};
+        ZtErr_RaiseFormatted(kDbNotInSqlServer, "ERR_DB_NOT_ALREADY_IN_SQL_SVR",
+                             std::string(kTypeName), args);
+      }
+      target.CreatePhysicalDataStore();
+      target_cn = target.GetConnection(1);
+    }
+    at = 30;
+    const std::shared_ptr<Connection> source_cn = source.GetConnection(1);
+    bool all = true;
+    for (const auto& name : GetTables(source_cn)) {
+      bool ok = false;
+      try {
+        ok = CopyTable(source, source_cn, name, target, kCopyIndexes);
+      } catch (const ZtError&) {
+        Err().Clear();
+      }
+      if (!ok) {
+        Log("Table " + name + " was not copied.", kEventWarning);
+        if (not_copied) not_copied->push_back(name + " not copied");
+        all = false;
+      }
+    }
+    at = 40;
+    // The row counts of both sides, table by table: what the copy says it did is checked
+    // against what the target now holds.
+    for (auto& r : copy_->results) {
+      if (!r.copied) continue;
+      r.source_rows = CountRows(*source_cn, r.table);
+      r.target_rows = CountRows(*target_cn, r.table);
+      if (r.source_rows != r.target_rows)
+        Log("CopyPhysicalDataStore: table " + r.table + " has " + std::to_string(r.source_rows) +
+                " rows in the source and " + std::to_string(r.target_rows) + " in the target.",
+            kEventWarning);
+    }
+    return all;
+  });
+}
+
+bool CZtDTMgr::VerifySameFields(CZtDataStore& source, CZtDataStore& target,
+                                const std::string& table) {
+  Trap at(kTypeName, "VerifySameFields");
+  return at.Reraising([&] {
+    at = 10;
+    auto a = EmptySelect(*source.GetConnection(1), table);
+    auto b = EmptySelect(*target.GetConnection(1), table);
+    at = 20;
+    return VerifySameFields_Recordset(*a, *b);
+  });
+}
+
+bool CZtDTMgr::VerifySameFields_Recordset(Recordset& source, Recordset& target) {
+  auto& a = source.GetFields();
+  auto& b = target.GetFields();
+  if (a.Count() != b.Count()) return false;
+  for (std::int32_t i = 0; i < a.Count(); ++i)
+    if (!b.Has(a.Item(i).Name())) return false;
+  return true;
+}
+
+}  // namespace zt
