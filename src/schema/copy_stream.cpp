@@ -53,6 +53,23 @@ std::vector<CopyColumn> MatchColumns(Recordset& source, const std::shared_ptr<Co
   return out;
 }
 
+// The table's name as the target engine keeps it. Bracketed names in SQL text are folded as
+// the engine folds unquoted names, while the bulk path quotes the name exactly as given; so the
+// bulk load is addressed by the name the engine lists (as given when it lists it so, else the
+// one that differs only in case).
+std::string StoredTableName(const std::shared_ptr<Connection>& target, const std::string& table) {
+  auto rs = target->OpenSchema(ado::adSchemaTables);
+  std::string folded;
+  for (; !rs->Eof(); rs->MoveNext()) {
+    const Variant v = rs->Value("TABLE_NAME");
+    if (v.IsNull()) continue;
+    const std::string name = v.ToText();
+    if (name == table) return name;
+    if (folded.empty() && platform::AsciiLower(name) == platform::AsciiLower(table)) folded = name;
+  }
+  return folded.empty() ? table : folded;
+}
+
 // The counting shared by every path: rows written, records refused with their first texts.
 class Tally {
  public:
@@ -123,7 +140,7 @@ struct BulkRefused {};
 void CopyBulk(Recordset& source, const std::shared_ptr<Connection>& target,
               const std::string& table, const std::vector<CopyColumn>& columns,
               const StreamCopyOptions& options, Tally& tally) {
-  BulkInserter bulk(*target, table, TargetNames(columns));
+  BulkInserter bulk(*target, StoredTableName(target, table), TargetNames(columns));
   std::vector<Variant> values(columns.size());
   std::string message;
   for (; !source.Eof(); source.MoveNext()) {
@@ -239,7 +256,11 @@ bool EveryValueAccepted(const std::shared_ptr<Connection>& source, const std::st
       case ado::adBoolean:
       case ado::adNumeric:
       case 139:
-        test = "typeof(" + col + ") NOT IN ('integer', 'real', 'null')";
+        // A text that reads as a number converts as the rules would write it; comparing it
+        // with its own cast applies numeric affinity to it, and only a number survives that.
+        test = "typeof(" + col + ") NOT IN ('integer', 'real', 'null') AND NOT (typeof(" + col +
+               ") = 'text' AND (" + col + " = CAST(" + col + " AS INTEGER) OR " + col + " = CAST(" +
+               col + " AS REAL)))";
         break;
       default:
         break;
