@@ -283,8 +283,12 @@ bool CopyAttached(const std::shared_ptr<Connection>& source,
     into += (into.empty() ? "" : ", ") + Bracketed(c.target.name);
     from += (from.empty() ? "" : ", ") + Bracketed(c.source_name);
   }
-  target->Execute("ATTACH DATABASE " + platform::SqlLiteral(file) + " AS zt_copy_source", nullptr,
-                  ado::adExecuteNoRecords);
+  try {
+    target->Execute("ATTACH DATABASE " + platform::SqlLiteral(file) + " AS zt_copy_source", nullptr,
+                    ado::adExecuteNoRecords);
+  } catch (const ZtError&) {
+    return false;  // the source file cannot be attached (locked, unreadable): the general path
+  }
   std::int64_t affected = 0;
   try {
     target->BeginTrans();
