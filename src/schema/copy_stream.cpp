@@ -231,11 +231,11 @@ std::string SqliteFile(const std::shared_ptr<Connection>& cn) {
   return v.IsNull() ? std::string() : v.ToText();
 }
 
-// Whether INSERT ... SELECT gives what the rules give: no text longer than its target field,
-// nothing but text in a text field, nothing but numbers in a numeric one (the rules would
-// leave those out, INSERT ... SELECT would not).
-bool EveryValueAccepted(const std::shared_ptr<Connection>& source, const std::string& table,
-                        const std::vector<CopyColumn>& columns) {
+// The rows for which INSERT ... SELECT would not give what the rules give, as an SQL condition
+// ("" when there can be none): a text longer than its target field, anything but text in a text
+// field, anything but a number in a numeric one (the rules leave those out, INSERT ... SELECT
+// would not).
+std::string RefusalCondition(const std::vector<CopyColumn>& columns) {
   std::string where;
   for (const CopyColumn& c : columns) {
     const std::string col = Bracketed(c.source_name);
@@ -267,22 +267,27 @@ bool EveryValueAccepted(const std::shared_ptr<Connection>& source, const std::st
     }
     if (!test.empty()) where += (where.empty() ? "" : " OR ") + ("(" + test + ")");
   }
-  if (where.empty()) return true;
-  auto rs = source->Execute("SELECT 1 FROM " + Bracketed(table) + " WHERE " + where + " LIMIT 1");
-  return !rs || rs->Eof();
+  return where;
 }
 
+// Thrown inside the ATTACH copy's transaction to undo it.
+struct NotEveryRow {};
+
+// One INSERT ... SELECT from the attached source file. The rows the rules would judge
+// differently are held back by the statement itself (one pass over the source, not two); when
+// any was, the insert is undone and the general path judges every record.
 bool CopyAttached(const std::shared_ptr<Connection>& source,
                   const std::shared_ptr<Connection>& target, const std::string& table,
                   const std::vector<CopyColumn>& columns, StreamCopyResult& result) {
   const std::string file = SqliteFile(source);
   if (file.empty() || file == SqliteFile(target)) return false;
-  if (!EveryValueAccepted(source, table, columns)) return false;
   std::string into, from;
   for (const CopyColumn& c : columns) {
     into += (into.empty() ? "" : ", ") + Bracketed(c.target.name);
     from += (from.empty() ? "" : ", ") + Bracketed(c.source_name);
   }
+  const std::string refused = RefusalCondition(columns);
+  const std::string source_table = "zt_copy_source." + Bracketed(table);
   try {
     target->Execute("ATTACH DATABASE " + platform::SqlLiteral(file) + " AS zt_copy_source", nullptr,
                     ado::adExecuteNoRecords);
@@ -290,23 +295,30 @@ bool CopyAttached(const std::shared_ptr<Connection>& source,
     return false;  // the source file cannot be attached (locked, unreadable): the general path
   }
   std::int64_t affected = 0;
+  bool copied = false;
   try {
     target->BeginTrans();
     try {
       target->Execute("INSERT INTO main." + Bracketed(table) + " (" + into + ") SELECT " + from +
-                          " FROM zt_copy_source." + Bracketed(table),
+                          " FROM " + source_table +
+                          (refused.empty() ? "" : " WHERE NOT coalesce(" + refused + ", 0)"),
                       &affected, ado::adExecuteNoRecords);
+      if (!refused.empty()) {
+        auto rs = target->Execute("SELECT COUNT(*) FROM " + source_table);
+        if (rs->Fields(0).Value().ToInt64() != affected) throw NotEveryRow{};
+      }
       target->CommitTrans();
+      copied = true;
     } catch (...) {
       if (target->InTransaction()) target->RollbackTrans();
       throw;
     }
+  } catch (const NotEveryRow&) {
   } catch (const ZtError&) {
     // A constraint of the target the rules cannot see: the general path counts it per record.
-    target->Execute("DETACH DATABASE zt_copy_source", nullptr, ado::adExecuteNoRecords);
-    return false;
   }
   target->Execute("DETACH DATABASE zt_copy_source", nullptr, ado::adExecuteNoRecords);
+  if (!copied) return false;
   result.rows = affected;
   result.path = StreamPath::kAttach;
   return true;

@@ -38,7 +38,7 @@ constexpr const char* kTableSql = "[tblCopyStream]";
 // One source record as the test writes it.
 struct Record {
   int id = 0;
-  Variant name, note, amount, score, when;
+  Variant name, note, amount, score, when, flag;
 };
 
 std::vector<Record> MakeRecords(bool dirty) {
@@ -55,6 +55,7 @@ std::vector<Record> MakeRecords(bool dirty) {
     r.amount = (dirty && i == kNotNumber) ? Variant("abc") : Variant(std::to_string(i * 3));
     r.score = (i % 5 == 0) ? Variant::Null() : Variant(i / 8.0);
     r.when = Date::FromParts(2020 + i % 5, 1 + i % 12, 1 + i % 28, i % 24, i % 60, (i * 7) % 60);
+    r.flag = (i % 9 == 0) ? Variant::Null() : Variant(i % 2 == 0);
     out.push_back(r);
   }
   return out;
@@ -68,12 +69,13 @@ std::string Text(const Variant& v) {
 std::map<int, std::string> ReadRows(const std::shared_ptr<Connection>& cn) {
   std::map<int, std::string> out;
   auto rs = std::make_shared<Recordset>();
-  rs->Open(std::string("SELECT [nId], [tName], [tNote], [nAmount], [dblScore], [dWhen] FROM ") +
-               kTableSql,
-           cn);
+  rs->Open(
+      std::string("SELECT [nId], [tName], [tNote], [nAmount], [dblScore], [dWhen], [fFlag] FROM ") +
+          kTableSql,
+      cn);
   for (; !rs->Eof(); rs->MoveNext()) {
     std::string line;
-    for (int c = 1; c < 6; ++c) line += Text(rs->Fields(c).Value()) + "|";
+    for (int c = 1; c < 7; ++c) line += Text(rs->Fields(c).Value()) + "|";
     out[static_cast<int>(rs->Fields(0).Value().ToInt64())] = line;
   }
   return out;
@@ -83,7 +85,7 @@ std::map<int, std::string> ReadRows(const std::shared_ptr<Connection>& cn) {
 std::string Expected(const Record& r) {
   const Variant amount = r.amount.IsNumeric() ? Variant(r.amount.ToInt64()) : Variant::Null();
   return Text(r.name) + "|" + Text(r.note) + "|" + Text(amount) + "|" + Text(r.score) + "|" +
-         Text(r.when) + "|";
+         Text(r.when) + "|" + Text(r.flag) + "|";
 }
 
 struct Pair {
@@ -141,16 +143,16 @@ class CopyStreamTest : public ::testing::TestWithParam<Pair> {
     const std::string text20 = s.is_file ? "TEXT(20)" : "VARCHAR(20)";
     source_->Execute(std::string("CREATE TABLE ") + kTableSql + " ([nId] " + s.t_int +
                      ", [tName] " + text60 + ", [tNote] " + s.t_memo + ", [nAmount] " + text20 +
-                     ", [dblScore] " + s.t_double + ", [dWhen] " + s.t_date + ", [tOnlyHere] " +
-                     text20 + ")");
+                     ", [dblScore] " + s.t_double + ", [dWhen] " + s.t_date + ", [fFlag] " +
+                     s.t_bool + ", [tOnlyHere] " + text20 + ")");
     target_->Execute(std::string("CREATE TABLE ") + kTableSql + " ([nId] " + t.t_int +
                      " NOT NULL PRIMARY KEY, [tName] " + t.t_text50 + ", [tNote] " + t.t_memo +
                      ", [nAmount] " + t.t_int + ", [dblScore] " + t.t_double + ", [dWhen] " +
-                     t.t_date + ")");
+                     t.t_date + ", [fFlag] " + t.t_bool + ")");
     PreparedStatement ins(*source_,
                           std::string("INSERT INTO ") + kTableSql +
                               " ([nId], [tName], [tNote], [nAmount], [dblScore], [dWhen], "
-                              "[tOnlyHere]) VALUES (?, ?, ?, ?, ?, ?, 'x')");
+                              "[fFlag], [tOnlyHere]) VALUES (?, ?, ?, ?, ?, ?, ?, 'x')");
     source_->BeginTrans();
     for (const Record& r : records) {
       ins.Bind(0, r.id);
@@ -159,6 +161,7 @@ class CopyStreamTest : public ::testing::TestWithParam<Pair> {
       ins.Bind(3, r.amount);
       ins.Bind(4, r.score);
       ins.Bind(5, r.when);
+      ins.Bind(6, r.flag);
       ins.Execute();
     }
     source_->CommitTrans();
@@ -240,7 +243,7 @@ TEST_P(CopyStreamTest, RefusedLoadFallsBackToPerRecordResults) {
   for (int id : existing) {
     target_->Execute(std::string("INSERT INTO ") + kTableSql + " ([nId], [tName]) VALUES (" +
                      std::to_string(id) + ", 'old')");
-    kept[id] = "old|<null>|<null>|<null>|<null>|";
+    kept[id] = "old|<null>|<null>|<null>|<null>|<null>|";
   }
   // The reference: the record-by-record outcome of each source record, in source order.
   std::int64_t ref_rows = 0, ref_failed = 0;
