@@ -37,8 +37,9 @@ std::shared_ptr<Recordset> OpenForward(const std::string& sql,
 
 // The target's fields in their order, each with the source column of the same name; fields
 // the source lacks and row-version fields (they fill themselves) are left out.
+// `same_layout` tells whether both tables have exactly the same columns in the same order.
 std::vector<CopyColumn> MatchColumns(Recordset& source, const std::shared_ptr<Connection>& target,
-                                     const std::string& table) {
+                                     const std::string& table, bool& same_layout) {
   auto probe = OpenForward(SelectAll(table) + " WHERE 1=0", target);
   FieldsCollection& tf = probe->GetFields();
   FieldsCollection& sf = source.GetFields();
@@ -49,6 +50,10 @@ std::vector<CopyColumn> MatchColumns(Recordset& source, const std::shared_ptr<Co
     if (s < 0 || (f.Attributes() & ado::adFldRowVersion)) continue;
     out.push_back({s, sf.Item(s).Name(), {f.Name(), f.Type(), f.DefinedSize(), f.Attributes()}});
   }
+  same_layout = static_cast<std::int32_t>(out.size()) == tf.Count() &&
+                static_cast<std::int32_t>(out.size()) == sf.Count();
+  for (std::size_t i = 0; same_layout && i < out.size(); ++i)
+    same_layout = out[i].source_index == static_cast<int>(i);
   probe->Close();
   return out;
 }
@@ -270,24 +275,32 @@ std::string RefusalCondition(const std::vector<CopyColumn>& columns) {
   return where;
 }
 
-// Thrown inside the ATTACH copy's transaction to undo it.
-struct NotEveryRow {};
-
-// One INSERT ... SELECT from the attached source file. The rows the rules would judge
-// differently are held back by the statement itself (one pass over the source, not two); when
-// any was, the insert is undone and the general path judges every record.
+// One INSERT ... SELECT from the attached source file, after one read-only pass has found no
+// row that the rules would judge differently. When both tables have the same columns in the same
+// order the statement names none, which lets SQLite copy the records without decoding them (its
+// transfer optimisation); the check is kept apart from it for that reason.
 bool CopyAttached(const std::shared_ptr<Connection>& source,
                   const std::shared_ptr<Connection>& target, const std::string& table,
-                  const std::vector<CopyColumn>& columns, StreamCopyResult& result) {
+                  const std::vector<CopyColumn>& columns, bool same_layout,
+                  StreamCopyResult& result) {
   const std::string file = SqliteFile(source);
   if (file.empty() || file == SqliteFile(target)) return false;
-  std::string into, from;
-  for (const CopyColumn& c : columns) {
-    into += (into.empty() ? "" : ", ") + Bracketed(c.target.name);
-    from += (from.empty() ? "" : ", ") + Bracketed(c.source_name);
-  }
   const std::string refused = RefusalCondition(columns);
-  const std::string source_table = "zt_copy_source." + Bracketed(table);
+  if (!refused.empty()) {
+    auto rs =
+        source->Execute("SELECT 1 FROM " + Bracketed(table) + " WHERE " + refused + " LIMIT 1");
+    if (rs && !rs->Eof()) return false;
+  }
+  std::string into, from;
+  if (same_layout) {
+    from = "*";
+  } else {
+    for (const CopyColumn& c : columns) {
+      into += (into.empty() ? " (" : ", ") + Bracketed(c.target.name);
+      from += (from.empty() ? "" : ", ") + Bracketed(c.source_name);
+    }
+    into += ")";
+  }
   try {
     target->Execute("ATTACH DATABASE " + platform::SqlLiteral(file) + " AS zt_copy_source", nullptr,
                     ado::adExecuteNoRecords);
@@ -299,21 +312,15 @@ bool CopyAttached(const std::shared_ptr<Connection>& source,
   try {
     target->BeginTrans();
     try {
-      target->Execute("INSERT INTO main." + Bracketed(table) + " (" + into + ") SELECT " + from +
-                          " FROM " + source_table +
-                          (refused.empty() ? "" : " WHERE NOT coalesce(" + refused + ", 0)"),
+      target->Execute("INSERT INTO main." + Bracketed(table) + into + " SELECT " + from +
+                          " FROM zt_copy_source." + Bracketed(table),
                       &affected, ado::adExecuteNoRecords);
-      if (!refused.empty()) {
-        auto rs = target->Execute("SELECT COUNT(*) FROM " + source_table);
-        if (rs->Fields(0).Value().ToInt64() != affected) throw NotEveryRow{};
-      }
       target->CommitTrans();
       copied = true;
     } catch (...) {
       if (target->InTransaction()) target->RollbackTrans();
       throw;
     }
-  } catch (const NotEveryRow&) {
   } catch (const ZtError&) {
     // A constraint of the target the rules cannot see: the general path counts it per record.
   }
@@ -332,13 +339,15 @@ StreamCopyResult StreamTableRows(const std::shared_ptr<Connection>& source,
   StreamCopyResult result;
   Tally tally(result, options);
   auto rs = OpenForward(SelectAll(table), source);
-  const std::vector<CopyColumn> columns = MatchColumns(*rs, target, table);
+  bool same_layout = false;
+  const std::vector<CopyColumn> columns = MatchColumns(*rs, target, table, same_layout);
   const bool caller_transaction = target->InTransaction();
   // No column in common: there is nothing to write (an empty record is not a copy).
   if (columns.empty()) return result;
 
   if (options.allow_attach && !caller_transaction && source->Engine() == "SQLite" &&
-      target->Engine() == "SQLite" && CopyAttached(source, target, table, columns, result)) {
+      target->Engine() == "SQLite" &&
+      CopyAttached(source, target, table, columns, same_layout, result)) {
     rs->Close();
     if (options.progress) options.progress(result.rows);
     return result;
