@@ -57,6 +57,16 @@ std::string TempPath(const std::string& name) {
       .string();
 }
 
+// The files of this process, removed when it ends.
+struct TempFiles {
+  ~TempFiles() {
+    for (const char* name : {"source.db", "target.db"}) {
+      std::error_code ec;
+      std::filesystem::remove(TempPath(name), ec);
+    }
+  }
+} temp_files;
+
 // The source store, written once per process.
 const std::string& SourcePath() {
   static const std::string path = [] {
@@ -94,6 +104,7 @@ struct Target {
   bool Available() const { return prefix.empty() || !Env((prefix + "_PORT").c_str()).empty(); }
   std::shared_ptr<zt::Connection> Open() const {
     auto cn = std::make_shared<zt::Connection>();
+    cn->SetCommandTimeout(0);  // a million rows: no statement is cut short
     cn->Open(prefix.empty() ? SqliteConnectionString(TargetPath())
                             : ServerConnectionString(provider, prefix));
     return cn;
@@ -159,6 +170,7 @@ void Finish(benchmark::State& state, std::int64_t rows) {
 void RunStream(benchmark::State& state, const Target& t) {
   if (!t.Available()) return state.SkipWithError((t.prefix + "_PORT is not set").c_str());
   auto source = std::make_shared<zt::Connection>();
+  source->SetCommandTimeout(0);
   source->Open(SqliteConnectionString(SourcePath()));
   auto target = t.Open();
   zt::schema::StreamCopyResult r;
