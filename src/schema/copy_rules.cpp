@@ -32,11 +32,19 @@ CopyDecision DecideCopyValue(const CopyTarget& target, const Variant& value, boo
   if (value.IsNull() || value.IsEmpty()) return CopyDecision::kSkip;
   if (target.attributes & ado::adFldRowVersion) return CopyDecision::kSkip;
   if (IsTextType(target.type) && target.defined_size > 0) {
-    const std::string text = value.ToText();
-    if (target.defined_size < Characters(text)) {
+    // Runs once per value of a table copy: a text is judged where it is, and its characters
+    // are counted only when its bytes could exceed the size.
+    const std::string* text = value.AsString();
+    std::string converted;
+    if (!text) {
+      converted = value.ToText();
+      text = &converted;
+    }
+    if (static_cast<std::int64_t>(text->size()) > target.defined_size &&
+        target.defined_size < Characters(*text)) {
       if (message)
         *message = ".CopyFieldValue, Field: " + target.name +
-                   (limited_messages ? std::string() : ", Value: " + text) +
+                   (limited_messages ? std::string() : ", Value: " + *text) +
                    "  Source field value too long for target field.";
       return CopyDecision::kRefuseRecord;
     }
