@@ -23,3 +23,8 @@ set -x
 "$ztdb" delete-records tblTickets --where "fClosed = -1" --dry-run
 "$ztdb" delete-records tblTickets --where "fClosed = -1"
 "$ztdb" compact
+# The main job: the whole data store copied to another one, checked column by column. The same
+# command takes a server on either side, e.g.
+#   ZTDB_TARGET_PASSWORD=... ztdb copy helpdesk.db postgresql://tessel@127.0.0.1:5432/helpdesk
+"$ztdb" copy helpdesk.db copy.db --indexes --verify
+"$ztdb" -n copy.db validate

@@ -7,7 +7,7 @@ set -uo pipefail
 ztdb=$(realpath "$1")
 shift
 groups=("$@")
-[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records servers)
+[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records copy servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -385,6 +385,44 @@ PY
   cd "$work" || return
 }
 
+# ztdb copy between two SQLite files: every table arrives complete, the source stays as it was,
+# a dry run writes nothing, and a second copy without --append or --replace leaves no twins.
+test_copy() {
+  local d
+  d=$(sample)
+  cd "$d" || return
+  run copy --help
+  expect_out "--dry-run" "copy offers --dry-run"
+  expect_out "--verify" "copy offers --verify"
+  local before
+  before=$(sha256sum helpdesk.db)
+  run copy helpdesk.db copy.db --dry-run
+  expect_rc 0 "copy --dry-run"
+  expect_out "tblTickets: 20 rows" "copy --dry-run counts the rows"
+  [[ -e copy.db ]] && fail "copy --dry-run created the target"
+  run copy helpdesk.db copy.db --indexes --verify
+  expect_rc 0 "copy"
+  expect_out "tblTickets +20 +0 " "copy summary"
+  [[ $(sha256sum helpdesk.db) == "$before" ]] || fail "copy changed the source"
+  [[ $(tickets -n "$d/copy.db") == 20 ]] || fail "copy lost tickets"
+  run copy "sqlite://$d/helpdesk.db" "$d/copy.db" --tables tblTickets --json
+  expect_rc 0 "second copy"
+  python3 - "$out" <<'PY' || fail "copy --json: $out"
+import json, sys
+doc = json.loads(sys.argv[1])
+assert doc["copied"] is True and [t["table"] for t in doc["tables"]] == ["tblTickets"], doc
+assert doc["tables"][0]["rows"] == 20, doc
+PY
+  [[ $(tickets -n "$d/copy.db") == 20 ]] || fail "a second copy left twins or lost rows"
+  run indexes tblTickets -n "$d/copy.db" --json
+  grep -qi 'primary' <<<"$out" || fail "copy --indexes lost the primary key: $out"
+  run copy helpdesk.db copy.db --tables tblNoSuch
+  expect_rc 1 "copy of a table that does not exist"
+  run copy helpdesk.db helpdesk.db
+  expect_rc 2 "copy of a file onto itself"
+  cd "$work" || return
+}
+
 # One server engine: URL prefix, driver option, client to drop the database afterwards.
 server_round() {
   local name=$1 url=$2 drop=$3
@@ -424,6 +462,14 @@ server_round() {
   grep -q '"size": 200' <<<"$out" || fail "$name alter-field did not widen tTitle: $out"
   run -S "$url/$db" "$@" drop-field tblTickets tNote --yes
   expect_rc 0 "$name drop-field"
+  # Both ways between the server and an SQLite file, checked column by column.
+  run copy "$url/$db" "$work/from_$name.db" "$@" --indexes --verify
+  expect_rc 0 "$name copy to SQLite"
+  local target_args=()
+  [[ $# -ge 2 ]] && target_args=(--target-odbc-driver "$2")
+  ZTDB_TARGET_PASSWORD=$ZTDB_PASSWORD run copy "$work/from_$name.db" "$url/$db" \
+    "${target_args[@]}" --tables tblTickets --replace --indexes --verify --yes
+  expect_rc 0 "$name copy from SQLite"
   $drop "$db" >/dev/null 2>&1 || fail "$name: could not drop $db"
 }
 

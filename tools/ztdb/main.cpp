@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
   std::vector<ztdb::Command> commands = ztdb::InfoCommands();
   for (auto& c : ztdb::ChangeCommands()) commands.push_back(std::move(c));
   for (auto& c : ztdb::SchemaCommands()) commands.push_back(std::move(c));
+  for (auto& c : ztdb::CopyCommands()) commands.push_back(std::move(c));
   for (auto& c : ztdb::RecordsetCommands()) commands.push_back(std::move(c));
   std::vector<CLI::App*> subs;
   for (const auto& c : commands) {

@@ -90,7 +90,8 @@ std::string PromptPassword() {
 
 }  // namespace
 
-std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& given) {
+std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& given,
+                                            const char* password_variable) {
   StoreOptions o = given;
   if (!o.url.empty()) {
     if (given.type != StoreOptions{}.type || !given.location.empty() ||
@@ -125,7 +126,7 @@ std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& given) {
   // where every user of the machine could read it.
   if (o.ask_password)
     ds->Password(PromptPassword());
-  else if (const char* p = std::getenv("ZTDB_PASSWORD"))
+  else if (const char* p = std::getenv(password_variable))
     ds->Password(p);
   return ds;
 }

@@ -35,8 +35,10 @@ void AddStoreOptions(CLI::App& app, StoreOptions& o);
 // otherwise.
 std::int32_t ProviderTypeOf(const std::string& type);
 
-// The data store described by `o`, password from $ZTDB_PASSWORD or the -W prompt.
-std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& o);
+// The data store described by `o`, password from the -W prompt or the environment variable
+// `password_variable` ($ZTDB_PASSWORD unless a command names another one).
+std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& o,
+                                            const char* password_variable = "ZTDB_PASSWORD");
 
 // Whether the store is a database on a server (as opposed to a file).
 bool IsServer(zt::CZtDataStore& ds);
@@ -77,6 +79,7 @@ struct Command {
 std::vector<Command> InfoCommands();
 std::vector<Command> ChangeCommands();
 std::vector<Command> SchemaCommands();
+std::vector<Command> CopyCommands();
 std::vector<Command> RecordsetCommands();
 
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
