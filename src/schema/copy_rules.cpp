@@ -53,4 +53,12 @@ CopyDecision DecideCopyValue(const CopyTarget& target, const Variant& value, boo
   return CopyDecision::kWrite;
 }
 
+Variant CopyValueFor(const CopyTarget& target, Variant value) {
+  const bool boolean_value = value.Type() == VarType::Boolean;
+  if (boolean_value && target.type != ado::adBoolean)
+    return Variant(std::int32_t{value.ToBool() ? -1 : 0});
+  if (!boolean_value && target.type == ado::adBoolean) return Variant(value.ToDouble() != 0);
+  return value;
+}
+
 }  // namespace zt::schema

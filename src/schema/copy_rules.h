@@ -35,4 +35,10 @@ enum class CopyDecision {
 ZT_TEST_EXPORT CopyDecision DecideCopyValue(const CopyTarget& target, const Variant& value,
                                             bool limited_messages, std::string* message);
 
+// The value as it is written into the target field once DecideCopyValue said kWrite: a Boolean
+// into a number column is -1 or 0 (MariaDB's TINYINT(1) Booleans hold True as -1, as Jet did),
+// and a number into a Boolean column is True when it is not 0 (a PostgreSQL BOOLEAN takes no
+// -1). Anything else goes as it is.
+ZT_TEST_EXPORT Variant CopyValueFor(const CopyTarget& target, Variant value);
+
 }  // namespace zt::schema

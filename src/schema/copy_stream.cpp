@@ -125,7 +125,7 @@ bool JudgeRecord(Recordset& source, const std::vector<CopyColumn>& columns, bool
         if (written) (*written)[i] = false;
         break;
       case CopyDecision::kWrite:
-        values[i] = std::move(v);
+        values[i] = CopyValueFor(columns[i].target, std::move(v));
         if (written) (*written)[i] = true;
         break;
     }

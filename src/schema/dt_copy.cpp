@@ -602,15 +602,7 @@ void CZtDTMgr::CopyFieldValue(Field& target, const Variant& value) {
   std::string message;
   switch (schema::DecideCopyValue(t, value, limited_messages_, &message)) {
     case schema::CopyDecision::kWrite:
-      // True is -1 as a number (MariaDB's TINYINT(1) Booleans hold it so).
-      if (value.Type() == VarType::Boolean && t.type != ado::adBoolean)
-        target.SetValue(Variant(std::int32_t{value.ToBool() ? -1 : 0}));
-      // and any number other than 0 is True for a Boolean column (a PostgreSQL BOOLEAN takes
-      // no -1).
-      else if (value.Type() != VarType::Boolean && t.type == ado::adBoolean)
-        target.SetValue(Variant(value.ToDouble() != 0));
-      else
-        target.SetValue(value);
+      target.SetValue(schema::CopyValueFor(t, value));
       break;
     case schema::CopyDecision::kSkip:
       break;

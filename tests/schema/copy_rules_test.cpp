@@ -1,0 +1,27 @@
+// The value a copy writes once the rules let it through: the same for the record-by-record copy
+// and the streaming one, since both ask CopyValueFor.
+#include <gtest/gtest.h>
+
+#include "schema/copy_rules.h"
+#include "zt/platform.h"
+
+namespace zt::schema {
+namespace {
+
+TEST(CopyValueForTest, BooleansAndNumbersMeetAsTheOldFilesKeptThem) {
+  CopyTarget tinyint{"fDone", ado::adUnsignedTinyInt, 0, 0};
+  CopyTarget boolean{"fDone", ado::adBoolean, 0, 0};
+  CopyTarget text{"tNote", ado::adVarWChar, 10, 0};
+  // MariaDB keeps a Boolean as TINYINT(1): True goes in as -1, the old files' True.
+  EXPECT_EQ(CopyValueFor(tinyint, Variant(true)).ToInt32(), -1);
+  EXPECT_EQ(CopyValueFor(tinyint, Variant(false)).ToInt32(), 0);
+  // A PostgreSQL BOOLEAN takes no -1: any number but 0 is True.
+  EXPECT_EQ(CopyValueFor(boolean, Variant(std::int32_t{-1})).Type(), VarType::Boolean);
+  EXPECT_TRUE(CopyValueFor(boolean, Variant(std::int32_t{-1})).ToBool());
+  EXPECT_FALSE(CopyValueFor(boolean, Variant(0.0)).ToBool());
+  EXPECT_TRUE(CopyValueFor(boolean, Variant(true)).ToBool());
+  EXPECT_EQ(CopyValueFor(text, Variant("abc")).ToText(), "abc");
+}
+
+}  // namespace
+}  // namespace zt::schema
