@@ -281,8 +281,8 @@ std::string RefusalCondition(const std::vector<CopyColumn>& columns) {
 // transfer optimisation); the check is kept apart from it for that reason.
 bool CopyAttached(const std::shared_ptr<Connection>& source,
                   const std::shared_ptr<Connection>& target, const std::string& table,
-                  const std::vector<CopyColumn>& columns, bool same_layout,
-                  StreamCopyResult& result) {
+                  const std::string& into_table, const std::vector<CopyColumn>& columns,
+                  bool same_layout, StreamCopyResult& result) {
   const std::string file = SqliteFile(source);
   if (file.empty() || file == SqliteFile(target)) return false;
   const std::string refused = RefusalCondition(columns);
@@ -312,7 +312,7 @@ bool CopyAttached(const std::shared_ptr<Connection>& source,
   try {
     target->BeginTrans();
     try {
-      target->Execute("INSERT INTO main." + Bracketed(table) + into + " SELECT " + from +
+      target->Execute("INSERT INTO main." + Bracketed(into_table) + into + " SELECT " + from +
                           " FROM zt_copy_source." + Bracketed(table),
                       &affected, ado::adExecuteNoRecords);
       target->CommitTrans();
@@ -338,16 +338,17 @@ StreamCopyResult StreamTableRows(const std::shared_ptr<Connection>& source,
                                  const std::string& table, const StreamCopyOptions& options) {
   StreamCopyResult result;
   Tally tally(result, options);
+  const std::string& into = options.target_table.empty() ? table : options.target_table;
   auto rs = OpenForward(SelectAll(table), source);
   bool same_layout = false;
-  const std::vector<CopyColumn> columns = MatchColumns(*rs, target, table, same_layout);
+  const std::vector<CopyColumn> columns = MatchColumns(*rs, target, into, same_layout);
   const bool caller_transaction = target->InTransaction();
   // No column in common: there is nothing to write (an empty record is not a copy).
   if (columns.empty()) return result;
 
   if (options.allow_attach && !caller_transaction && source->Engine() == "SQLite" &&
       target->Engine() == "SQLite" &&
-      CopyAttached(source, target, table, columns, same_layout, result)) {
+      CopyAttached(source, target, table, into, columns, same_layout, result)) {
     rs->Close();
     if (options.progress) options.progress(result.rows);
     return result;
@@ -355,7 +356,7 @@ StreamCopyResult StreamTableRows(const std::shared_ptr<Connection>& source,
 
   if (!caller_transaction) {
     try {
-      CopyBulk(*rs, target, table, columns, options, tally);
+      CopyBulk(*rs, target, into, columns, options, tally);
       tally.End();
       return result;
     } catch (const BulkRefused&) {
@@ -366,7 +367,7 @@ StreamCopyResult StreamTableRows(const std::shared_ptr<Connection>& source,
     }
   }
   result.path = StreamPath::kPerRecord;
-  CopyPerRecord(*rs, target, table, columns, options, tally);
+  CopyPerRecord(*rs, target, into, columns, options, tally);
   tally.End();
   return result;
 }

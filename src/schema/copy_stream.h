@@ -26,6 +26,9 @@ struct ZT_TEST_EXPORT StreamCopyOptions {
   // Both connections on SQLite files: copy with ATTACH + INSERT ... SELECT when no value would
   // be refused or left out (false: always the general path).
   bool allow_attach = true;
+  // The target table's name when it differs from the source's (a working table that is renamed
+  // once it is complete); "" : the same name.
+  std::string target_table;
 };
 
 // How the rows went over.

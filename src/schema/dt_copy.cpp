@@ -15,6 +15,7 @@
 #include "platform/errors.h"
 #include "platform/sql_text.h"
 #include "schema/copy_rules.h"
+#include "schema/copy_stream.h"
 #include "schema/dt_copy_state.h"
 #include "zt/datastore.h"
 #include "zt/error_handling.h"
@@ -279,6 +280,16 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
     const std::shared_ptr<Connection> cn = target.GetConnection(1);
     const std::int32_t provider = target.GeneralProviderType();
     const bool ddl_in_tx = cn->Dialect().TransactionalDdl();
+    // A new or replaced table between the engines that run here goes the fast way; rows added
+    // to a table that stays (append, or its rows replaced) go record by record in one
+    // transaction.
+    const auto streams = [](std::int32_t p) {
+      return p == kProviderJet || p == kProviderPostgreSql || p == kProviderMySql;
+    };
+    if (!DryRun() && streams(provider) && streams(ProviderOfConnection(*source_cn)) &&
+        !cn->InTransaction() && !(options & kCopyAppend) &&
+        ((options & kCopyReplace) || !TableExists(cn, table)))
+      return CopyTableByStreaming(source, source_cn, table, target, options, result);
     bool began = false;
     bool created = false;
     const auto begin = [&] {
@@ -332,6 +343,117 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
     }
     return true;
   });
+}
+
+bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
+                                    const std::shared_ptr<Connection>& source_cn,
+                                    const std::string& table, CZtDataStore& target,
+                                    std::int32_t options, TableCopyResult& result) {
+  const std::shared_ptr<Connection> cn = target.GetConnection(1);
+  const std::int32_t provider = target.GeneralProviderType();
+  // The rows go into a working table that takes the table's name only when it is complete, so
+  // that a copy stopped at any point (an error, a lost server, a killed process) leaves the
+  // target's table as it was: absent, or the old one. A working table left by a killed copy is
+  // nobody's data and goes at the next copy of the table.
+  const std::string work = "zt_copy_" + table;
+  if (TableExists(cn, work)) DeleteTable(cn, work);
+  bool ok = false;
+  try {
+    ok = provider == kProviderJet ? CopyTableStructureJet(source_cn, cn, table, work, false)
+                                  : CopyTableStructure(source_cn, cn, table, work, false, provider);
+  } catch (const ZtError& e) {
+    result.error = e.Description();
+    Err().Clear();
+  }
+  const auto drop_work = [&] {
+    try {
+      if (TableExists(cn, work)) DeleteTable(cn, work);
+    } catch (const ZtError&) {
+      Err().Clear();  // the copy's own error is the one to report
+    }
+  };
+  if (!ok) {
+    drop_work();
+    Log("Table Structure not Copied from " + source.DataStoreName() + " to " + table);
+    return false;
+  }
+  try {
+    result.source_rows = CountRows(*source_cn, table);
+    copy_->table = table;
+    copy_->total = result.source_rows;
+    ReportProgress(0, false);
+    schema::StreamCopyOptions stream;
+    stream.limited_messages = UseLimitedErrorMessages();
+    stream.target_table = work;
+    stream.progress = [&](std::int64_t rows) { ReportProgress(rows, false); };
+    const schema::StreamCopyResult rows = schema::StreamTableRows(source_cn, cn, table, stream);
+    result.rows = rows.rows;
+    result.failed = rows.failed;
+    result.messages = rows.messages;
+    copy_->copied = rows.rows;
+    copy_->failed = rows.failed;
+    const bool replace = TableExists(cn, table);
+    const bool indexes = (options & kCopyIndexes) != 0;
+    // Indexes the target refuses are a structure that could not be copied, as when they come
+    // with the CREATE TABLE: the copy is undone and reported, not raised.
+    const auto make_indexes = [&](const std::string& on_table) {
+      try {
+        CopyIndexesByPlan(source_cn, *cn, table, table, on_table);
+        return true;
+      } catch (const ZtError& e) {
+        VariantArray args;
+        args.items = {Variant(table)};
+        result.error =
+            ZtErr_GetMessage("MSG_COULDNT_COPY_TBL_STRUCTURE", "", args) + " " + e.Description();
+        Err().Clear();
+        return false;
+      }
+    };
+    const auto structure_refused = [&] {
+      drop_work();
+      Log("Table Structure not Copied from " + source.DataStoreName() + " to " + table);
+      copy_->table.clear();
+      return false;
+    };
+    if (!cn->Dialect().TransactionalDdl()) {
+      // MariaDB keeps index names per table: the working table gets them under the final names,
+      // and one RENAME TABLE swaps the names at once.
+      if (indexes && !make_indexes(work)) return structure_refused();
+      const std::string old = "zt_old_" + table;
+      if (replace) {
+        if (TableExists(cn, old)) DeleteTable(cn, old);
+        RunStatement(*cn, "RENAME TABLE " + Br(table) + " TO " + Br(old) + ", " + Br(work) +
+                              " TO " + Br(table));
+        DeleteTable(cn, old);
+      } else {
+        RunStatement(*cn, "RENAME TABLE " + Br(work) + " TO " + Br(table));
+      }
+    } else {
+      // SQLite and PostgreSQL keep index names per database: the old table and its indexes go
+      // first, and the swap with the new indexes is one transaction.
+      cn->BeginTrans();
+      try {
+        if (replace) RunStatement(*cn, "DROP TABLE " + Br(table));
+        RunStatement(*cn, "ALTER TABLE " + Br(work) + " RENAME TO " + Br(table));
+        if (indexes && !make_indexes(table)) {
+          RollbackQuietly(*cn);
+          return structure_refused();
+        }
+        cn->CommitTrans();
+      } catch (...) {
+        RollbackQuietly(*cn);
+        throw;
+      }
+    }
+    if (replace) Log("Table [" + table + "] deleted.");
+    ReportProgress(rows.rows + rows.failed, true);
+    copy_->table.clear();
+  } catch (...) {
+    copy_->table.clear();
+    drop_work();
+    throw;
+  }
+  return true;
 }
 
 // ---- Structure -------------------------------------------------------------------------------
@@ -438,7 +560,8 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
 // copy of the table runs in.
 void CZtDTMgr::CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn,
                                  Connection& target_cn, const std::string& table,
-                                 const std::string& new_table) {
+                                 const std::string& new_table, const std::string& on_table) {
+  const std::string& target_table = on_table.empty() ? new_table : on_table;
   for (const auto& index : PrimaryFirst(GetTableIndexes(source_cn, table))) {
     // An engine that folds names (PostgreSQL) reports "in_..." for an "IN_..." index: the
     // prefix is the library's, in its own spelling, so that it is not added a second time.
@@ -448,8 +571,8 @@ void CZtDTMgr::CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn,
           platform::AsciiLower(written.substr(0, 3)) == platform::AsciiLower(prefix))
         written.replace(0, 3, prefix);
     const std::string name = GeneratedIndexName(new_table, written, index.kind);
-    const auto plan =
-        target_cn.Dialect().PlanCreateIndex(target_cn, new_table, index.columns, name, index.kind);
+    const auto plan = target_cn.Dialect().PlanCreateIndex(target_cn, target_table, index.columns,
+                                                          name, index.kind);
     for (const auto& sql : plan.statements) {
       Log("CopyTableStructure: Creating indexes: " + sql);
       RunStatement(target_cn, sql);

@@ -420,6 +420,44 @@ PY
   expect_rc 1 "copy of a table that does not exist"
   run copy helpdesk.db helpdesk.db
   expect_rc 2 "copy of a file onto itself"
+
+  # Killed with SIGKILL in the middle of a table: the target table is absent or complete, never
+  # partial, and the next copy finishes the job and leaves no working table behind.
+  python3 - <<'PY'
+import sqlite3
+db = sqlite3.connect("big.db")
+db.execute("CREATE TABLE tblBig (nId LONG NOT NULL PRIMARY KEY, tText TEXT(60), dWhen DATETIME)")
+db.executemany("INSERT INTO tblBig VALUES (?, ?, ?)",
+               ((i, "row %d with some text to copy" % i, 45000.5 + i) for i in range(400000)))
+db.commit()
+PY
+  local killed=0
+  for delay in 0.2 0.5 1; do
+    rm -f big_copy.db
+    "$ztdb" copy big.db big_copy.db >/dev/null 2>&1 &
+    local pid=$!
+    sleep "$delay"
+    kill -9 "$pid" 2>/dev/null && killed=$((killed + 1))
+    wait "$pid" 2>/dev/null
+    [[ -e big_copy.db ]] || continue
+    python3 - <<'PY' || fail "a copy killed after $delay s left a partial table"
+import sqlite3
+names = [r[0] for r in sqlite3.connect("big_copy.db").execute(
+    "SELECT name FROM sqlite_master WHERE type = 'table'")]
+if "tblBig" in names:
+    n = sqlite3.connect("big_copy.db").execute("SELECT COUNT(*) FROM tblBig").fetchone()[0]
+    assert n == 400000, n
+PY
+  done
+  [[ $killed -gt 0 ]] || echo "copy: every copy ended before it could be killed"
+  run copy big.db big_copy.db --replace --verify
+  expect_rc 0 "copy after a killed one"
+  python3 - <<'PY' || fail "a working table was left behind"
+import sqlite3
+names = [r[0] for r in sqlite3.connect("big_copy.db").execute(
+    "SELECT name FROM sqlite_master WHERE type = 'table'")]
+assert names == ["tblBig"], names
+PY
   cd "$work" || return
 }
 

@@ -342,9 +342,19 @@ TEST(CopyProgressTest, StartEveryFiveThousandRowsAndEnd) {
     EXPECT_EQ(p.rows_total, 12000);
     seen.emplace_back(p.rows_done, p.done);
   });
+  // Rows into a table that stays go record by record: a report every 5,000 rows.
+  target->GetConnection(1)->Execute(
+      "CREATE TABLE [tblMany] ([nId] LONG NOT NULL, [tText] TEXT(20))");
   ASSERT_TRUE(dt.CopyTable(*source, cn, "tblMany", *target, 0));
   EXPECT_EQ(seen, (std::vector<std::pair<std::int64_t, bool>>{
                       {0, false}, {5000, false}, {10000, false}, {12000, true}}));
+  // A replaced table goes the fast way (here one INSERT ... SELECT between the files): it
+  // reports its start and its end.
+  seen.clear();
+  ASSERT_TRUE(dt.CopyTable(*source, cn, "tblMany", *target, zt::kCopyReplace));
+  ASSERT_GE(seen.size(), 2u);
+  EXPECT_EQ(seen.front(), (std::pair<std::int64_t, bool>{0, false}));
+  EXPECT_EQ(seen.back(), (std::pair<std::int64_t, bool>{12000, true}));
   const auto& r = dt.LastCopyResults().at(0);
   EXPECT_TRUE(r.copied);
   EXPECT_EQ(r.rows, 12000);

@@ -299,8 +299,15 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   void ReportProgress(std::int64_t rows_done, bool done);
   // The source table's indexes on the new table of an SQLite, PostgreSQL or MariaDB target,
   // through the engine's index plans, inside the copy's transaction.
+  // `on_table`, when given, is the table that gets the indexes named after `new_table`.
   void CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn, Connection& target_cn,
-                         const std::string& table, const std::string& new_table);
+                         const std::string& table, const std::string& new_table,
+                         const std::string& on_table = {});
+  // A new (or replaced) table on SQLite, PostgreSQL or MariaDB: the rows streamed through the
+  // engine's bulk path into a working table, which takes the table's name once complete.
+  bool CopyTableByStreaming(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
+                            const std::string& table, CZtDataStore& target, std::int32_t options,
+                            TableCopyResult& result);
   // "PK_" + table, "UN_" / "IN_" + table + "_" + name (a name already so prefixed is kept).
   static std::string GeneratedIndexName(const std::string& table, const std::string& name,
                                         std::int32_t kind);
