@@ -4,7 +4,8 @@
 //
 // Values: a Boolean is stored as -1 / 0 (Jet's True and False, so "WHERE fFlag = -1" keeps
 // working); a date as the text "YYYY-MM-DD HH:MM:SS" and read back as a Date when the column is
-// declared as a date; currency as a real. A DECIMAL/NUMERIC column has numeric affinity: SQLite
+// declared as a date (a number there is the OLE day number that files converted from Jet hold);
+// currency as a real. A DECIMAL/NUMERIC column has numeric affinity: SQLite
 // keeps a whole number as a 64-bit integer and turns any other number into a real (15
 // significant digits survive). Such a column reads back exactly as a Decimal when the stored
 // value is an integer or text; a stored real stays a double, as that is all the file holds. Foreign
@@ -204,6 +205,8 @@ class SqliteConnection : public ConnectionBackend {
     sqlite3_progress_handler(db_, 10000, &SqliteConnection::Progress, this);
   }
 
+  void StopClock() { sqlite3_progress_handler(db_, 0, nullptr, nullptr); }
+
   [[noreturn]] void Fail(int rc) {
     std::string msg = sqlite3_errmsg(db_);
     if ((rc & 0xff) == SQLITE_INTERRUPT) msg = "Query timeout expired";
@@ -288,6 +291,9 @@ void SqliteStatement::Execute() {
   conn_.StartClock();
   const sqlite3_int64 before = sqlite3_total_changes64(conn_.db());
   const int rc = sqlite3_step(st_);
+  // The time-out covers the statement up to its first row, as a command's time-out always did;
+  // the fetches after it may take as long as the reader (a table copy streams for minutes).
+  conn_.StopClock();
   stepped_ = true;
   pending_row_ = rc == SQLITE_ROW;
   done_ = rc == SQLITE_DONE;
@@ -387,6 +393,9 @@ Variant SqliteStatement::Get(int col) {
         return Variant(Decimal::FromInt64(v));
       }
       if (k == Kind::kDouble) return Variant(static_cast<double>(v));
+      // Files converted from Jet keep dates as OLE day numbers; the column's NUMERIC affinity
+      // turns a midnight (45000.0) into an integer.
+      if (k == Kind::kDate) return Variant(Date{static_cast<double>(v)});
       if (k == Kind::kDecimal) return Variant(Decimal::FromInt64(v));
       if (v >= INT32_MIN && v <= INT32_MAX) return Variant(static_cast<std::int32_t>(v));
       return Variant(static_cast<std::int64_t>(v));
@@ -395,6 +404,7 @@ Variant SqliteStatement::Get(int col) {
       const double d = sqlite3_column_double(st_, col);
       if (k == Kind::kCurrency) return Variant(Currency::FromDouble(d));
       if (k == Kind::kBool) return Variant(d != 0);
+      if (k == Kind::kDate) return Variant(Date{d});
       return Variant(d);
     }
     case SQLITE_TEXT: {

@@ -18,6 +18,10 @@ bool IsNumberType(std::int32_t type) {
          type == ado::adDouble || type == ado::adBoolean || type == ado::adNumeric || type == 139;
 }
 
+bool IsDateType(std::int32_t type) {
+  return type == ado::adDate || type == ado::adDBDate || type == ado::adDBTimeStamp;
+}
+
 std::int64_t Characters(const std::string& utf8) {
   std::int64_t n = 0;
   for (unsigned char c : utf8)
@@ -58,6 +62,9 @@ Variant CopyValueFor(const CopyTarget& target, Variant value) {
   if (boolean_value && target.type != ado::adBoolean)
     return Variant(std::int32_t{value.ToBool() ? -1 : 0});
   if (!boolean_value && target.type == ado::adBoolean) return Variant(value.ToDouble() != 0);
+  // A date field takes a number as the day number a Date is (the field's own conversion).
+  if (IsDateType(target.type) && value.IsNumeric() && value.Type() != VarType::Date)
+    return Variant(Date{value.ToDouble()});
   return value;
 }
 

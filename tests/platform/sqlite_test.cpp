@@ -1,7 +1,9 @@
 // What only the embedded engine shows: Jet vocabulary, locking, row identity, time-outs.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include "engines.h"
 #include "zt/platform.h"
@@ -89,6 +91,17 @@ TEST_F(SqliteTest, JetTypesKeyLessTablesAndAutoNumbers) {
   EXPECT_EQ(
       cn->Execute("SELECT COUNT(*) FROM tblJet WHERE fFlag = -1")->Fields(0).Value().ToInt32(), 1);
 
+  // Files converted from Jet hold dates as OLE day numbers; a midnight is an integer there.
+  cn->Execute("CREATE TABLE [tblDates] ([dWhen] DATETIME)");
+  cn->Execute("INSERT INTO tblDates VALUES (45000.5)");
+  cn->Execute("INSERT INTO tblDates VALUES (45001.0)");
+  auto dates = cn->Execute("SELECT dWhen FROM tblDates ORDER BY dWhen");
+  EXPECT_EQ(dates->Fields(0).Value().Type(), VarType::Date);
+  EXPECT_DOUBLE_EQ(dates->Fields(0).Value().ToDouble(), 45000.5);
+  dates->MoveNext();
+  EXPECT_EQ(dates->Fields(0).Value().Type(), VarType::Date);
+  EXPECT_DOUBLE_EQ(dates->Fields(0).Value().ToDouble(), 45001.0);
+
   // A table without a key is written through the row identity: only the one row changes.
   cn->Execute("CREATE TABLE [tblNoKey] ([a] LONG, [b] TEXT(10))");
   cn->Execute("INSERT INTO tblNoKey VALUES (1, 'x')");
@@ -118,6 +131,15 @@ TEST_F(SqliteTest, CommandTimeoutStopsALongStatement) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   EXPECT_EQ(cn->CommandTimeout(), 30);
   EXPECT_EQ(ZT_ERROR_NUMBER(cn->SetCommandTimeout(-1)), Hr(0x800A0BB9));
+
+  // Reading the rows afterwards is no part of the statement: a slow reader is not cut off.
+  cmd.SetCommandText("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT x + 1 FROM c WHERE x < "
+                     "3000000) SELECT x FROM c");
+  auto rows = cmd.Execute();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+  std::int64_t n = 0;
+  for (; !rows->Eof(); rows->MoveNext()) ++n;
+  EXPECT_EQ(n, 3000000);
 }
 
 }  // namespace

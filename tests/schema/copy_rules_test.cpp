@@ -21,6 +21,14 @@ TEST(CopyValueForTest, BooleansAndNumbersMeetAsTheOldFilesKeptThem) {
   EXPECT_FALSE(CopyValueFor(boolean, Variant(0.0)).ToBool());
   EXPECT_TRUE(CopyValueFor(boolean, Variant(true)).ToBool());
   EXPECT_EQ(CopyValueFor(text, Variant("abc")).ToText(), "abc");
+  // A number into a date field is the day number (what PostgreSQL and MariaDB would refuse as
+  // text); a date stays as it is.
+  CopyTarget when{"dWhen", ado::adDBTimeStamp, 0, 0};
+  const Variant day = CopyValueFor(when, Variant(45000.5));
+  EXPECT_EQ(day.Type(), VarType::Date);
+  EXPECT_DOUBLE_EQ(day.ToDouble(), 45000.5);
+  EXPECT_EQ(CopyValueFor(when, Variant(std::int32_t{45000})).Type(), VarType::Date);
+  EXPECT_EQ(CopyValueFor(when, Variant("2023-03-15")).Type(), VarType::String);
 }
 
 }  // namespace
