@@ -115,6 +115,9 @@ class ZT_TEST_EXPORT StatementBackend {
   // Binds parameter `index` (0-based). The value is copied. Empty and Null bind SQL NULL.
   // Throws ZtError when the value cannot be bound.
   virtual void Bind(int index, const Variant& value) = 0;
+  // The caller will read the rows once, front to back: the backend may fetch them as they are
+  // read instead of all at once. Called before Execute; the default reads them all at once.
+  virtual void StreamRows() {}
   // Runs the statement with the bound values, discarding any earlier result. Throws ZtError.
   virtual void Execute() = 0;
   // The columns of the current result (empty for a statement that returns no rows).

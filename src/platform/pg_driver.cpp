@@ -6,12 +6,15 @@
 // go through COPY ... FROM STDIN, one stream for any number of rows (parameter arrays through
 // psqlODBC run one row at a time, about 33,000 rows a second).
 #include <libpq-fe.h>
+#include <poll.h>
 
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <optional>
 #include <set>
@@ -259,10 +262,22 @@ struct BaseColumn {
   bool not_null = false, key = false, auto_increment = false;
 };
 
+// A statement whose rows arrive one at a time while the caller reads them. libpq runs one query
+// at a time on a connection, so anything else that needs the connection first has the stream
+// buffer the rest of its rows (Buffer); a copy reads its source without other work on it and so
+// never buffers.
+class RowStream {
+ public:
+  virtual void Buffer() = 0;
+
+ protected:
+  ~RowStream() = default;
+};
+
 class PgConnection : public ConnectionBackend {
  public:
   explicit PgConnection(const ConnectParams& p);
-  ~PgConnection() override { PQfinish(conn_); }
+  ~PgConnection() override { PQfinish(pg_); }
 
   const DriverQuirks& Quirks() const override { return quirks_; }
   std::unique_ptr<StatementBackend> Prepare(const std::string& sql) override;
@@ -282,7 +297,7 @@ class PgConnection : public ConnectionBackend {
   }
   void SetCommandTimeout(int seconds) override;
   bool IsAlive() override;
-  std::string CurrentCatalog() override { return PQdb(conn_); }
+  std::string CurrentCatalog() override { return PQdb(pg_); }
   std::string DefaultSchema() override;
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
   Variant LastInsertId() override;
@@ -290,13 +305,32 @@ class PgConnection : public ConnectionBackend {
   std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                const std::vector<std::string>& columns) override;
 
-  PGconn* conn() const { return conn_; }
+  // The connection for a new request: a statement still streaming rows buffers them first.
+  PGconn* conn() {
+    if (RowStream* s = stream_) {
+      stream_ = nullptr;
+      s->Buffer();
+    }
+    return pg_;
+  }
+  // The connection as it is, for the streaming statement's own reads.
+  PGconn* raw() const { return pg_; }
+  void StartStream(RowStream* s) {
+    conn();
+    stream_ = s;
+  }
+  void EndStream(RowStream* s) {
+    if (stream_ == s) stream_ = nullptr;
+  }
+  int Timeout() const { return timeout_; }
+  // Sets statement_timeout for what follows (`seconds` 0: none) unless it is set so already.
+  void ApplyTimeoutOf(int seconds);
   const std::string& source() const { return source_; }
   // Throws the error of a failed result (or of the connection when `r` is null).
   [[noreturn]] void Fail(const PGresult* r) const;
   // Checks a result: returns it when it is one of the good states, throws otherwise.
   Result Check(PGresult* r) const;
-  void Command(const char* sql) { Check(PQexec(conn_, sql)); }
+  void Command(const char* sql) { Check(PQexec(conn(), sql)); }
   std::string NextStatementName() { return "zt_stmt_" + std::to_string(++statements_); }
   const BaseColumn* Base(Oid table, int column);
   // Drops what was read from the catalog (after DDL or SET on this connection).
@@ -310,7 +344,8 @@ class PgConnection : public ConnectionBackend {
  private:
   DriverQuirks quirks_;
   std::string source_;
-  PGconn* conn_ = nullptr;
+  PGconn* pg_ = nullptr;
+  RowStream* stream_ = nullptr;
   int statements_ = 0;
   std::string default_schema_;
   std::map<Oid, std::map<int, BaseColumn>> bases_;
@@ -357,25 +392,25 @@ PgConnection::PgConnection(const ConnectParams& p)
       p.data_source.c_str(), port.c_str(),    p.database.c_str(), p.user.c_str(),
       p.password.c_str(),    timeout.c_str(), "ZtDBTools",        "UTF8",
       options.c_str(),       nullptr};
-  conn_ = PQconnectdbParams(keys, values, 0);
-  if (PQstatus(conn_) != CONNECTION_OK) {
-    const std::string message = DriverMessage(conn_ ? PQerrorMessage(conn_) : "out of memory");
+  pg_ = PQconnectdbParams(keys, values, 0);
+  if (PQstatus(pg_) != CONNECTION_OK) {
+    const std::string message = DriverMessage(pg_ ? PQerrorMessage(pg_) : "out of memory");
     // libpq gives no SQLSTATE for a failed start-up; its text tells a refused login apart.
     const bool login = message.find("authentication failed") != std::string::npos ||
                        message.find("password") != std::string::npos;
-    PQfinish(conn_);
-    conn_ = nullptr;
+    PQfinish(pg_);
+    pg_ = nullptr;
     RaiseSqlState(source_, login ? "28000" : "08001", 0, message);
   }
   PQsetNoticeProcessor(
-      conn_, [](void*, const char*) {}, nullptr);
+      pg_, [](void*, const char*) {}, nullptr);
 }
 
 void PgConnection::Fail(const PGresult* r) const {
   const char* code = r ? PQresultErrorField(r, PG_DIAG_SQLSTATE) : nullptr;
   std::string state = code ? code : "";
-  const std::string message = DriverMessage(r ? PQresultErrorMessage(r) : PQerrorMessage(conn_));
-  if (state.empty()) state = PQstatus(conn_) == CONNECTION_BAD ? "08006" : "HY000";
+  const std::string message = DriverMessage(r ? PQresultErrorMessage(r) : PQerrorMessage(pg_));
+  if (state.empty()) state = PQstatus(pg_) == CONNECTION_BAD ? "08006" : "HY000";
   // PostgreSQL's own error code is its SQLSTATE: it stands where other engines put a number.
   throw EngineError(source_, state, 0, message, state);
 }
@@ -394,23 +429,27 @@ void PgConnection::SetCommandTimeout(int seconds) {
 }
 
 void PgConnection::ApplyTimeout() {
-  if (applied_timeout_ == timeout_) return;
-  Command(("SET statement_timeout = " + std::to_string(timeout_ * 1000)).c_str());
-  applied_timeout_ = timeout_;
+  ApplyTimeoutOf(timeout_);
+}
+
+void PgConnection::ApplyTimeoutOf(int seconds) {
+  if (applied_timeout_ == seconds) return;
+  Command(("SET statement_timeout = " + std::to_string(seconds * 1000)).c_str());
+  applied_timeout_ = seconds;
 }
 
 bool PgConnection::IsAlive() {
-  if (PQstatus(conn_) != CONNECTION_OK) return false;
+  if (PQstatus(conn()) != CONNECTION_OK) return false;
   // A transaction that failed refuses every statement until it is rolled back, yet the server
   // is there: it just answered.
-  if (PQtransactionStatus(conn_) == PQTRANS_INERROR) return true;
-  Result r(PQexec(conn_, "SELECT 1"));
+  if (PQtransactionStatus(conn()) == PQTRANS_INERROR) return true;
+  Result r(PQexec(conn(), "SELECT 1"));
   return r && PQresultStatus(r.get()) == PGRES_TUPLES_OK;
 }
 
 std::string PgConnection::DefaultSchema() {
   if (default_schema_.empty()) {
-    Result r = Check(PQexec(conn_, "SELECT current_schema()"));
+    Result r = Check(PQexec(conn(), "SELECT current_schema()"));
     if (PQntuples(r.get()) == 1 && !PQgetisnull(r.get(), 0, 0))
       default_schema_ = PQgetvalue(r.get(), 0, 0);
   }
@@ -420,13 +459,13 @@ std::string PgConnection::DefaultSchema() {
 Variant PgConnection::LastInsertId() {
   // lastval() fails when no sequence was used in this session, and a failure would abort the
   // caller's transaction: inside one it runs under a savepoint.
-  const bool in_tx = PQtransactionStatus(conn_) == PQTRANS_INTRANS;
-  if (in_tx) Result(PQexec(conn_, "SAVEPOINT zt_lastval"));
-  Result r(PQexec(conn_, "SELECT lastval()"));
+  const bool in_tx = PQtransactionStatus(conn()) == PQTRANS_INTRANS;
+  if (in_tx) Result(PQexec(conn(), "SAVEPOINT zt_lastval"));
+  Result r(PQexec(conn(), "SELECT lastval()"));
   const bool ok = r && PQresultStatus(r.get()) == PGRES_TUPLES_OK && PQntuples(r.get()) == 1;
   if (in_tx)
-    Result(PQexec(conn_, ok ? "RELEASE SAVEPOINT zt_lastval"
-                            : "ROLLBACK TO SAVEPOINT zt_lastval; RELEASE SAVEPOINT zt_lastval"));
+    Result(PQexec(conn(), ok ? "RELEASE SAVEPOINT zt_lastval"
+                             : "ROLLBACK TO SAVEPOINT zt_lastval; RELEASE SAVEPOINT zt_lastval"));
   if (!ok) return Variant::Null();
   const std::int64_t v = std::atoll(PQgetvalue(r.get(), 0, 0));
   // A serial column is an integer: hand back a Long so a re-read by key compares like for like.
@@ -438,7 +477,7 @@ bool PgConnection::HasExactName(const std::string& name) {
   // Read once until this connection runs DDL (ForgetCatalog); tables that other sessions create
   // meanwhile are not seen, as with the column cache below.
   if (!relations_) {
-    Result r = Check(PQexec(conn_,
+    Result r = Check(PQexec(conn(),
                             "SELECT c.relname FROM pg_class c WHERE c.relkind IN "
                             "('r', 'v', 'm', 'p', 'f') AND pg_table_is_visible(c.oid)"));
     relations_.emplace();
@@ -456,7 +495,7 @@ const BaseColumn* PgConnection::Base(Oid table, int column) {
     const std::string oid = std::to_string(table);
     const char* params[] = {oid.c_str()};
     Result r = Check(PQexecParams(
-        conn_,
+        conn(),
         "SELECT a.attnum, c.relname, a.attname, a.attnotnull, "
         "COALESCE(a.attnum = ANY (i.indkey::int2[]), false), "
         "a.attidentity <> '' OR COALESCE(pg_get_expr(d.adbin, d.adrelid) LIKE 'nextval(%', false) "
@@ -482,15 +521,17 @@ const BaseColumn* PgConnection::Base(Oid table, int column) {
 // Statements
 // ---------------------------------------------------------------------------------------------
 
-class PgStatement : public StatementBackend {
+class PgStatement : public StatementBackend, private RowStream {
  public:
   PgStatement(PgConnection& conn, const std::string& sql)
       : conn_(conn), sql_(RewritePlaceholders(sql, conn.Quirks())), has_params_(sql_ != sql) {}
   ~PgStatement() override {
-    if (!name_.empty() && PQstatus(conn_.conn()) == CONNECTION_OK &&
+    Discard();
+    if (!name_.empty() && PQstatus(conn_.raw()) == CONNECTION_OK &&
         PQtransactionStatus(conn_.conn()) != PQTRANS_INERROR)
       Result(PQexec(conn_.conn(), ("DEALLOCATE " + name_).c_str()));
   }
+  void StreamRows() override { stream_ = true; }
 
   int ParameterCount() override {
     if (!has_params_) return 0;
@@ -507,6 +548,7 @@ class PgStatement : public StatementBackend {
   void Execute() override;
   const std::vector<ColumnInfo>& Columns() override { return columns_; }
   bool Fetch() override {
+    if (streaming_) return FetchStreamed();
     if (!result_ || row_ + 1 >= PQntuples(result_.get())) {
       row_ = result_ ? PQntuples(result_.get()) : 0;
       return false;
@@ -531,10 +573,44 @@ class PgStatement : public StatementBackend {
     const std::string name = conn_.NextStatementName();
     conn_.Check(PQprepare(conn_.conn(), name.c_str(), sql_.c_str(), 0, nullptr));
     name_ = name;
-    Result d = conn_.Check(PQdescribePrepared(conn_.conn(), name_.c_str()));
-    params_ = PQnparams(d.get());
+    shape_ = conn_.Check(PQdescribePrepared(conn_.conn(), name_.c_str()));
+    params_ = PQnparams(shape_.get());
   }
-  void Describe();
+  void Describe(const PGresult* r);
+  std::vector<const char*> BoundValues() const {
+    std::vector<const char*> values(static_cast<std::size_t>(params_), nullptr);
+    for (std::size_t i = 0; i < values.size() && i < binds_.size(); ++i)
+      if (binds_[i]) values[i] = binds_[i]->c_str();
+    return values;
+  }
+  void ExecuteStreamed();
+  void WaitForFirstRow(int seconds);
+  bool FetchStreamed();
+  // Takes one result of the stream: true for a row, false at its end; raises its error.
+  bool Take(Result r);
+  // Reads what the server still sends for this query, and drops it.
+  void Finish() {
+    while (PGresult* r = PQgetResult(conn_.raw())) PQclear(r);
+    live_ = false;
+    conn_.EndStream(this);
+  }
+  void Buffer() override {
+    while (live_) {
+      Result r(PQgetResult(conn_.raw()));
+      const ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_TUPLES_OK;
+      if (st == PGRES_SINGLE_TUPLE) {
+        buffered_.push_back(std::move(r));
+        continue;
+      }
+      if (st != PGRES_TUPLES_OK) buffered_.push_back(std::move(r));  // the error, raised in turn
+      Finish();
+    }
+  }
+  void Discard() {
+    if (live_) Finish();
+    buffered_.clear();
+    streaming_ = false;
+  }
 
   PgConnection& conn_;
   std::string sql_;
@@ -543,6 +619,11 @@ class PgStatement : public StatementBackend {
   int params_ = 0;
   std::vector<std::optional<std::string>> binds_;
   Result result_;
+  Result shape_;            // the prepared statement's description
+  bool stream_ = false;     // the caller reads the rows once, forward
+  bool streaming_ = false;  // this execution's rows come one at a time
+  bool live_ = false;       // ... and the server is still sending them
+  std::deque<Result> buffered_;
   std::vector<ColumnInfo> columns_;
   std::vector<ValueKind> kinds_;
   int row_ = -1;
@@ -554,21 +635,21 @@ bool IsQueryWord(const std::string& w) {
 }
 
 void PgStatement::Execute() {
+  Discard();
   const std::string word = FirstKeyword(sql_);
   const bool query = IsQueryWord(word);
   if (conn_.Quirks().read_only && !query) RaiseReadOnly(conn_.source(), "PostgreSQL");
   if (!query && word != "INSERT" && word != "UPDATE" && word != "DELETE") conn_.ForgetCatalog();
-  conn_.ApplyTimeout();
   result_.reset();
   columns_.clear();
   kinds_.clear();
   row_ = -1;
   rows_affected_ = -1;
+  if (stream_ && query) return ExecuteStreamed();
+  conn_.ApplyTimeout();
   if (has_params_) {
     PrepareOnServer();
-    std::vector<const char*> values(static_cast<std::size_t>(params_), nullptr);
-    for (std::size_t i = 0; i < values.size() && i < binds_.size(); ++i)
-      if (binds_[i]) values[i] = binds_[i]->c_str();
+    const std::vector<const char*> values = BoundValues();
     result_ = conn_.Check(
         PQexecPrepared(conn_.conn(), name_.c_str(), params_, values.data(), nullptr, nullptr, 0));
   } else {
@@ -576,15 +657,88 @@ void PgStatement::Execute() {
         PQexecParams(conn_.conn(), sql_.c_str(), 0, nullptr, nullptr, nullptr, nullptr, 0));
   }
   if (PQresultStatus(result_.get()) == PGRES_TUPLES_OK) {
-    Describe();
+    Describe(result_.get());
   } else {
     const char* n = PQcmdTuples(result_.get());
     if (n && *n) rows_affected_ = std::atoll(n);
   }
 }
 
-void PgStatement::Describe() {
-  const PGresult* r = result_.get();
+// A query read once, forward: the rows come one at a time (libpq's single-row mode) so that a
+// table of any size is read in flat memory. The columns are described from the prepared
+// statement before the rows start, as the catalog cannot be asked while they arrive.
+void PgStatement::ExecuteStreamed() {
+  PrepareOnServer();
+  Describe(shape_.get());
+  // The time-out covers the query up to its first row (WaitForFirstRow), not the reading of
+  // the rows, which takes as long as the reader does.
+  const int seconds = conn_.Timeout();
+  conn_.ApplyTimeoutOf(0);
+  const std::vector<const char*> values = BoundValues();
+  PGconn* pg = conn_.conn();
+  if (!PQsendQueryPrepared(pg, name_.c_str(), params_, values.data(), nullptr, nullptr, 0))
+    conn_.Fail(nullptr);
+  PQsetSingleRowMode(pg);
+  streaming_ = true;
+  live_ = true;
+  conn_.StartStream(this);
+  WaitForFirstRow(seconds);
+}
+
+void PgStatement::WaitForFirstRow(int seconds) {
+  if (seconds <= 0) return;
+  PGconn* pg = conn_.raw();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+  while (PQisBusy(pg)) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    pollfd fd{PQsocket(pg), POLLIN, 0};
+    const int ready = left.count() > 0 ? poll(&fd, 1, static_cast<int>(left.count())) : 0;
+    if (ready == 0) {
+      // Out of time: the server stops the query, and the stream ends with a time-out.
+      if (PGcancel* c = PQgetCancel(pg)) {
+        char message[256];
+        PQcancel(c, message, sizeof message);
+        PQfreeCancel(c);
+      }
+      Finish();
+      RaiseSqlState(conn_.source(), "57014", 0, "Query timeout expired");
+    }
+    if (ready > 0 && !PQconsumeInput(pg)) {
+      Finish();
+      conn_.Fail(nullptr);
+    }
+  }
+}
+
+bool PgStatement::FetchStreamed() {
+  result_.reset();
+  row_ = -1;
+  if (!buffered_.empty()) {
+    Result r = std::move(buffered_.front());
+    buffered_.pop_front();
+    return Take(std::move(r));
+  }
+  if (!live_) return false;
+  return Take(Result(PQgetResult(conn_.raw())));
+}
+
+bool PgStatement::Take(Result r) {
+  const ExecStatusType st = r ? PQresultStatus(r.get()) : PGRES_TUPLES_OK;
+  if (st == PGRES_SINGLE_TUPLE) {
+    result_ = std::move(r);
+    row_ = 0;
+    return true;
+  }
+  if (live_) Finish();
+  streaming_ = !buffered_.empty();
+  if (st == PGRES_TUPLES_OK) return false;
+  buffered_.clear();
+  streaming_ = false;
+  conn_.Fail(r.get());
+}
+
+void PgStatement::Describe(const PGresult* r) {
   const bool writable = !conn_.Quirks().read_only;
   for (int i = 0; i < PQnfields(r); ++i) {
     const PgType& t = TypeForOid(PQftype(r, i));
@@ -642,7 +796,7 @@ RowSet PgConnection::Schema(SchemaKind kind, const SchemaRestrictions& in) {
   std::vector<const char*> params;
   for (const auto& v : values) params.push_back(v.c_str());
   Result res = Check(PQexecParams(
-      conn_,
+      conn(),
       ("SELECT current_database(), n.nspname, t.relname, i.relname, x.indisprimary, "
        "x.indisunique, x.indisclustered, k.ord, a.attname "
        "FROM pg_index x JOIN pg_class i ON i.oid = x.indexrelid "

@@ -227,12 +227,13 @@ void Recordset::Open(const std::string& source, const std::shared_ptr<Connection
             BracketName(m->table);
   }
   auto stmt = s.PrepareText(sql);
+  const bool stream = cursor_type == ado::adOpenForwardOnly && lock_type == ado::adLockReadOnly;
+  if (stream) stmt->StreamRows();
   s.Guard([&] { stmt->Execute(); });
 
   std::string table = m->table;
   impl_ = std::move(m);
-  OpenStatement(connection->SessionPtr(), std::move(stmt),
-                cursor_type == ado::adOpenForwardOnly && lock_type == ado::adLockReadOnly);
+  OpenStatement(connection->SessionPtr(), std::move(stmt), stream);
   cursor_type_ = cursor_type;
   lock_type_ = lock_type;
   source_ = source;

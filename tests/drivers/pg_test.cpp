@@ -234,6 +234,20 @@ TEST_F(PostgresDriver, ErrorsCarryTheirNumbersAndSqlState) {
   const auto start = std::chrono::steady_clock::now();
   expect("SELECT pg_sleep(5)", platform::hr::kTimeout, "57014");
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
+  // A streamed read has the same limit up to its first row; the server stops the query.
+  {
+    auto st = conn_->Prepare("SELECT pg_sleep(5)");
+    st->StreamRows();
+    const auto at = std::chrono::steady_clock::now();
+    try {
+      st->Execute();
+      ADD_FAILURE() << "a streamed query outlived its time-out";
+    } catch (const ZtError& e) {
+      EXPECT_EQ(e.Number(), platform::hr::kTimeout) << e.Description();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - at, std::chrono::seconds(4));
+    EXPECT_EQ(Rows(*conn_, "SELECT 1").rows.size(), 1u);  // and the connection goes on
+  }
   conn_->SetCommandTimeout(0);
 
   // The number a serial column got; asking before any sequence was used gives Null and leaves

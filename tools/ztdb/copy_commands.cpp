@@ -77,12 +77,15 @@ std::int64_t Count(zt::Connection& cn, const std::string& table) {
 
 // A checksum of every value of every row, independent of the row order and of how each engine
 // spells a value (Booleans as -1/0, numbers by their value): a sum of the rows' hashes.
-std::uint64_t TableChecksum(zt::Connection& cn, const std::string& table,
+std::uint64_t TableChecksum(const std::shared_ptr<zt::Connection>& cn, const std::string& table,
                             const std::vector<std::string>& columns,
                             const std::vector<bool>& booleans) {
   std::string list;
   for (const auto& c : columns) list += (list.empty() ? "" : ", ") + ("[" + c + "]");
-  auto rs = cn.Execute("SELECT " + list + " FROM [" + table + "]");
+  // Forward and read-only: the rows stream by once, so memory stays flat in the row count.
+  auto rs = std::make_shared<zt::Recordset>();
+  rs->Open("SELECT " + list + " FROM [" + table + "]", cn, zt::ado::adOpenForwardOnly,
+           zt::ado::adLockReadOnly);
   std::uint64_t sum = 0;
   std::string row;
   for (; !rs->Eof(); rs->MoveNext()) {
@@ -219,8 +222,8 @@ int Copy(Context& cx) {
         booleans.push_back(boolean);
       }
       const bool same_rows = Count(*source_cn, t) == Count(*tcn, t) + r.failed;
-      const bool same_sum = r.failed > 0 || TableChecksum(*source_cn, t, columns, booleans) ==
-                                                TableChecksum(*tcn, t, columns, booleans);
+      const bool same_sum = r.failed > 0 || TableChecksum(source_cn, t, columns, booleans) ==
+                                                TableChecksum(tcn, t, columns, booleans);
       verified = same_rows && same_sum ? "verified" : "DIFFERS";
       if (verified == "DIFFERS") {
         copied = false;

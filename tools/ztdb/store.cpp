@@ -90,6 +90,29 @@ std::string PromptPassword() {
 
 }  // namespace
 
+namespace {
+
+// The library's default driver name is the one the old Windows machines had ("MySQL ODBC 5.3
+// ANSI Driver"); a Linux machine registers MariaDB's Connector/ODBC under its own name. Without
+// --odbc-driver the default stays when it is installed, else the first registered driver whose
+// name holds one of `families` (a Unicode one first), so that a mysql:// URL works as written.
+std::string InstalledDriverFor(const std::string& preferred,
+                               std::initializer_list<const char*> families) {
+  const auto installed = zt::CZtProvider::InstalledProviders();
+  std::string found;
+  for (const auto& d : installed) {
+    if (d.name == preferred) return preferred;
+    for (const char* f : families)
+      if (d.name.find(f) != std::string::npos &&
+          (found.empty() || (d.name.find("Unicode") != std::string::npos &&
+                             found.find("Unicode") == std::string::npos)))
+        found = d.name;
+  }
+  return found.empty() ? preferred : found;
+}
+
+}  // namespace
+
 std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& given,
                                             const char* password_variable) {
   StoreOptions o = given;
@@ -117,7 +140,10 @@ std::shared_ptr<zt::CZtDataStore> MakeStore(const StoreOptions& given,
   ds->DataStoreName(o.name);
   ds->UserName(o.user);
   if (!o.provider.empty()) ds->Provider(o.provider);
-  if (!o.odbc_driver.empty()) ds->ODBCDriver(o.odbc_driver);
+  if (!o.odbc_driver.empty())
+    ds->ODBCDriver(o.odbc_driver);
+  else if (ds->GeneralProviderType() == zt::kProviderMySql)
+    ds->ODBCDriver(InstalledDriverFor(ds->ODBCDriver(), {"MariaDB", "MySQL"}));
   if (!o.alt.empty()) {
     ds->AltConnString(o.alt);
     ds->AltConnStringOperation(o.alt_op);
