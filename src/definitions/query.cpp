@@ -105,6 +105,12 @@ bool SQL_AddFieldsToSelectClause(const std::vector<std::string>& field_names,
 
 // ---- CZtQuery -------------------------------------------------------------------------------
 
+Variant ExpressionValue(const Dictionary& expression, std::string_view column) {
+  for (const auto& [name, value] : expression.Items())
+    if (TextEquals(name, column)) return value;
+  return {};
+}
+
 void CZtQuery::Initialize(std::int32_t id, std::int32_t table_type, const std::string& name,
                           const std::string& caption) {
   id_ = id;
@@ -251,7 +257,8 @@ void CZtQuery::SaveToDB(const std::shared_ptr<CZtDataStore>& data_store) {
       if (!rs->Eof()) rs->MoveFirst();
       while (!rs->Eof()) {
         rs->Delete();
-        rs->MoveNext();
+        // Deleting the last visible row already puts the recordset at its end.
+        if (!rs->Eof()) rs->MoveNext();
       }
       at = 40;
       UpdateQueryRecordset(*rs);

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zt/definitions/interfaces.h"
@@ -56,6 +57,11 @@ class ZT_EXPORT CZtWhereMacroHlpr : public Object {
 // left alone: it reads every column already. False only when there is no statement.
 ZT_EXPORT bool SQL_AddFieldsToSelectClause(const std::vector<std::string>& field_names,
                                            const std::shared_ptr<CZtSQLStatement>& statement);
+
+// The value of `column` in one of a query's expressions, the name compared without regard to
+// case: engines that fold unquoted names (PostgreSQL) report "tfield" for a column created as
+// tField. Empty when the expression has no such column.
+ZT_EXPORT Variant ExpressionValue(const Dictionary& expression, std::string_view column);
 
 class ZT_EXPORT CZtQuery : public Object, public IZtQuery {
  public:
