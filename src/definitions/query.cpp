@@ -144,7 +144,7 @@ std::shared_ptr<CZtSQLStatement> CZtQuery::GetDefaultSQLStatement(
     at = 20;
     if (type->StructureTable().empty())
       throw ZtError(
-          vbObjectError + 9021, std::string(kQuery),
+          rt::kInvalidProcedureCall, std::string(kQuery),
           "Table type " + std::to_string(table_type_) + " has no structure table in tblTableTypes");
     statement->Table(type->StructureTable());
     at = 30;
