@@ -1,0 +1,47 @@
+// Reading definition-table rows: the null-safe conversions every definition class uses, so that
+// a Null column (or one an older table does not have) reads as 0 or "" the same way everywhere.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "zt/platform.h"
+#include "zt/recordset/recordset_utils.h"
+#include "zt/variant.h"
+
+namespace zt::defs {
+
+// Null and Empty read as 0.
+inline std::int32_t NzInt32(const Variant& v) {
+  return v.IsNull() || v.IsEmpty() ? 0 : v.ToInt32();
+}
+// Null and Empty read as "".
+inline std::string NzText(const Variant& v) {
+  return v.IsNull() || v.IsEmpty() ? std::string() : v.ToText();
+}
+// The column of the current row, 0 / "" when Null or when the recordset has no such column.
+inline std::int32_t ColumnInt32(Recordset& rs, const std::string& column) {
+  return rs.HasField(column) ? NzInt32(rs.Value(column)) : 0;
+}
+inline std::string ColumnText(Recordset& rs, const std::string& column) {
+  return rs.HasField(column) ? NzText(rs.Value(column)) : std::string();
+}
+
+// Opens a read-only recordset over `sql`, runs `fn` on it and closes it (CloseRecordsetADO),
+// also when `fn` fails.
+template <class F>
+void WithRows(const std::shared_ptr<Connection>& cn, const std::string& sql, F&& fn) {
+  auto rs = std::make_shared<Recordset>();
+  CZTADOUtilities utils;
+  try {
+    rs->Open(sql, cn, ado::adOpenForwardOnly, ado::adLockReadOnly);
+    fn(*rs);
+  } catch (...) {
+    utils.CloseRecordsetADO(rs);
+    throw;
+  }
+  utils.CloseRecordsetADO(rs);
+}
+
+}  // namespace zt::defs
