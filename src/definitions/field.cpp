@@ -214,9 +214,12 @@ void CZtField::FillSingleChoiceTable(const std::shared_ptr<Connection>& connecti
     const bool has_dependent = rs->HasField(choices->FieldDependentFieldID());
     at = 40;
     for (; !rs->Eof(); rs->MoveNext()) {
-      auto value =
-          std::make_shared<CZtLookupValue>(defs::NzInt32(rs->Value(def_.value_table_id_field)),
-                                           defs::NzText(rs->Value(def_.value_table_name_field)));
+      // A row without an ID is no choice: read through the null-safe conversion it would turn
+      // into a choice 0 that nobody entered. The lookup collection skips it the same way.
+      const Variant id = rs->Value(def_.value_table_id_field);
+      if (id.IsNull()) continue;
+      auto value = std::make_shared<CZtLookupValue>(
+          id.ToInt32(), defs::NzText(rs->Value(def_.value_table_name_field)));
       if (def_.choice_order) value->ChoiceID(defs::NzInt32(rs->Value(kChoiceIdColumn)));
       if (has_dependent)
         value->DependentFieldID(defs::NzInt32(rs->Value(choices->FieldDependentFieldID())));

@@ -134,7 +134,15 @@ void CZtLookupValCol::Load(const Variant& dependent_value) {
       if (loaded.Exists(key)) continue;
       auto value = std::make_shared<CZtLookupValue>(id, defs::NzText(rs->Value(field_name_)));
       if (has_choice) value->ChoiceID(defs::NzInt32(rs->Value(field_choice_id_)));
-      if (has_dependent) value->DependentFieldID(defs::NzInt32(rs->Value(field_dependent_)));
+      if (has_dependent) {
+        // The dependent column may be a text column (a code rather than an ID): its value is
+        // then kept among the field values instead of failing the whole load.
+        const Variant dependent = rs->Value(field_dependent_);
+        if (dependent.IsNumeric() || dependent.IsNull())
+          value->DependentFieldID(defs::NzInt32(dependent));
+        else
+          value->SetFieldValue(field_dependent_, dependent);
+      }
       for (const std::string& col : extra) value->SetFieldValue(col, rs->Value(col));
       loaded.Add(key, Variant(std::shared_ptr<Object>(value)));
     }
