@@ -9,7 +9,7 @@ pkgs=(build-essential cmake ninja-build pkg-config libsqlite3-dev libpq-dev unix
   mdbtools)
 if [[ ${1:-} == --test ]]; then
   pkgs+=(googletest libgtest-dev libbenchmark-dev postgresql-15 postgresql-client-15 mariadb-server
-    mariadb-client clang libclang-rt-14-dev)
+    mariadb-client clang libclang-rt-14-dev chromium)
 fi
 
 missing=()
