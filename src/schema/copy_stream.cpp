@@ -142,6 +142,21 @@ std::vector<std::string> TargetNames(const std::vector<CopyColumn>& columns) {
 // Thrown past the source loop when the engine refused the bulk load (not the source).
 struct BulkRefused {};
 
+// Whether a failed bulk load was the engine refusing the data, which the record-by-record
+// copy then counts per record. A lost server, a time-out or a deadlock ends the copy instead:
+// going on record by record would only hide the real cause behind the next failure.
+[[noreturn]] void RefuseOrRethrow(const ZtError& e) {
+  switch (e.Category()) {
+    case ErrorCategory::kNone:
+    case ErrorCategory::kOther:
+    case ErrorCategory::kIntegrity:
+    case ErrorCategory::kData:
+      throw BulkRefused{};
+    default:
+      throw;
+  }
+}
+
 void CopyBulk(Recordset& source, const std::shared_ptr<Connection>& target,
               const std::string& table, const std::vector<CopyColumn>& columns,
               const StreamCopyOptions& options, Tally& tally) {
@@ -155,15 +170,15 @@ void CopyBulk(Recordset& source, const std::shared_ptr<Connection>& target,
     }
     try {
       bulk.AddRow(values);
-    } catch (const ZtError&) {
-      throw BulkRefused{};
+    } catch (const ZtError& e) {
+      RefuseOrRethrow(e);
     }
     tally.Written();
   }
   try {
     bulk.Finish();
-  } catch (const ZtError&) {
-    throw BulkRefused{};
+  } catch (const ZtError& e) {
+    RefuseOrRethrow(e);
   }
 }
 

@@ -4,6 +4,8 @@
 #   tests/servers/servers.sh start    # both servers on 127.0.0.1, prints `export DBTEST_...` lines
 #   tests/servers/servers.sh stop     # stops both and deletes their state folder
 #   tests/servers/servers.sh status
+#   tests/servers/servers.sh crash pg|my    # the server dies at once; its data stays
+#   tests/servers/servers.sh resume pg|my   # and starts again on its port
 #
 # State lives in $DBTEST_DIR (default /tmp/zt-dbtest; keep it short: the Unix socket paths in it
 # must stay under 107 bytes, and it must be reachable by the postgres and mysql users, so not
@@ -43,6 +45,13 @@ as() {
 }
 
 pg_up() { [[ -f $PG/port ]] && "$PG_BIN/pg_isready" -q -h "$PG" -p "$(cat "$PG/port")"; }
+# -l detaches the server's output: a CI pipe must not stay open on it.
+pg_run() {
+  as postgres "$PG_BIN/pg_ctl" -D "$PG/data" -l "$PG/server.log" -w -t 60 \
+    -o "-p $1 -c listen_addresses=127.0.0.1 -c unix_socket_directories=$PG -c fsync=off \
+        -c synchronous_commit=off -c full_page_writes=off -c max_connections=200" start >/dev/null ||
+    { tail -20 "$PG/server.log" >&2; fail "PostgreSQL did not start"; }
+}
 pg_start() {
   if pg_up; then return; fi
   pg_stop
@@ -57,11 +66,7 @@ pg_start() {
     { cat "$PG/initdb.log" >&2; fail "initdb failed"; }
   rm -f "$PG/pw"
   echo "$port" >"$PG/port"
-  # -l detaches the server's output: a CI pipe must not stay open on it.
-  as $owner "$PG_BIN/pg_ctl" -D "$PG/data" -l "$PG/server.log" -w -t 60 \
-    -o "-p $port -c listen_addresses=127.0.0.1 -c unix_socket_directories=$PG -c fsync=off \
-        -c synchronous_commit=off -c full_page_writes=off -c max_connections=200" start >/dev/null ||
-    { tail -20 "$PG/server.log" >&2; fail "PostgreSQL did not start"; }
+  pg_run "$port"
   psql -X -q -v ON_ERROR_STOP=1 -h "$PG" -p "$port" -U postgres -d postgres >/dev/null <<SQL ||
 CREATE ROLE "$USER_NAME" LOGIN CREATEDB PASSWORD '$PASSWORD';
 CREATE DATABASE "$DB" OWNER "$USER_NAME";
@@ -77,23 +82,15 @@ pg_stop() {
 }
 
 my_ping() { mariadb-admin --no-defaults --socket="$MY/mysqld.sock" -uroot ping >/dev/null 2>&1; }
-my_start() {
-  if [[ -f $MY/port ]] && my_ping; then return; fi
-  my_stop
-  [[ -x $MARIADBD ]] || fail "MariaDB server is not installed ($MARIADBD)"
-  local owner=root port i
-  id -u mysql >/dev/null 2>&1 && owner=mysql
-  port=$(free_port 56306)
-  mkdir -p "$MY"
-  [[ $EUID -eq 0 ]] && chown "$owner:" "$MY"
-  # --no-defaults ignores /etc/mysql; utf8mb4 must then be asked for (the built-in is latin1).
-  local opts=(--no-defaults --datadir="$MY/data" --user="$owner" --innodb-log-file-size=16M
+my_options() {
+  MY_OPTS=(--no-defaults --datadir="$MY/data" --user="$1" --innodb-log-file-size=16M
     --innodb-buffer-pool-size=64M --innodb-doublewrite=0 --innodb-flush-log-at-trx-commit=0
     --skip-name-resolve --character-set-server=utf8mb4 --collation-server=utf8mb4_general_ci)
-  mariadb-install-db "${opts[@]}" --auth-root-authentication-method=normal --skip-test-db \
-    >"$MY/install.log" 2>&1 || { cat "$MY/install.log" >&2; fail "mariadb-install-db failed"; }
-  echo "$port" >"$MY/port"
-  setsid "$MARIADBD" "${opts[@]}" --port="$port" --bind-address=127.0.0.1 --max-connections=300 \
+}
+my_owner() { if id -u mysql >/dev/null 2>&1; then echo mysql; else echo root; fi; }
+my_run() {
+  local i
+  setsid "$MARIADBD" "${MY_OPTS[@]}" --port="$1" --bind-address=127.0.0.1 --max-connections=300 \
     --socket="$MY/mysqld.sock" --pid-file="$MY/mysqld.pid" --log-error="$MY/error.log" \
     </dev/null >/dev/null 2>&1 &
   local pid=$!
@@ -103,6 +100,38 @@ my_start() {
     sleep 0.1
   done
   my_ping || fail "MariaDB did not answer within 60 s"
+}
+# Fault tests: a server dies at once, as on a power cut (its data stays), and comes back.
+crash() {
+  case $1 in
+    pg) as postgres "$PG_BIN/pg_ctl" -D "$PG/data" -m immediate -w stop >/dev/null ;;
+    my) local pid; pid=$(cat "$MY/mysqld.pid"); kill -KILL "$pid"
+        while alive "$pid"; do sleep 0.05; done ;;
+    *) fail "crash pg|my" ;;
+  esac
+}
+resume() {
+  case $1 in
+    pg) pg_run "$(cat "$PG/port")" ;;
+    my) my_options "$(my_owner)"; my_run "$(cat "$MY/port")" ;;
+    *) fail "resume pg|my" ;;
+  esac
+}
+my_start() {
+  if [[ -f $MY/port ]] && my_ping; then return; fi
+  my_stop
+  [[ -x $MARIADBD ]] || fail "MariaDB server is not installed ($MARIADBD)"
+  local owner port
+  owner=$(my_owner)
+  port=$(free_port 56306)
+  mkdir -p "$MY"
+  [[ $EUID -eq 0 ]] && chown "$owner:" "$MY"
+  # --no-defaults ignores /etc/mysql; utf8mb4 must then be asked for (the built-in is latin1).
+  my_options "$owner"
+  mariadb-install-db "${MY_OPTS[@]}" --auth-root-authentication-method=normal --skip-test-db \
+    >"$MY/install.log" 2>&1 || { cat "$MY/install.log" >&2; fail "mariadb-install-db failed"; }
+  echo "$port" >"$MY/port"
+  my_run "$port"
   mariadb --no-defaults --socket="$MY/mysqld.sock" -uroot >/dev/null <<SQL ||
 CREATE DATABASE IF NOT EXISTS \`$DB\` CHARACTER SET utf8mb4;
 CREATE USER IF NOT EXISTS '$USER_NAME'@'%' IDENTIFIED BY '$PASSWORD';
@@ -147,6 +176,8 @@ case ${1:-} in
     [[ $ok -eq 0 ]] || fail "a server did not start; run '$0 stop' to clean up"
     env_lines ;;
   stop) pg_stop; my_stop; rm -rf "$DIR" ;;
+  crash) crash "${2:-}" ;;
+  resume) resume "${2:-}" ;;
   status) pg_up && say "PostgreSQL up" || say "PostgreSQL down"; my_ping && say "MariaDB up" || say "MariaDB down" ;;
-  *) sed -n '2,9p' "$0" >&2; exit 2 ;;
+  *) sed -n '2,11p' "$0" >&2; exit 2 ;;
 esac

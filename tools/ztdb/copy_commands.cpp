@@ -197,7 +197,9 @@ int Copy(Context& cx) {
     try {
       copied = dt.CopyTable(*source, source_cn, t, *target, options);
     } catch (const zt::ZtError& e) {
+      // The next table is still tried; this one's failure is told now, with its number.
       error = e.Description();
+      ReportError(e);
     }
     const double secs =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

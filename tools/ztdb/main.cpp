@@ -1,18 +1,14 @@
 // ztdb: the administrators' command-line tool over the ZtDBTools library. This file only wires:
 // the data-store options, the output form and the command table; the commands live in their
 // groups' files.
-#include <cstdio>
 #include <iostream>
 
 #include "tool.h"
 
 namespace {
 
-// Errors name their number as the old tools showed it (0x80004005), then the library's text.
 int Fail(const zt::ZtError& e) {
-  char number[16];
-  std::snprintf(number, sizeof number, "0x%08X", static_cast<std::uint32_t>(e.Number()));
-  std::cerr << "ztdb: error " << number << " (" << e.Source() << "): " << e.Description() << "\n";
+  ztdb::ReportError(e);
   return ztdb::kExitFailed;
 }
 

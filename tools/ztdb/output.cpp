@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <iostream>
 
 #include "tool.h"
@@ -81,6 +82,12 @@ void InstallCleanupHandlers() {
     sigemptyset(&action.sa_mask);
     sigaction(signal_number, &action, nullptr);
   }
+}
+
+void ReportError(const zt::ZtError& e) {
+  char number[16];
+  std::snprintf(number, sizeof number, "0x%08X", static_cast<std::uint32_t>(e.Number()));
+  std::cerr << "ztdb: error " << number << " (" << e.Source() << "): " << e.Description() << "\n";
 }
 
 }  // namespace ztdb

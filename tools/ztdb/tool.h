@@ -124,4 +124,8 @@ std::string LastLibraryError();
 // stops of the same signal. Installed once at start.
 void InstallCleanupHandlers();
 
+// Writes a library error to stderr as the old tools showed it: its number in hex (0x80004005),
+// its source, then the library's text.
+void ReportError(const zt::ZtError& e);
+
 }  // namespace ztdb
