@@ -10,15 +10,20 @@
 //                                            MariaDB interface the library has; no row is
 //                                            judged or converted), one transaction; goal >= 0.8
 //
+// Each pair also runs the whole `ztdb copy` command (BM_*_Ztdb), the way administrators copy.
+//
 // The servers are those of tests/servers/servers.sh (DBTEST_PG_*, DBTEST_MY_*); a pair whose
 // server is not configured is skipped. Each iteration starts from an empty target table made with
 // the timer paused. max_rss_mb is the process's peak resident set so far (goal: under 64 MiB).
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
 #include <libpq-fe.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
@@ -66,6 +71,15 @@ struct TempFiles {
     }
   }
 } temp_files;
+
+// The servers are the test suites' too: a million-row table left there would be copied by the
+// whole-store tests, so the table goes when the benchmark ends.
+void DropServerTable(const std::shared_ptr<zt::Connection>& cn) {
+  try {
+    cn->Execute("DROP TABLE [tblCalls]");
+  } catch (const zt::ZtError&) {
+  }
+}
 
 // The source store, written once per process.
 const std::string& SourcePath() {
@@ -180,6 +194,7 @@ void RunStream(benchmark::State& state, const Target& t) {
     state.ResumeTiming();
     r = zt::schema::StreamTableRows(source, target, "tblCalls");
   }
+  if (!t.prefix.empty()) DropServerTable(target);
   if (r.failed != 0) state.SkipWithError("records were refused");
   state.counters["path"] = static_cast<double>(static_cast<int>(r.path));
   Finish(state, r.rows);
@@ -276,6 +291,7 @@ void BM_PostgreSQL_BareCopy(benchmark::State& state) {
     BareCopy(pg);
   }
   PQfinish(pg);
+  DropServerTable(cn);
   Finish(state, Rows());
 }
 
@@ -377,6 +393,7 @@ void BM_MariaDB_BareInsert(benchmark::State& state) {
     }
     cn->CommitTrans();
   }
+  DropServerTable(cn);
   Finish(state, Rows());
 }
 
@@ -384,15 +401,75 @@ void BM_MariaDB_Stream(benchmark::State& state) {
   RunStream(state, kMaria);
 }
 
+// The whole `ztdb copy SOURCE TARGET --tables tblCalls --replace` as an administrator runs it: a
+// process of its own (start-up, connections, the count of the source rows, the structure and the
+// rename included). max_rss_mb is then the ztdb process's peak.
+void RunZtdb(benchmark::State& state, const Target& t) {
+  if (!t.Available()) return state.SkipWithError((t.prefix + "_PORT is not set").c_str());
+  SourcePath();
+  std::string url, password;
+  if (t.prefix.empty()) {
+    url = TargetPath();
+  } else {
+    auto e = [&](const char* suffix) { return Env((t.prefix + suffix).c_str()); };
+    url = std::string(t.name == "PostgreSQL" ? "postgresql" : "mysql") + "://" + e("_USER") + "@" +
+          e("_HOST") + ":" + e("_PORT") + "/" + e("_DB");
+    password = e("_PASSWORD");
+  }
+  {
+    auto cn = t.Open();  // an empty table to start from, as the other runs have
+    t.Reset(*cn);
+  }
+  double peak_mb = 0;
+  for (auto _ : state) {
+    std::vector<std::string> args = {ZT_ZTDB,    "copy",     SourcePath(), url,
+                                     "--tables", "tblCalls", "--replace"};
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      if (!password.empty()) ::setenv("ZTDB_TARGET_PASSWORD", password.c_str(), 1);
+      const int null = ::open("/dev/null", O_WRONLY);
+      ::dup2(null, 1);
+      ::dup2(null, 2);
+      ::execv(argv[0], argv.data());
+      ::_exit(127);
+    }
+    int status = 0;
+    rusage u{};
+    ::wait4(pid, &status, 0, &u);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+      return state.SkipWithError("ztdb copy failed");
+    peak_mb = std::max(peak_mb, static_cast<double>(u.ru_maxrss) / 1024.0);
+  }
+  if (!t.prefix.empty()) DropServerTable(t.Open());
+  Finish(state, Rows());
+  state.counters["max_rss_mb"] = peak_mb;
+}
+
+void BM_PostgreSQL_Ztdb(benchmark::State& state) {
+  RunZtdb(state, kPg);
+}
+void BM_SQLite_Ztdb(benchmark::State& state) {
+  RunZtdb(state, kSqlite);
+}
+void BM_MariaDB_Ztdb(benchmark::State& state) {
+  RunZtdb(state, kMaria);
+}
+
 #define ZT_COPY_BENCH(fn) \
   BENCHMARK(fn)->Iterations(1)->Repetitions(1)->UseRealTime()->Unit(benchmark::kMillisecond)
 
 ZT_COPY_BENCH(BM_PostgreSQL_BareCopy);
 ZT_COPY_BENCH(BM_PostgreSQL_Stream);
+ZT_COPY_BENCH(BM_PostgreSQL_Ztdb);
 ZT_COPY_BENCH(BM_SQLite_BareAttach);
 ZT_COPY_BENCH(BM_SQLite_Stream);
+ZT_COPY_BENCH(BM_SQLite_Ztdb);
 ZT_COPY_BENCH(BM_MariaDB_BareInsert);
 ZT_COPY_BENCH(BM_MariaDB_Stream);
+ZT_COPY_BENCH(BM_MariaDB_Ztdb);
 
 }  // namespace
 

@@ -1,6 +1,7 @@
 // The streaming copy of a table's rows (see copy_stream.h).
 #include "schema/copy_stream.h"
 
+#include <future>
 #include <map>
 #include <utility>
 
@@ -290,22 +291,18 @@ std::string RefusalCondition(const std::vector<CopyColumn>& columns) {
   return where;
 }
 
-// One INSERT ... SELECT from the attached source file, after one read-only pass has found no
-// row that the rules would judge differently. When both tables have the same columns in the same
-// order the statement names none, which lets SQLite copy the records without decoding them (its
-// transfer optimisation); the check is kept apart from it for that reason.
+// One INSERT ... SELECT from the attached source file, kept only when a read-only pass over the
+// source finds no row that the rules would judge differently. When both tables have the same
+// columns in the same order the statement names none, which lets SQLite copy the records without
+// decoding them (its transfer optimisation); the check is kept apart from it for that reason, and
+// runs on the source's own connection in a second thread while the rows go in, so that the copy
+// costs about one pass rather than two. A refused row undoes the INSERT before it is committed.
 bool CopyAttached(const std::shared_ptr<Connection>& source,
                   const std::shared_ptr<Connection>& target, const std::string& table,
                   const std::string& into_table, const std::vector<CopyColumn>& columns,
                   bool same_layout, StreamCopyResult& result) {
   const std::string file = SqliteFile(source);
   if (file.empty() || file == SqliteFile(target)) return false;
-  const std::string refused = RefusalCondition(columns);
-  if (!refused.empty()) {
-    auto rs =
-        source->Execute("SELECT 1 FROM " + Bracketed(table) + " WHERE " + refused + " LIMIT 1");
-    if (rs && !rs->Eof()) return false;
-  }
   std::string into, from;
   if (same_layout) {
     from = "*";
@@ -322,6 +319,19 @@ bool CopyAttached(const std::shared_ptr<Connection>& source,
   } catch (const ZtError&) {
     return false;  // the source file cannot be attached (locked, unreadable): the general path
   }
+  // Only this thread uses the source connection until the check is joined below.
+  const std::string refused = RefusalCondition(columns);
+  std::future<bool> refusals;
+  if (!refused.empty())
+    refusals = std::async(std::launch::async, [&] {
+      try {
+        auto rs =
+            source->Execute("SELECT 1 FROM " + Bracketed(table) + " WHERE " + refused + " LIMIT 1");
+        return rs && !rs->Eof();
+      } catch (const ZtError&) {
+        return true;  // not known to be clean: the general path judges each record
+      }
+    });
   std::int64_t affected = 0;
   bool copied = false;
   try {
@@ -330,8 +340,12 @@ bool CopyAttached(const std::shared_ptr<Connection>& source,
       target->Execute("INSERT INTO main." + Bracketed(into_table) + into + " SELECT " + from +
                           " FROM zt_copy_source." + Bracketed(table),
                       &affected, ado::adExecuteNoRecords);
-      target->CommitTrans();
-      copied = true;
+      if (refusals.valid() && refusals.get()) {
+        target->RollbackTrans();
+      } else {
+        target->CommitTrans();
+        copied = true;
+      }
     } catch (...) {
       if (target->InTransaction()) target->RollbackTrans();
       throw;
@@ -339,6 +353,7 @@ bool CopyAttached(const std::shared_ptr<Connection>& source,
   } catch (const ZtError&) {
     // A constraint of the target the rules cannot see: the general path counts it per record.
   }
+  if (refusals.valid()) refusals.wait();
   target->Execute("DETACH DATABASE zt_copy_source", nullptr, ado::adExecuteNoRecords);
   if (!copied) return false;
   result.rows = affected;
