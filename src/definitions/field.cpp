@@ -4,10 +4,11 @@
 #include <array>
 #include <variant>
 
-#include "definitions/field_deps.h"
-#include "definitions/values.h"
+#include "definitions/extended_properties.h"
+#include "definitions/row_values.h"
 #include "zt/datastore.h"
 #include "zt/definitions/datastore_collection.h"
+#include "zt/definitions/query.h"
 #include "zt/platform.h"
 #include "zt/resources.h"
 #include "zt/text/compare.h"
@@ -179,7 +180,7 @@ std::string CZtField::GetFormattedWhere() {
     if (def_.where.empty()) return std::string{};
     if (!macros_) defs::Fail(rt::kObjectNotSet, kType, ".GetFormattedWhere - objMacros not set");
     at = 20;
-    return defs::ExpandMacros(def_.where, *macros_, where_definition_);
+    return CZtWhereMacroHlpr().ExpandMacros(def_.where, *macros_, where_definition_);
   });
 }
 
@@ -362,25 +363,22 @@ std::string CZtField::GenerateHtmlCode(
 // ---- Extended properties ------------------------------------------------------------------
 
 Variant CZtField::ExtendedProperty(std::int32_t number) const {
-  const auto it = extended_.find(number);
-  return it == extended_.end() ? Variant{} : it->second.value;
+  const auto property = defs::FindExtendedProperty(*this, number);
+  return property ? property->Value() : Variant{};
 }
 
 void CZtField::SetExtendedProperty(std::int32_t number, std::int32_t type, const Variant& value,
                                    bool overwrite) {
-  auto [it, added] = extended_.try_emplace(number, ExtendedValue{type, value});
-  if (!added && overwrite) it->second = ExtendedValue{type, value};
+  defs::AddExtendedProperty(*this, number, type, value, overwrite);
 }
 
-namespace defs {
-void AddExtendedProperty(CZtField& field, std::int32_t number, std::int32_t type,
-                         const Variant& value, bool overwrite) {
-  field.SetExtendedProperty(number, type, value, overwrite);
+void CZtField::RemoveExtendedProperty(std::int32_t number) {
+  defs::RemoveExtendedProperty(*this, number);
 }
-void RemoveExtendedProperty(CZtField& field, std::int32_t number) {
-  field.RemoveExtendedProperty(number);
+
+bool CZtField::HasExtendedProperty(std::int32_t number) const {
+  return defs::FindExtendedProperty(*this, number) != nullptr;
 }
-}  // namespace defs
 
 void Field_MakeChoiceValuesLoadOndemand(CZtField& field) {
   defs::AddExtendedProperty(field, kExtPropChoiceValuesOnDemand, kExtPropTypeBoolean, true, true);

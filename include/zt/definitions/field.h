@@ -15,12 +15,12 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "zt/definitions/interfaces.h"
 #include "zt/definitions/lookup_values.h"
 #include "zt/export.h"
 #include "zt/trap.h"
@@ -92,7 +92,7 @@ struct ZT_EXPORT FieldDefinition {
   friend bool operator==(const FieldDefinition&, const FieldDefinition&) = default;
 };
 
-class ZT_EXPORT CZtField : public Object, public IZtField {
+class ZT_EXPORT CZtField : public Object, public IZtField, public IZtExtendedProperties {
  public:
   std::string TypeName() const override { return "CZtField"; }
 
@@ -238,16 +238,21 @@ class ZT_EXPORT CZtField : public Object, public IZtField {
     where_definition_ = value;
   }
 
-  // ---- Extended properties (by number) ----
-  bool HasExtendedProperty(std::int32_t number) const {
-    return extended_.count(number) != 0;
+  // ---- IZtExtendedProperties ----
+  // Keyed by the property number's decimal text; null until the first one is set.
+  std::shared_ptr<IZtPropertyCol> ExtendedProperties() const override {
+    return extended_;
   }
+  void ExtendedProperties(std::shared_ptr<IZtPropertyCol> properties) override {
+    extended_ = std::move(properties);
+  }
+  // Shorthands by number: the value (Empty when absent), adding (an existing one is replaced
+  // only when `overwrite`) and removing.
+  bool HasExtendedProperty(std::int32_t number) const;
   Variant ExtendedProperty(std::int32_t number) const;
   void SetExtendedProperty(std::int32_t number, std::int32_t type, const Variant& value,
                            bool overwrite);
-  void RemoveExtendedProperty(std::int32_t number) {
-    extended_.erase(number);
-  }
+  void RemoveExtendedProperty(std::int32_t number);
 
  private:
   template <class Rs>
@@ -269,11 +274,7 @@ class ZT_EXPORT CZtField : public Object, public IZtField {
   bool choice_ids_loaded_ = false;
   std::shared_ptr<Dictionary> macros_;
   Variant where_definition_;
-  struct ExtendedValue {
-    std::int32_t type = 0;
-    Variant value;
-  };
-  std::map<std::int32_t, ExtendedValue> extended_;
+  std::shared_ptr<IZtPropertyCol> extended_;
   InstanceTrace trace_{"CZtField"};
 };
 
