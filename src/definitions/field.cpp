@@ -166,6 +166,63 @@ void CZtField::Copy(const CZtField& source) {
   def_ = source.Definition();
 }
 
+// ---- Text ---------------------------------------------------------------------------------
+
+std::string CZtField::ToString() {
+  std::vector<std::string> texts;
+  for (const Column& col : kColumns)
+    std::visit(
+        [&](auto member) {
+          using T = std::remove_reference_t<decltype(def_.*member)>;
+          if constexpr (std::is_same_v<T, std::int32_t>)
+            texts.push_back(std::to_string(def_.*member));
+          else if constexpr (std::is_same_v<T, bool>)
+            texts.push_back(def_.*member ? "-1" : "0");
+          else
+            texts.push_back(def_.*member);
+        },
+        col.member);
+  return JoinFields(texts);
+}
+
+void CZtField::FromString(const std::string& text) {
+  Trap at(kType, "FromString");
+  at.Reraising([&] {
+    at = 10;
+    if (FieldDelimiter().empty())
+      defs::Fail(rt::kInvalidProcedureCall, kType, ".FromString, no field delimiter set");
+    const std::vector<std::string> texts = SplitText(text, FieldDelimiter());
+    if (texts.size() != kColumns.size())
+      defs::Fail(rt::kTypeMismatch, kType,
+                 ".FromString, " + std::to_string(kColumns.size()) + " values expected, " +
+                     std::to_string(texts.size()) + " found");
+    at = 20;
+    FieldDefinition d;
+    for (std::size_t i = 0; i < kColumns.size(); ++i) {
+      const std::string value = EncodeFields() ? CZtFieldEncoder::Decode(texts[i]) : texts[i];
+      std::visit(
+          [&](auto member) {
+            using T = std::remove_reference_t<decltype(d.*member)>;
+            if constexpr (std::is_same_v<T, std::string>) {
+              d.*member = value;
+            } else {
+              const auto number = ParseNumber(value);
+              if (!number)
+                defs::Fail(
+                    rt::kTypeMismatch, kType,
+                    ".FromString, " + std::string(kColumns[i].name) + " is not a number: " + value);
+              if constexpr (std::is_same_v<T, bool>)
+                d.*member = *number != 0;
+              else
+                d.*member = Variant(*number).ToInt32();
+            }
+          },
+          kColumns[i].member);
+    }
+    def_ = std::move(d);
+  });
+}
+
 // ---- Choices ------------------------------------------------------------------------------
 
 void CZtField::DefinitionsDataStore(std::shared_ptr<CZtDataStore> value) {

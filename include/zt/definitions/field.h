@@ -92,8 +92,9 @@ struct ZT_EXPORT FieldDefinition {
   friend bool operator==(const FieldDefinition&, const FieldDefinition&) = default;
 };
 
-class ZT_EXPORT CZtField : public Object, public IZtField, public IZtExtendedProperties {
+class ZT_EXPORT CZtField : public ZtSerializable, public IZtField, public IZtExtendedProperties {
  public:
+  CZtField() { FieldDelimiter(";"); }
   std::string TypeName() const override { return "CZtField"; }
 
   // ---- Definition ----
@@ -223,6 +224,15 @@ class ZT_EXPORT CZtField : public Object, public IZtField, public IZtExtendedPro
                                const std::shared_ptr<Connection>& connection_for_other_types,
                                const Variant& value, bool include_select_tag, bool force_text_input,
                                CZtDataStoreCollection* data_stores, bool convert_names_to_utf8);
+
+  // ---- IZtSerializable ----
+  // The definition values in the order of the row's columns (nID first, tOrigCaption last),
+  // Booleans as -1 and 0, joined with FieldDelimiter (";" unless set).
+  std::string ToString() override;
+  // Reads a line written by ToString with the same FieldDelimiter and EncodeFields setting into
+  // the definition. A line without exactly one value per column, or with a number column that
+  // is not a number, raises (type mismatch) and changes nothing.
+  void FromString(const std::string& text);
 
   // ---- IZtField ----
   std::shared_ptr<Dictionary> MacroCollection() const override {
