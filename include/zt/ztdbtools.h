@@ -19,6 +19,7 @@
 #include "zt/text.h"
 #include "zt/schema/data_type.h"
 #include "zt/schema/dt_mgr.h"
+#include "zt/definitions/field_collection.h"
 #include "zt/definitions/interfaces.h"
 #include "zt/definitions/query.h"
 #include "zt/definitions/sql_statement.h"

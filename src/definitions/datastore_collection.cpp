@@ -1,7 +1,7 @@
 // CZtDataStoreCollection: the lookup of a data store by its role.
 #include "zt/definitions/datastore_collection.h"
 
-#include "definitions/values.h"
+#include "definitions/row_values.h"
 #include "zt/datastore.h"
 #include "zt/platform.h"
 

@@ -4,10 +4,11 @@
 #include <array>
 #include <variant>
 
-#include "definitions/field_deps.h"
-#include "definitions/values.h"
+#include "definitions/extended_properties.h"
+#include "definitions/row_values.h"
 #include "zt/datastore.h"
 #include "zt/definitions/datastore_collection.h"
+#include "zt/definitions/query.h"
 #include "zt/platform.h"
 #include "zt/resources.h"
 #include "zt/text/compare.h"
@@ -165,6 +166,63 @@ void CZtField::Copy(const CZtField& source) {
   def_ = source.Definition();
 }
 
+// ---- Text ---------------------------------------------------------------------------------
+
+std::string CZtField::ToString() {
+  std::vector<std::string> texts;
+  for (const Column& col : kColumns)
+    std::visit(
+        [&](auto member) {
+          using T = std::remove_reference_t<decltype(def_.*member)>;
+          if constexpr (std::is_same_v<T, std::int32_t>)
+            texts.push_back(std::to_string(def_.*member));
+          else if constexpr (std::is_same_v<T, bool>)
+            texts.push_back(def_.*member ? "-1" : "0");
+          else
+            texts.push_back(def_.*member);
+        },
+        col.member);
+  return JoinFields(texts);
+}
+
+void CZtField::FromString(const std::string& text) {
+  Trap at(kType, "FromString");
+  at.Reraising([&] {
+    at = 10;
+    if (FieldDelimiter().empty())
+      defs::Fail(rt::kInvalidProcedureCall, kType, ".FromString, no field delimiter set");
+    const std::vector<std::string> texts = SplitText(text, FieldDelimiter());
+    if (texts.size() != kColumns.size())
+      defs::Fail(rt::kTypeMismatch, kType,
+                 ".FromString, " + std::to_string(kColumns.size()) + " values expected, " +
+                     std::to_string(texts.size()) + " found");
+    at = 20;
+    FieldDefinition d;
+    for (std::size_t i = 0; i < kColumns.size(); ++i) {
+      const std::string value = EncodeFields() ? CZtFieldEncoder::Decode(texts[i]) : texts[i];
+      std::visit(
+          [&](auto member) {
+            using T = std::remove_reference_t<decltype(d.*member)>;
+            if constexpr (std::is_same_v<T, std::string>) {
+              d.*member = value;
+            } else {
+              const auto number = ParseNumber(value);
+              if (!number)
+                defs::Fail(
+                    rt::kTypeMismatch, kType,
+                    ".FromString, " + std::string(kColumns[i].name) + " is not a number: " + value);
+              if constexpr (std::is_same_v<T, bool>)
+                d.*member = *number != 0;
+              else
+                d.*member = Variant(*number).ToInt32();
+            }
+          },
+          kColumns[i].member);
+    }
+    def_ = std::move(d);
+  });
+}
+
 // ---- Choices ------------------------------------------------------------------------------
 
 void CZtField::DefinitionsDataStore(std::shared_ptr<CZtDataStore> value) {
@@ -179,7 +237,7 @@ std::string CZtField::GetFormattedWhere() {
     if (def_.where.empty()) return std::string{};
     if (!macros_) defs::Fail(rt::kObjectNotSet, kType, ".GetFormattedWhere - objMacros not set");
     at = 20;
-    return defs::ExpandMacros(def_.where, *macros_, where_definition_);
+    return CZtWhereMacroHlpr().ExpandMacros(def_.where, *macros_, where_definition_);
   });
 }
 
@@ -362,25 +420,22 @@ std::string CZtField::GenerateHtmlCode(
 // ---- Extended properties ------------------------------------------------------------------
 
 Variant CZtField::ExtendedProperty(std::int32_t number) const {
-  const auto it = extended_.find(number);
-  return it == extended_.end() ? Variant{} : it->second.value;
+  const auto property = defs::FindExtendedProperty(*this, number);
+  return property ? property->Value() : Variant{};
 }
 
 void CZtField::SetExtendedProperty(std::int32_t number, std::int32_t type, const Variant& value,
                                    bool overwrite) {
-  auto [it, added] = extended_.try_emplace(number, ExtendedValue{type, value});
-  if (!added && overwrite) it->second = ExtendedValue{type, value};
+  defs::AddExtendedProperty(*this, number, type, value, overwrite);
 }
 
-namespace defs {
-void AddExtendedProperty(CZtField& field, std::int32_t number, std::int32_t type,
-                         const Variant& value, bool overwrite) {
-  field.SetExtendedProperty(number, type, value, overwrite);
+void CZtField::RemoveExtendedProperty(std::int32_t number) {
+  defs::RemoveExtendedProperty(*this, number);
 }
-void RemoveExtendedProperty(CZtField& field, std::int32_t number) {
-  field.RemoveExtendedProperty(number);
+
+bool CZtField::HasExtendedProperty(std::int32_t number) const {
+  return defs::FindExtendedProperty(*this, number) != nullptr;
 }
-}  // namespace defs
 
 void Field_MakeChoiceValuesLoadOndemand(CZtField& field) {
   defs::AddExtendedProperty(field, kExtPropChoiceValuesOnDemand, kExtPropTypeBoolean, true, true);

@@ -1,9 +1,9 @@
 // CZtLookupValue and CZtLookupValCol: the choices of a value table.
 #include "zt/definitions/lookup_values.h"
 
-#include "definitions/field_deps.h"
-#include "definitions/values.h"
+#include "definitions/row_values.h"
 #include "zt/datastore.h"
+#include "zt/definitions/sql_statement.h"
 #include "zt/event_logger.h"
 #include "zt/platform.h"
 #include "zt/text/compare.h"
@@ -62,10 +62,10 @@ void CZtLookupValCol::Initialize(std::shared_ptr<CZtDataStore> data_store, const
 }
 
 std::string CZtLookupValCol::SQLText(const Variant& dependent_value) const {
-  defs::StatementStandIn st;
-  st.table = table_;
-  st.select = select_;
-  st.where = where_;
+  CZtSQLStatement st;
+  st.Table(table_);
+  st.SelectClause(select_);
+  st.WhereClause(where_);
   if (!dependent_value.IsEmpty() && !dependent_value.IsNull()) {
     // A text value goes into the statement as a quoted literal; numbers as they are.
     const std::string value = dependent_value.IsNumeric()
@@ -74,22 +74,22 @@ std::string CZtLookupValCol::SQLText(const Variant& dependent_value) const {
     std::string condition;
     if (!where_.empty()) condition = "(" + where_ + ") AND ";
     condition += " [" + field_dependent_ + "]=" + value;
-    st.where = condition;
+    st.WhereClause(condition);
   }
   switch (sort_by_) {
     case LookupSort::kByName:
-      st.order_by = "[" + field_name_ + "]";
+      st.OrderByClause("[" + field_name_ + "]");
       break;
     case LookupSort::kByChoiceID:
-      st.order_by = "[" + field_choice_id_ + "]";
+      st.OrderByClause("[" + field_choice_id_ + "]");
       break;
     case LookupSort::kByID:
-      st.order_by = "[" + field_id_ + "]";
+      st.OrderByClause("[" + field_id_ + "]");
       break;
     case LookupSort::kNone:
       break;
   }
-  return st.SqlText();
+  return st.SQLText();
 }
 
 void CZtLookupValCol::Load(const Variant& dependent_value) {

@@ -1,11 +1,14 @@
 // Reading definition-table rows: the null-safe conversions every definition class uses, so that
-// a Null column (or one an older table does not have) reads as 0 or "" the same way everywhere.
+// a Null column (or one an older table does not have) reads as 0, "" or false the same way
+// everywhere, and the failures the definition classes detect themselves.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
+#include "zt/error.h"
 #include "zt/platform.h"
 #include "zt/recordset/recordset_utils.h"
 #include "zt/variant.h"
@@ -19,6 +22,10 @@ inline std::int32_t NzInt32(const Variant& v) {
 // Null and Empty read as "".
 inline std::string NzText(const Variant& v) {
   return v.IsNull() || v.IsEmpty() ? std::string() : v.ToText();
+}
+// Null and Empty read as false.
+inline bool NzBool(const Variant& v) {
+  return !(v.IsNull() || v.IsEmpty()) && v.ToBool();
 }
 // The column of the current row, 0 / "" when Null or when the recordset has no such column.
 inline std::int32_t ColumnInt32(Recordset& rs, const std::string& column) {
@@ -42,6 +49,13 @@ void WithRows(const std::shared_ptr<Connection>& cn, const std::string& sql, F&&
     throw;
   }
   utils.CloseRecordsetADO(rs);
+}
+
+// Throws ZtError(number, type name, type name + message): the failures this layer detects
+// itself carry the object's type in front of their text.
+[[noreturn]] inline void Fail(std::int32_t number, std::string_view type_name,
+                              const std::string& message) {
+  throw ZtError(number, std::string(type_name), std::string(type_name) + message);
 }
 
 }  // namespace zt::defs

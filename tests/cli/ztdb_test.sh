@@ -7,7 +7,8 @@ set -uo pipefail
 ztdb=$(realpath "$1")
 shift
 groups=("$@")
-[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records copy servers)
+[[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records copy definitions
+  servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -50,11 +51,12 @@ test_usage() {
       grep -q -- "$opt" <<<"$out" || fail "$cmd --help does not list $opt"
     done
   done
-  for cmd in connstr validate version tables; do
+  for cmd in connstr validate version tables fields choices; do
     run "$cmd" --help
     expect_out "--json" "$cmd offers --json"
   done
-  for cmd in set-version delete-records compact create dedupe remove-null-records; do
+  for cmd in set-version delete-records compact create dedupe remove-null-records \
+    upgrade-definitions; do
     run "$cmd" --help
     expect_out "--dry-run" "$cmd offers --dry-run"
   done
@@ -473,6 +475,14 @@ server_round() {
   fi
   run -S "$url/$db" "$@" tables --json
   grep -qi '"tblTickets"' <<<"$out" || fail "$name tables: $out"
+  run -S "$url/$db" "$@" fields --table tblUser
+  [[ $(grep -c tblUser <<<"$out") == 2 ]] || fail "$name fields --table: $out"
+  run -S "$url/$db" "$@" choices 4
+  expect_out "^4 +Urgent +1" "$name choices in their fixed order"
+  run -S "$url/$db" "$@" upgrade-definitions --yes
+  expect_out "1 stored condition" "$name upgrade-definitions"
+  run -S "$url/$db" "$@" upgrade-definitions --yes
+  expect_out "0 stored condition" "$name upgrade-definitions again"
   run -S "$url/$db" "$@" delete-records 'tblTickets] --' -w 'nId=5' --yes
   expect_rc 1 "$name bracket-closing table name"
   run -S "$url/$db" "$@" delete-records 'tblTickets] #' -w 'nId=5' --yes
@@ -509,6 +519,72 @@ server_round() {
     "${target_args[@]}" --tables tblTickets --replace --indexes --verify --yes
   expect_rc 0 "$name copy from SQLite"
   $drop "$db" >/dev/null 2>&1 || fail "$name: could not drop $db"
+}
+
+# The definition tables of the sample: the field list and its filter, a field's choices (fixed
+# order, a stored condition, a name column of its own), the failures, and the upgrade: its dry
+# run lists the four statements and leaves the file as it was, the run changes the old rows
+# once.
+test_definitions() {
+  local d
+  d=$(sample)
+  cd "$d" || return
+  run fields
+  expect_rc 0 "fields"
+  [[ $(grep -cE '^[0-9]+ ' <<<"$out") == 12 ]] || fail "fields lists 12 fields: $out"
+  expect_out "^4 +nPriority +Priority +103 +tblTickets +tblPriority +1$" "fields row of a choice list"
+  run fields --table TBLUSER --json
+  [[ $(grep -c '"table": "tblUser"' <<<"$out") == 2 && $(grep -c '"id"' <<<"$out") == 2 ]] ||
+    fail "fields --table filters without regard to case: $out"
+  run fields --table tblNowhere
+  expect_rc 0 "fields of a table without fields"
+  expect_out "No field definitions for table tblNowhere" "fields of a table without fields"
+  run choices 4
+  expect_rc 0 "choices 4"
+  expect_out "^ID +Name +Order$" "choices of a field in fixed order show the order"
+  [[ $(grep -E '^[0-9]' <<<"$out" | awk '{print $2}' | tr '\n' ' ') == "Urgent High Normal Low " ]] ||
+    fail "choices 4 in nChoiceID order: $out"
+  run choices 6 --json
+  grep -q '"statement": "SELECT \* FROM \[tblCategory\] WHERE fRetired=0  ORDER BY \[tName\]"' \
+    <<<"$out" || fail "choices 6 statement: $out"
+  grep -q "Fax machines" <<<"$out" && fail "choices 6 shows a retired category: $out"
+  run choices 10
+  expect_out "^2 +bob$" "choices from a name column of the field's own"
+  grep -q carol <<<"$out" && fail "choices 10 shows an inactive user: $out"
+  run choices 2
+  expect_rc 1 "choices of a field without a value table"
+  expect_err "has no choices" "choices of a field without a value table"
+  run choices 99
+  expect_rc 1 "choices of an unknown field"
+  run choices abc
+  expect_rc 2 "choices of a field ID that is no number"
+
+  local before
+  before=$(sha1sum helpdesk.db)
+  run upgrade-definitions --dry-run
+  expect_rc 0 "upgrade-definitions --dry-run"
+  [[ $(grep -cE '^  [1-4]\. "' <<<"$out") == 4 ]] || fail "dry run lists four statements: $out"
+  grep -qF "WHERE tAliasSourceTable='Submitter' \"" <<<"$out" ||
+    fail "dry run keeps the trailing blank: $out"
+  grep -qF '"SELECT [tWhere] FROM tblDtsFields WHERE [tWhere] IS NOT NULL"' <<<"$out" ||
+    fail "dry run lists the SELECT: $out"
+  [[ $(sha1sum helpdesk.db) == "$before" ]] || fail "upgrade-definitions --dry-run changed the file"
+  run upgrade-definitions
+  expect_out "1 stored condition" "upgrade-definitions changes the old condition"
+  run fields --json
+  grep -q '"where": "fActive=-1"' <<<"$out" || fail "upgrade wrote the condition back: $out"
+  before=$(sha1sum helpdesk.db)
+  run upgrade-definitions
+  expect_out "0 stored condition" "a second upgrade finds nothing"
+  [[ $(sha1sum helpdesk.db) == "$before" ]] || fail "a second upgrade changed the file"
+
+  # A store without definition tables says so.
+  mkdir -p "$work/bare" && cd "$work/bare" && "$ztdb" create >/dev/null
+  run fields
+  expect_rc 1 "fields without tblDtsFields"
+  expect_err "no field definitions" "fields without tblDtsFields"
+  run upgrade-definitions --dry-run
+  expect_rc 1 "upgrade-definitions without tblDtsFields"
 }
 
 # dedupe and remove-null-records on SQLite: dry runs leave the file as it was, counts agree with

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include "definitions/definitions_fixture.h"
-#include "definitions/field_deps.h"
 #include "zt/definitions/datastore_collection.h"
 #include "zt/platform/dao.h"
 
@@ -116,14 +115,20 @@ TEST_F(FieldRowTest, OldAndNewLayoutsNullsDefaultsAndTheUserTableName) {
   EXPECT_EQ(copy.Definition(), n.Definition());
 }
 
-// A macro whose value is the context it is asked for.
-class ContextMacro : public defs::IZtMacroStandIn {
+// A macro whose value is the context it is asked for, or a fixed one when given.
+class ContextMacro : public Object, public IZtMacro {
  public:
+  ContextMacro() = default;
+  explicit ContextMacro(Variant fixed) : fixed_(std::move(fixed)), has_fixed_(true) {}
   std::string TypeName() const override { return "ContextMacro"; }
   Variant Value(const Variant& context, const std::shared_ptr<Recordset>&,
                 const std::shared_ptr<Object>&) override {
-    return context;
+    return has_fixed_ ? fixed_ : context;
   }
+
+ private:
+  Variant fixed_;
+  bool has_fixed_ = false;
 };
 
 TEST(FieldStatements, ChoiceStatementsCharacterForCharacter) {
@@ -139,7 +144,8 @@ TEST(FieldStatements, ChoiceStatementsCharacterForCharacter) {
             "CZtField.GetFormattedWhere - objMacros not set");
   auto macros = std::make_shared<Dictionary>();
   macros->Add("<CurrentView>", Variant(std::shared_ptr<Object>(std::make_shared<ContextMacro>())));
-  macros->Add("<Owner>", Variant(""));  // an empty value leaves the macro as it was written
+  // An empty value leaves the macro as it was written.
+  macros->Add("<Owner>", Variant(std::shared_ptr<Object>(std::make_shared<ContextMacro>(""))));
   f.MacroCollection(macros);
   f.WhereDefinition(7);
   EXPECT_EQ(f.GetFormattedWhere(), "WHERE nView=7 AND nLevel>1 AND nOwner=<<Owner>>");
@@ -152,8 +158,17 @@ TEST(FieldStatements, ChoiceStatementsCharacterForCharacter) {
   Field_MakeChoiceValuesLoadOndemand(f);
   EXPECT_TRUE(Field_ChoiceValuesLoadOnDemand(f));
   EXPECT_EQ(f.ExtendedProperty(kExtPropChoiceValuesOnDemand).Type(), VarType::Boolean);
+  // The mark is an IZtProperty in the field's IZtExtendedProperties collection, keyed "1".
+  auto properties = static_cast<IZtExtendedProperties&>(f).ExtendedProperties();
+  ASSERT_NE(properties, nullptr);
+  EXPECT_EQ(properties->Keys(), std::vector<std::string>{"1"});
+  EXPECT_EQ(properties->Item("1")->PropertyType(), 11);
+  f.SetExtendedProperty(kExtPropChoiceValuesOnDemand, 11, false, false);  // no overwrite
+  EXPECT_TRUE(Field_ChoiceValuesLoadOnDemand(f));
   Field_RemoveChoiceValuesLoadOnDemand(f);
   EXPECT_FALSE(Field_ChoiceValuesLoadOnDemand(f));
+  EXPECT_EQ(properties->Count(), 0);
+  Field_RemoveChoiceValuesLoadOnDemand(f);  // removing what is not there changes nothing
 }
 
 // ---- Choices on each engine ----

@@ -154,6 +154,7 @@ void AddSample(zt::Connection& c) {
     insert.Bind(2, zt::Variant(i % 3 == 0));
     insert.Execute();
   }
+  AddSampleDefinitions(c);
 }
 
 int Create(Context& cx) {
@@ -161,7 +162,9 @@ int Create(Context& cx) {
   const std::string target = IsServer(ds) ? ds.DataStoreName() : ds.FullPath();
   if (Opts().dry_run) {
     cx.out.Line("Would create " + target +
-                (Opts().sample ? " with the sample tables tblTesselVersion and tblTickets" : ""));
+                (Opts().sample ? " with the sample tables tblTesselVersion, tblTickets and the "
+                                 "definition tables"
+                               : ""));
     return kExitOk;
   }
   cx.out.Line("Creating " + target + " ...");
@@ -180,6 +183,10 @@ int Create(Context& cx) {
       throw;
     }
     cx.out.Line("Sample tables tblTesselVersion (7.6) and tblTickets (20 rows) created");
+    cx.out.Line(
+        "Definition tables tblDtsFields (12 fields), tblPriority, tblStatus, tblCategory, "
+        "tblUser, tblTableTypes, tblQueries, tblQueryStructure (1 query) and tblDataView (2 "
+        "views) created");
   }
   cx.out.Line("Created");
   return kExitOk;
@@ -214,7 +221,8 @@ std::vector<Command> ChangeCommands() {
       {"compact", "Compact an SQLite data store", true, false, AddDryRun, Compact},
       {"create", "Create the data store (file or database)", true, false,
        [](CLI::App& app) {
-         app.add_flag("--sample", Opts().sample, "Add a version table and 20 sample tickets");
+         app.add_flag("--sample", Opts().sample,
+                      "Add a version table, 20 sample tickets and the definition tables");
          AddDryRun(app);
        },
        Create},

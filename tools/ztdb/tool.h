@@ -81,6 +81,11 @@ std::vector<Command> ChangeCommands();
 std::vector<Command> SchemaCommands();
 std::vector<Command> CopyCommands();
 std::vector<Command> RecordsetCommands();
+std::vector<Command> DefinitionCommands();
+
+// The application's definition tables with a small help-desk set (fields of every kind, value
+// tables, a table type, a saved query, two data views), for create --sample.
+void AddSampleDefinitions(zt::Connection& c);
 
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.

@@ -15,12 +15,12 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
+#include "zt/definitions/interfaces.h"
 #include "zt/definitions/lookup_values.h"
 #include "zt/export.h"
 #include "zt/trap.h"
@@ -92,8 +92,9 @@ struct ZT_EXPORT FieldDefinition {
   friend bool operator==(const FieldDefinition&, const FieldDefinition&) = default;
 };
 
-class ZT_EXPORT CZtField : public Object, public IZtField {
+class ZT_EXPORT CZtField : public ZtSerializable, public IZtField, public IZtExtendedProperties {
  public:
+  CZtField() { FieldDelimiter(";"); }
   std::string TypeName() const override { return "CZtField"; }
 
   // ---- Definition ----
@@ -224,6 +225,15 @@ class ZT_EXPORT CZtField : public Object, public IZtField {
                                const Variant& value, bool include_select_tag, bool force_text_input,
                                CZtDataStoreCollection* data_stores, bool convert_names_to_utf8);
 
+  // ---- IZtSerializable ----
+  // The definition values in the order of the row's columns (nID first, tOrigCaption last),
+  // Booleans as -1 and 0, joined with FieldDelimiter (";" unless set).
+  std::string ToString() override;
+  // Reads a line written by ToString with the same FieldDelimiter and EncodeFields setting into
+  // the definition. A line without exactly one value per column, or with a number column that
+  // is not a number, raises (type mismatch) and changes nothing.
+  void FromString(const std::string& text);
+
   // ---- IZtField ----
   std::shared_ptr<Dictionary> MacroCollection() const override {
     return macros_;
@@ -238,16 +248,21 @@ class ZT_EXPORT CZtField : public Object, public IZtField {
     where_definition_ = value;
   }
 
-  // ---- Extended properties (by number) ----
-  bool HasExtendedProperty(std::int32_t number) const {
-    return extended_.count(number) != 0;
+  // ---- IZtExtendedProperties ----
+  // Keyed by the property number's decimal text; null until the first one is set.
+  std::shared_ptr<IZtPropertyCol> ExtendedProperties() const override {
+    return extended_;
   }
+  void ExtendedProperties(std::shared_ptr<IZtPropertyCol> properties) override {
+    extended_ = std::move(properties);
+  }
+  // Shorthands by number: the value (Empty when absent), adding (an existing one is replaced
+  // only when `overwrite`) and removing.
+  bool HasExtendedProperty(std::int32_t number) const;
   Variant ExtendedProperty(std::int32_t number) const;
   void SetExtendedProperty(std::int32_t number, std::int32_t type, const Variant& value,
                            bool overwrite);
-  void RemoveExtendedProperty(std::int32_t number) {
-    extended_.erase(number);
-  }
+  void RemoveExtendedProperty(std::int32_t number);
 
  private:
   template <class Rs>
@@ -269,11 +284,7 @@ class ZT_EXPORT CZtField : public Object, public IZtField {
   bool choice_ids_loaded_ = false;
   std::shared_ptr<Dictionary> macros_;
   Variant where_definition_;
-  struct ExtendedValue {
-    std::int32_t type = 0;
-    Variant value;
-  };
-  std::map<std::int32_t, ExtendedValue> extended_;
+  std::shared_ptr<IZtPropertyCol> extended_;
   InstanceTrace trace_{"CZtField"};
 };
 
