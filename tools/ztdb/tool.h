@@ -81,6 +81,7 @@ std::vector<Command> ChangeCommands();
 std::vector<Command> SchemaCommands();
 std::vector<Command> CopyCommands();
 std::vector<Command> RecordsetCommands();
+std::vector<Command> DataViewCommands();
 
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
