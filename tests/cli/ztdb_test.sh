@@ -612,6 +612,7 @@ import json, sys
 rows = json.loads(sys.argv[1])["expressions"]
 assert [r["tField"] for r in rows] == ["nStatus", "nPriority"], rows
 assert rows[1]["tOperator"] == ">" and "nID" not in rows[0], rows
+assert rows[1]["tValue"] == "2" and rows[1]["row"] == 2, rows  # a text of digits stays text
 PY
   run queries 5 2
   expect_out "^1 +nOwner += *$" "a Null value shows empty"

@@ -37,10 +37,24 @@ std::string Text(const zt::Variant& v) {
   return v.IsNull() || v.IsEmpty() ? std::string() : v.ToText();
 }
 
+// A stored value as JSON: numbers stay numbers, a text that looks like one stays text.
 json JsonValue(const zt::Variant& v) {
-  if (v.IsNull() || v.IsEmpty()) return nullptr;
-  if (v.IsNumeric()) return v.ToDouble();
-  return v.ToText();
+  switch (v.Type()) {
+    case zt::VarType::Empty:
+    case zt::VarType::Null:
+      return nullptr;
+    case zt::VarType::Long:
+    case zt::VarType::LongLong:
+      return v.ToInt64();
+    case zt::VarType::Double:
+    case zt::VarType::Currency:
+    case zt::VarType::Decimal:
+      return v.ToDouble();
+    case zt::VarType::Boolean:
+      return v.ToBool();
+    default:
+      return v.ToText();
+  }
 }
 
 int DataViews(Context& cx) {
