@@ -23,3 +23,4 @@
 #include "zt/definitions/query.h"
 #include "zt/definitions/sql_statement.h"
 #include "zt/definitions/table_type.h"
+#include "zt/definitions/dataview.h"

@@ -170,13 +170,16 @@ std::int32_t CZtDataView::GetMainTableDsType(const DataViewFields& fields,
   });
 }
 
+// joins CZtFieldCollection: once the collection is here these two pass its fields on:
+//   auto related = std::make_shared<CZtFieldCollection>();
+//   for (const auto& f : GetRelatedFields(fields.Items())) related->Add(f);
+//   return related;
+// and `return GetMainTableDsType(fields.Items(), field_keys);`.
 std::shared_ptr<CZtFieldCollection> CZtDataView::GetRelatedFields(const CZtFieldCollection&) {
-  // joins CZtFieldCollection
   RaiseNotImplemented(kViewType, "IZtDataView_GetRelatedFields", Accessor::Get);
 }
 
 std::int32_t CZtDataView::GetMainTableDsType(const CZtFieldCollection&, const Variant&) {
-  // joins CZtFieldCollection
   RaiseNotImplemented(kViewType, "IZtDataView_GetMainTableDsType", Accessor::Get);
 }
 
@@ -307,8 +310,10 @@ void CZtDataViewCol::Load(const std::shared_ptr<Object>& data_store) {
   at.Reraising([&] {
     at = 10;
     const std::shared_ptr<CZtDataStore> ds = RequireDataStore(data_store, "IZtDataViewCol_Load");
-    const std::string sql = SQLStatement()->SQLText();
-    if (TrimSpaces(sql).empty()) return;
+    // A statement without a table is a blank statement: there is nothing to read or write.
+    const std::shared_ptr<CZtSQLStatement> statement = SQLStatement();
+    if (TrimSpaces(statement->Table()).empty()) return;
+    const std::string sql = statement->SQLText();
     at = 20;
     Dictionary read = items_;
     defs::WithRows(ds->GetConnection(1), sql, [&](Recordset& rs) {
@@ -330,8 +335,10 @@ void CZtDataViewCol::Save(const std::shared_ptr<Object>& data_store) {
   at.Reraising([&] {
     at = 10;
     const std::shared_ptr<CZtDataStore> ds = RequireDataStore(data_store, "IZtDataViewCol_Save");
-    const std::string sql = SQLStatement()->SQLText();
-    if (TrimSpaces(sql).empty()) return;
+    // A statement without a table is a blank statement: there is nothing to read or write.
+    const std::shared_ptr<CZtSQLStatement> statement = SQLStatement();
+    if (TrimSpaces(statement->Table()).empty()) return;
+    const std::string sql = statement->SQLText();
     at = 20;
     std::shared_ptr<Connection> cn = ds->GetConnection(1);
     auto rs = std::make_shared<Recordset>();

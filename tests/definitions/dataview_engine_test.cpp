@@ -180,6 +180,11 @@ TEST_P(DataViewEngineTest, ASaveThatFailsPartWayLeavesTheTableAsItWas) {
   const std::vector<std::string> now = StoredRows();
   EXPECT_THROW(views.Save(ds_), ZtError);
   EXPECT_EQ(StoredRows(), now);
+  // A statement without a table is blank: nothing is read or written, and nothing fails.
+  views.SQLStatement(std::make_shared<CZtSQLStatement>());
+  views.Save(ds_);
+  views.Load(ds_);
+  EXPECT_EQ(StoredRows(), now);
 }
 
 TEST_P(DataViewEngineTest, ALinkTableOfViewsHoldsOnlyTheThreeLinkColumns) {

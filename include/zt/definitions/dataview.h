@@ -129,14 +129,15 @@ class ZT_EXPORT CZtDataViewCol : public ZtSerializable, public IZtDataViewCol {
   std::vector<std::int32_t> Keys() const override;
   // Adds the views of the statement's rows (`data_store` must be a CZtDataStore). A row whose
   // ID is held already (from before or from an earlier row) is passed over: the first stays.
-  // A blank statement reads nothing. When the read fails nothing is added.
+  // A statement without a table reads nothing. When the read fails nothing is added.
   void Load(const std::shared_ptr<Object>& data_store) override;
   // Raises 32811 when no view has the ID `key`.
   void Remove(std::int32_t key) override;
   void RemoveAll() override { items_.RemoveAll(); }
   // Replaces the statement's rows by the held views in one transaction: every row is deleted,
   // then each view is added, in order. When any step fails the transaction is rolled back, the
-  // table keeps its former rows and the error is raised. A blank statement writes nothing.
+  // table keeps its former rows and the error is raised. A statement without a table
+  // writes nothing.
   void Save(const std::shared_ptr<Object>& data_store) override;
   // The statement set by the caller or, when none was, the default one (kept from then on):
   // "SELECT [nID],[nDefaultQueryID],[nDefaultOrder],[tName],[tDescription] FROM [tblDataView]
