@@ -123,13 +123,7 @@ void CZtQuery::Initialize(std::int32_t id, std::int32_t table_type, const std::s
 
 std::shared_ptr<CZtDataStore> CZtQuery::RequireDataStore(const std::shared_ptr<Object>& data_store,
                                                          const char* member) {
-  auto ds = std::dynamic_pointer_cast<CZtDataStore>(data_store);
-  if (!ds) {
-    const std::string passed = data_store ? data_store->TypeName() : std::string("Nothing");
-    throw ZtError(rt::kTypeMismatch, std::string(kQuery),
-                  passed + "." + member + " - objDataStore must be a CZtDataStore object");
-  }
-  return ds;
+  return defs::RequireDataStore(data_store, kQuery, member);
 }
 
 std::shared_ptr<CZtSQLStatement> CZtQuery::GetDefaultSQLStatement(

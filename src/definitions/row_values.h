@@ -8,7 +8,9 @@
 #include <string>
 #include <string_view>
 
+#include "zt/datastore.h"
 #include "zt/error.h"
+#include "zt/error_codes.h"
 #include "zt/platform.h"
 #include "zt/recordset/recordset_utils.h"
 #include "zt/variant.h"
@@ -56,6 +58,21 @@ void WithRows(const std::shared_ptr<Connection>& cn, const std::string& sql, F&&
 [[noreturn]] inline void Fail(std::int32_t number, std::string_view type_name,
                               const std::string& message) {
   throw ZtError(number, std::string(type_name), std::string(type_name) + message);
+}
+
+// The data store behind `data_store`, as the definition objects' members take it; anything else
+// raises 13 with the old text ("<what was passed>.<member> - objDataStore must be a CZtDataStore
+// object"), `type_name` being the raising object's type.
+inline std::shared_ptr<CZtDataStore> RequireDataStore(const std::shared_ptr<Object>& data_store,
+                                                      std::string_view type_name,
+                                                      const char* member) {
+  auto ds = std::dynamic_pointer_cast<CZtDataStore>(data_store);
+  if (!ds) {
+    const std::string passed = data_store ? data_store->TypeName() : std::string("Nothing");
+    throw ZtError(rt::kTypeMismatch, std::string(type_name),
+                  passed + "." + member + " - objDataStore must be a CZtDataStore object");
+  }
+  return ds;
 }
 
 }  // namespace zt::defs

@@ -8,7 +8,7 @@ ztdb=$(realpath "$1")
 shift
 groups=("$@")
 [[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records copy definitions
-  servers)
+  dataviews servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -625,6 +625,78 @@ test_records() {
   run dedupe tblTickets no_such_column
   expect_rc 1 "dedupe over a missing column"
   cmp -s helpdesk.db before.db || fail "refused commands changed the file"
+  cd "$work" || return
+}
+
+# dataviews and queries on a small definitions store made with sqlite3: what the application
+# loads is what the tool shows, in both output forms, and reading changes nothing.
+test_dataviews() {
+  local d
+  d=$(mktemp -d "$work/views.XXXXXX")
+  cd "$d" || return
+  sqlite3 helpdesk.db <<'SQL'
+CREATE TABLE tblDataView (nID LONG, nDefaultQueryID LONG, nDefaultOrder LONG, tName TEXT(50), tDescription TEXT(200));
+INSERT INTO tblDataView VALUES (2, 1, 1, 'Open calls', 'Calls not yet closed');
+INSERT INTO tblDataView VALUES (1, NULL, NULL, 'All calls', NULL);
+INSERT INTO tblDataView VALUES (3, 2, 2, 'O''Brien''s queue', '');
+CREATE TABLE tblTableTypes (nID LONG, nType LONG, nLocal LONG, tDataTable TEXT(50), tCustomTable TEXT(50), tPrefix TEXT(10));
+INSERT INTO tblTableTypes VALUES (5, 3, 0, 'tblQueryRows', 'tblQueries', 'qry');
+INSERT INTO tblTableTypes VALUES (6, 3, 0, NULL, NULL, NULL);
+CREATE TABLE tblQueries (nID LONG, tName TEXT(50), tCaption TEXT(50));
+INSERT INTO tblQueries VALUES (1, 'Open', 'Open calls');
+INSERT INTO tblQueries VALUES (2, 'Mine', NULL);
+CREATE TABLE tblQueryRows (nID LONG, nRow LONG, tField TEXT(50), tOperator TEXT(10), tValue TEXT(50));
+INSERT INTO tblQueryRows VALUES (1, 2, 'nPriority', '>', '2');
+INSERT INTO tblQueryRows VALUES (1, 1, 'nStatus', '=', 'open');
+INSERT INTO tblQueryRows VALUES (2, 1, 'nOwner', '=', NULL);
+SQL
+  local before
+  before=$(sha256sum helpdesk.db)
+  run dataviews
+  expect_rc 0 "dataviews"
+  expect_out "^ID +NAME +QUERY +ORDER +DESCRIPTION" "dataviews headings"
+  expect_out "^1 +All calls +0 +0" "dataviews reads Null as 0"
+  expect_out "^2 +Open calls +1 +1 +Calls not yet closed" "dataviews row"
+  run dataviews --json
+  expect_rc 0 "dataviews --json"
+  python3 - "$out" <<'PY' || fail "dataviews --json: $out"
+import json, sys
+views = json.loads(sys.argv[1])["dataviews"]
+assert [v["id"] for v in views] == [1, 2, 3], views
+assert views[2] == {"id": 3, "name": "O'Brien's queue", "description": "", "query_id": 2,
+                    "order": 2}, views[2]
+PY
+  run queries 5
+  expect_rc 0 "queries"
+  expect_out "^1 +Open +Open calls +2" "queries names and counts"
+  run queries 5 --json
+  python3 - "$out" <<'PY' || fail "queries --json: $out"
+import json, sys
+doc = json.loads(sys.argv[1])
+assert doc["structure_table"] == "tblQueryRows", doc
+assert [(q["id"], q["name"], q["rows"]) for q in doc["queries"]] == [(1, "Open", 2), (2, "Mine", 1)], doc
+PY
+  run queries 5 1 --json
+  expect_rc 0 "queries of one query"
+  python3 - "$out" <<'PY' || fail "queries 5 1 --json: $out"
+import json, sys
+rows = json.loads(sys.argv[1])["expressions"]
+assert [r["tField"] for r in rows] == ["nStatus", "nPriority"], rows
+assert rows[1]["tOperator"] == ">" and "nID" not in rows[0], rows
+assert rows[1]["tValue"] == "2" and rows[1]["row"] == 2, rows  # a text of digits stays text
+PY
+  run queries 5 2
+  expect_out "^1 +nOwner += *$" "a Null value shows empty"
+  run queries 6
+  expect_rc 1 "a table type without a structure table"
+  expect_err "names no structure table" "queries says why"
+  run queries
+  expect_rc 2 "queries without a table type"
+  [[ $(sha256sum helpdesk.db) == "$before" ]] || fail "reading views and queries changed the file"
+  sqlite3 helpdesk.db "DROP TABLE tblDataView"
+  run dataviews
+  expect_rc 1 "dataviews without tblDataView"
+  expect_err "no table 'tblDataView'" "dataviews says which table is missing"
   cd "$work" || return
 }
 

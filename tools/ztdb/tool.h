@@ -87,6 +87,8 @@ std::vector<Command> DefinitionCommands();
 // tables, a table type, a saved query, two data views), for create --sample.
 void AddSampleDefinitions(zt::Connection& c);
 
+std::vector<Command> DataViewCommands();
+
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
 bool Confirm(const std::string& question);
