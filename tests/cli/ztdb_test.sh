@@ -536,6 +536,9 @@ test_definitions() {
   run fields --table TBLUSER --json
   [[ $(grep -c '"table": "tblUser"' <<<"$out") == 2 && $(grep -c '"id"' <<<"$out") == 2 ]] ||
     fail "fields --table filters without regard to case: $out"
+  run fields --dataview 2
+  [[ $(grep -cE '^[0-9]+ ' <<<"$out") -gt 0 && -z $(grep -E '^[0-9]+ ' <<<"$out" | awk '$NF != 2') ]] ||
+    fail "fields --dataview 2 lists only that view's fields: $out"
   run fields --table tblNowhere
   expect_rc 0 "fields of a table without fields"
   expect_out "No field definitions for table tblNowhere" "fields of a table without fields"

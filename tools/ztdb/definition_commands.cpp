@@ -15,9 +15,10 @@ using nlohmann::json;
 constexpr const char* kFieldsTable = "tblDtsFields";
 
 struct DefinitionOptions {
-  std::string table;          // fields --table
-  std::int32_t field_id = 0;  // choices
-  bool dry_run = false;       // upgrade-definitions
+  std::string table;           // fields --table
+  std::int32_t data_view = 0;  // fields --dataview
+  std::int32_t field_id = 0;   // choices
+  bool dry_run = false;        // upgrade-definitions
   bool yes = false;
 };
 
@@ -47,6 +48,7 @@ int Fields(Context& cx) {
   json doc = json::array();
   for (const auto& f : fields.Items()) {
     if (!Opts().table.empty() && !zt::TextEquals(f->TableName(), Opts().table)) continue;
+    if (Opts().data_view != 0 && f->DataViewID() != Opts().data_view) continue;
     rows.push_back({std::to_string(f->FieldID()), f->FieldName(), f->FieldCaption(),
                     std::to_string(f->FieldDataType()), f->TableName(), f->FieldValueTable(),
                     f->DataViewID() ? std::to_string(f->DataViewID()) : ""});
@@ -63,6 +65,8 @@ int Fields(Context& cx) {
   }
   if (rows.size() == 1 && !Opts().table.empty())
     cx.out.Note("No field definitions for table " + Opts().table);
+  else if (rows.size() == 1 && Opts().data_view != 0)
+    cx.out.Note("No field definitions for data view " + std::to_string(Opts().data_view));
   cx.out.Table(rows);
   cx.out.Json(doc);
   return kExitOk;
@@ -292,6 +296,8 @@ std::vector<Command> DefinitionCommands() {
       {"fields", "List the field definitions (tblDtsFields)", true, true,
        [](CLI::App& app) {
          app.add_option("--table", Opts().table, "Only the fields of this table");
+         app.add_option("--dataview", Opts().data_view,
+                        "Only the fields of this data view (its nID in tblDataView)");
        },
        Fields},
       {"choices", "List the choices of a field", true, true,
