@@ -175,7 +175,10 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   //   * Structure: the target's type names (CZtDataType; the Jet names on an SQLite file),
   //     lengths, nullability, and with kCopyIndexes the primary key and the indexes by the
   //     PK_ / UN_ / IN_ rules. PostgreSQL receives the names folded to lower case, as every
-  //     name the data-access layer sends there.
+  //     name the data-access layer sends there: the application writes its names in varying
+  //     case ([nID] here, [nId] there), as engines that ignore case let it, and names kept
+  //     exactly as written would be different names to PostgreSQL. Everything else about a
+  //     column (type, length, nullability, -1/0 Booleans, keys, index names) arrives as it was.
   //   * SQLite, PostgreSQL and SQL Server take structure and rows in one transaction; MariaDB
   //     commits its DDL at once, so a table this copy created is dropped again on failure (with
   //     kCopyReplace the old table is gone by then).
