@@ -606,10 +606,21 @@ class PgStatement : public StatementBackend, private RowStream {
       Finish();
     }
   }
+  // Ends this execution's rows. Rows still coming are stopped on the server rather than read
+  // to the end (a copy that gives up half-way through a large table), except inside a
+  // transaction, which a cancelled query would abort for the caller.
   void Discard() {
+    if (live_ && !in_transaction_) Cancel();
     if (live_) Finish();
     buffered_.clear();
     streaming_ = false;
+  }
+  void Cancel() {
+    if (PGcancel* c = PQgetCancel(conn_.raw())) {
+      char message[256];
+      PQcancel(c, message, sizeof message);
+      PQfreeCancel(c);
+    }
   }
 
   PgConnection& conn_;
@@ -619,10 +630,11 @@ class PgStatement : public StatementBackend, private RowStream {
   int params_ = 0;
   std::vector<std::optional<std::string>> binds_;
   Result result_;
-  Result shape_;            // the prepared statement's description
-  bool stream_ = false;     // the caller reads the rows once, forward
-  bool streaming_ = false;  // this execution's rows come one at a time
-  bool live_ = false;       // ... and the server is still sending them
+  Result shape_;                 // the prepared statement's description
+  bool stream_ = false;          // the caller reads the rows once, forward
+  bool streaming_ = false;       // this execution's rows come one at a time
+  bool live_ = false;            // ... and the server is still sending them
+  bool in_transaction_ = false;  // ... inside the caller's transaction
   std::deque<Result> buffered_;
   std::vector<ColumnInfo> columns_;
   std::vector<ValueKind> kinds_;
@@ -676,6 +688,7 @@ void PgStatement::ExecuteStreamed() {
   conn_.ApplyTimeoutOf(0);
   const std::vector<const char*> values = BoundValues();
   PGconn* pg = conn_.conn();
+  in_transaction_ = PQtransactionStatus(pg) != PQTRANS_IDLE;
   if (!PQsendQueryPrepared(pg, name_.c_str(), params_, values.data(), nullptr, nullptr, 0))
     conn_.Fail(nullptr);
   PQsetSingleRowMode(pg);
@@ -696,11 +709,7 @@ void PgStatement::WaitForFirstRow(int seconds) {
     const int ready = left.count() > 0 ? poll(&fd, 1, static_cast<int>(left.count())) : 0;
     if (ready == 0) {
       // Out of time: the server stops the query, and the stream ends with a time-out.
-      if (PGcancel* c = PQgetCancel(pg)) {
-        char message[256];
-        PQcancel(c, message, sizeof message);
-        PQfreeCancel(c);
-      }
+      Cancel();
       Finish();
       RaiseSqlState(conn_.source(), "57014", 0, "Query timeout expired");
     }

@@ -173,6 +173,49 @@ TEST_F(PostgresDriver, CopyBulkLoadsAllRowsOrNone) {
   EXPECT_TRUE(conn_->IsAlive());
 }
 
+TEST_F(PostgresDriver, StreamedReadsGiveWayToOtherStatements) {
+  const auto stream = [&](const std::string& sql) {
+    auto st = conn_->Prepare(sql);
+    st->StreamRows();
+    st->Execute();
+    return st;
+  };
+  // Another statement in the middle of a stream: the stream keeps its place.
+  {
+    auto st = stream("SELECT g FROM generate_series(1, 1000) g");
+    ASSERT_TRUE(st->Fetch());
+    EXPECT_EQ(st->Get(0).ToInt32(), 1);
+    EXPECT_EQ(Rows(*conn_, "SELECT 41 + 1").rows.at(0).at(0).ToInt32(), 42);
+    int n = 1;
+    while (st->Fetch()) ++n;
+    EXPECT_EQ(n, 1000);
+  }
+  // Left half-way outside a transaction: the server stops sending and the session goes on.
+  {
+    auto st = stream("SELECT g FROM generate_series(1, 3000000) g");
+    ASSERT_TRUE(st->Fetch());
+  }
+  EXPECT_EQ(Rows(*conn_, "SELECT 1").rows.size(), 1u);
+  // Left half-way inside a transaction: the transaction is the caller's and stays usable.
+  conn_->BeginTransaction();
+  {
+    auto st = stream("SELECT g FROM generate_series(1, 100000) g");
+    ASSERT_TRUE(st->Fetch());
+  }
+  Exec(*conn_, "INSERT INTO zt_pg_items (code) VALUES ('streamed')");
+  conn_->Commit();
+  EXPECT_EQ(Rows(*conn_, "SELECT code FROM zt_pg_items WHERE code = 'streamed'").rows.size(), 1u);
+  // A failing query reports its error when its rows are read.
+  EXPECT_THROW(
+      {
+        auto st = stream("SELECT 1 / (g - 3) FROM generate_series(1, 5) g");
+        while (st->Fetch()) {
+        }
+      },
+      ZtError);
+  EXPECT_EQ(Rows(*conn_, "SELECT 1").rows.size(), 1u);
+}
+
 TEST_F(PostgresDriver, SchemaRowsetsDefaultToTheCurrentSchema) {
   Exec(*conn_, "CREATE SCHEMA zt_other");
   Exec(*conn_, "CREATE TABLE zt_other.zt_pg_items (other_id int PRIMARY KEY)");
