@@ -102,6 +102,12 @@ TEST_P(SettingsEngineTest, AddSettingKeepsAnExistingRowAndWritesOnlyWhatWasGiven
   EXPECT_EQ(rows[2], "30|Colour|blue|<null>|10|Screen colour|<null>|<null>|<null>|<null>|<null>");
   EXPECT_EQ(rows[3],
             "31|Editor|vi|<null>|10|Editor to run|Len([tValue])>0|7|Pick|Dialog|tblEditors");
+
+  // A failure is logged by the manager and by the setting on its way out, then raised.
+  cn_->Execute("DROP TABLE [tblSettings]");
+  EXPECT_THROW(setting.AddSetting(cn_, 32, "x", "y", 1, "", "", 0, "", "", ""), ZtError);
+  EXPECT_TRUE(env_.Logged("CZtSettingMgr.AddSetting, @Line#20"));
+  EXPECT_TRUE(env_.Logged("CZtSetting.AddSetting, Line# 20"));
 }
 
 TEST_P(SettingsEngineTest, ReadAndWriteGoByIdAndAMissingIdLeavesTheCallersValue) {
