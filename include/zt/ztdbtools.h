@@ -14,6 +14,7 @@
 
 // Layers above the foundation.
 #include "zt/config.h"
+#include "zt/config/settings.h"
 #include "zt/datastore.h"
 #include "zt/definitions/dataview.h"
 #include "zt/definitions/field_collection.h"

@@ -8,7 +8,7 @@ ztdb=$(realpath "$1")
 shift
 groups=("$@")
 [[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records copy definitions
-  dataviews servers)
+  dataviews settings servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -483,6 +483,12 @@ server_round() {
   expect_out "1 stored condition" "$name upgrade-definitions"
   run -S "$url/$db" "$@" upgrade-definitions --yes
   expect_out "0 stored condition" "$name upgrade-definitions again"
+  run -S "$url/$db" "$@" settings set 2 "x'; DELETE FROM tblSettings; --"
+  expect_rc 1 "$name settings set with a quote"
+  run -S "$url/$db" "$@" settings set 2 40
+  run -S "$url/$db" "$@" settings list
+  [[ $(grep -cE '^[0-9]+ ' <<<"$out") == 4 ]] || fail "$name settings kept every row: $out"
+  expect_out "^2 +PageSize +40 " "$name settings set"
   run -S "$url/$db" "$@" delete-records 'tblTickets] --' -w 'nId=5' --yes
   expect_rc 1 "$name bracket-closing table name"
   run -S "$url/$db" "$@" delete-records 'tblTickets] #' -w 'nId=5' --yes
@@ -700,6 +706,63 @@ PY
   run dataviews
   expect_rc 1 "dataviews without tblDataView"
   expect_err "no table 'tblDataView'" "dataviews says which table is missing"
+  cd "$work" || return
+}
+
+# ztdb settings on the sample's tblSettings: list and get, set with its dry run, a value built to
+# inject SQL refused with every row kept, add leaving an existing setting alone, the failures.
+test_settings() {
+  local d before
+  d=$(sample)
+  cd "$d" || return
+  run settings list
+  expect_rc 0 "settings list"
+  [[ $(grep -cE '^[0-9]+ ' <<<"$out") == 4 ]] || fail "settings list shows 4 settings: $out"
+  expect_out "^1 +MailServer +mail\.example\.com +10 +Server for outgoing mail$" "settings list row"
+  run settings list --json
+  grep -q '"validation_rule": ">0"' <<<"$out" || fail "settings list --json: $out"
+  run settings get 3
+  [[ $out == 2 ]] || fail "settings get 3: $out"
+  run settings get 99
+  expect_rc 1 "settings get of a missing ID"
+  expect_err "no setting 99" "settings get of a missing ID"
+
+  before=$(sha1sum helpdesk.db)
+  run settings set 2 50 --dry-run
+  expect_out "^Would run: UPDATE \[tblSettings\] SET \[tValue\] ='50' WHERE \[nID\] =2$" \
+    "settings set --dry-run prints the statement"
+  run settings set 2 "x'; DELETE FROM tblSettings; --"
+  expect_rc 1 "settings set of a value with a quote"
+  expect_err "setting 2" "the refusal names the setting"
+  run settings set 2 "x' WHERE 1=1 --"
+  expect_rc 1 "settings set of a value rewriting every row"
+  run settings set 99 5
+  expect_rc 1 "settings set of a missing ID"
+  [[ $(sha1sum helpdesk.db) == "$before" ]] || fail "refused settings set changed the file"
+  run settings set 2 50
+  expect_rc 0 "settings set"
+  run settings get 2
+  [[ $out == 50 ]] || fail "settings get after set: $out"
+
+  run settings add 5 Colour blue --description "Screen colour"
+  expect_out "Setting 5 \(Colour\) added" "settings add"
+  run settings add 5 Colour red
+  expect_out "exists; it is left as it is" "settings add of an existing ID"
+  run settings get 5
+  [[ $out == blue ]] || fail "settings add kept the first value: $out"
+  [[ $(sqlite3 helpdesk.db "SELECT tValidationRule IS NULL AND nCustomAction IS NULL FROM tblSettings WHERE nID=5") == 1 ]] ||
+    fail "settings add without rule and action leaves Null"
+  run settings
+  expect_rc 2 "settings without a verb"
+  run settings add 6 A b --json
+  expect_rc 2 "settings add --json"
+  run settings get abc
+  expect_rc 2 "settings get of an ID that is no number"
+
+  mkdir -p "$work/nosettings" && cd "$work/nosettings" && "$ztdb" create >/dev/null
+  run settings list
+  expect_rc 1 "settings without tblSettings"
+  expect_err "no table tblSettings" "settings says which table is missing"
   cd "$work" || return
 }
 

@@ -185,8 +185,8 @@ int Create(Context& cx) {
     cx.out.Line("Sample tables tblTesselVersion (7.6) and tblTickets (20 rows) created");
     cx.out.Line(
         "Definition tables tblDtsFields (12 fields), tblPriority, tblStatus, tblCategory, "
-        "tblUser, tblTableTypes, tblQueries, tblQueryStructure (1 query) and tblDataView (2 "
-        "views) created");
+        "tblUser, tblTableTypes, tblQueries, tblQueryStructure (1 query), tblDataView (2 "
+        "views), tblSettings (4 settings) and tblCustomAction created");
   }
   cx.out.Line("Created");
   return kExitOk;

@@ -289,6 +289,7 @@ void AddSampleDefinitions(zt::Connection& c) {
   Insert(c, "tblDataView", "[nID], [nDefaultQueryID], [nDefaultOrder], [tName], [tDescription]",
          {{1, 0, 2, "Tickets", "Every ticket with its title and priority"},
           {2, 1, 8, "Ticket details", "Open urgent tickets with status, category and people"}});
+  AddSampleSettings(c);
 }
 
 std::vector<Command> DefinitionCommands() {
