@@ -139,7 +139,15 @@ struct XmlRowsetReader::Impl {
     if (r) xmlFreeTextReader(r);
   }
 
-  int Line() const { return r ? xmlTextReaderGetParserLineNumber(r) : 0; }
+  // The line of the node in hand (the parser itself may have read ahead).
+  int Line() const {
+    if (!r) return 0;
+    if (xmlNodePtr node = xmlTextReaderCurrentNode(r)) {
+      const long line = xmlGetLineNo(node);
+      if (line > 0) return static_cast<int>(line);
+    }
+    return xmlTextReaderGetParserLineNumber(r);
+  }
 
   [[noreturn]] void Fail(const std::string& what, int line = 0) const {
     Raise(hr::kFail, name + ", line " + std::to_string(line ? line : Line()) + ": " + what);
