@@ -88,6 +88,7 @@ std::vector<Command> DefinitionCommands();
 void AddSampleDefinitions(zt::Connection& c);
 
 std::vector<Command> DataViewCommands();
+std::vector<Command> XmlCommands();
 
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
