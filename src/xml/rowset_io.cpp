@@ -221,7 +221,7 @@ void XmlRowsetReader::Impl::ReadColumn() {
   RecordsetColumn c;
   std::string attr_name, real_name, dt_type, db_type;
   std::string nullable, maybenull;
-  bool is_long = false, fixed = false, writable = false;
+  bool is_long = false, fixed = false;
   const int line = Line();
   auto take = [&](std::string_view ns, std::string_view local, std::string_view value) {
     if (ns.empty() && local == "name") attr_name = value;
@@ -232,7 +232,6 @@ void XmlRowsetReader::Impl::ReadColumn() {
       if (local == "long") is_long = value == "true";
       if (local == "fixedlength") fixed = value == "true";
       if (local == "dbtype") db_type = value;
-      if (local == "write" || local == "writeunknown") writable = writable || value == "true";
       if (local == "precision") c.precision = std::atoi(std::string(value).c_str());
       if (local == "scale") c.scale = std::atoi(std::string(value).c_str());
     }
@@ -264,8 +263,7 @@ void XmlRowsetReader::Impl::ReadColumn() {
          line);
   c.type = t->ado_type;
   const bool can_be_null = nullable != "false" && !(maybenull == "false" && nullable != "true");
-  // The recordset is the caller's to change, whatever the file says of the source's columns.
-  (void)writable;
+  // The recordset is the caller's to change, whatever rs:write says of the source's columns.
   c.attributes = ado::adFldUpdatable;
   if (can_be_null) c.attributes |= ado::adFldIsNullable | ado::adFldMayBeNull;
   if (t->is_long) c.attributes |= ado::adFldLong;
