@@ -35,6 +35,8 @@
 // encoded for the file are decoded back into the recordset once the XML is written (without
 // encoding it does nothing). A recordset that cannot be changed (read-only, or forward-only
 // as an export reads a table) is never changed: its values are encoded as they are written.
+// An updatable recordset open on a table is encoded in place, so the table gets the encoded
+// values, as the old objects did: open it read-only to leave the table alone.
 //
 // Writing a file over an existing one keeps the old file as FILE.bak, and the new text is first
 // written beside it (FILE.tmp) and moved into place only when complete: a failed save leaves
