@@ -154,11 +154,13 @@ const TypeInfo* ByNames(std::string_view dt_type, std::string_view db_type, bool
       {"dateTime.tz", "dateTime"},
       {"bin.base64", "bin.hex"},
       {"char", "string"}};
-  for (auto [alias, name] : kAliases)
-    if (alias == dt_type)
+  for (const auto& alias : kAliases)
+    if (alias.first == dt_type) {
+      const std::string_view name = alias.second;
       return FindType([&](const TypeInfo& t) {
         return t.dt_type == name && (t.kind != Kind::kText || t.is_long == is_long);
       });
+    }
   if (dt_type == "string")
     return FindType([&](const TypeInfo& t) {
       return t.kind == Kind::kText && t.is_long == is_long && t.fixed == fixed &&
