@@ -75,6 +75,39 @@ std::string ColumnTypeFor(zt::Connection& cn, const zt::RecordsetColumn& c) {
   }
 }
 
+std::string Lower(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+// The table's name as the engine keeps it (PostgreSQL folds a bracketed name to lower case
+// when it makes the table); the bulk load quotes the names it is given exactly.
+std::string EngineTableName(zt::Connection& cn, const std::string& table) {
+  auto rs = cn.OpenSchema(zt::ado::adSchemaTables);
+  std::string found = table;
+  for (; !rs->Eof(); rs->MoveNext()) {
+    const std::string name = rs->Value("TABLE_NAME").ToText();
+    if (name == table) return name;
+    if (Lower(name) == Lower(table)) found = name;
+  }
+  return found;
+}
+
+// The table's spelling of each of the file's columns; ToolError for one the table lacks.
+std::vector<std::string> EngineColumnNames(zt::Connection& cn, const std::string& table,
+                                           const std::vector<zt::RecordsetColumn>& columns) {
+  auto rs = std::make_shared<zt::Recordset>();
+  rs->Open("SELECT * FROM [" + table + "] WHERE 1 = 0", cn.shared_from_this());
+  std::vector<std::string> names;
+  for (const auto& c : columns) {
+    const int i = rs->GetFields().IndexOf(c.name);
+    if (i < 0) throw ToolError("the table " + table + " has no column " + c.name);
+    names.push_back(rs->Fields(i).Name());
+  }
+  rs->Close();
+  return names;
+}
+
 // ---- export -------------------------------------------------------------------------------
 
 int Export(Context& cx) {
@@ -133,10 +166,9 @@ int Import(Context& cx) {
   progress.Start("import " + o.table, total);
   std::int64_t done = 0;
   try {
-    std::vector<std::string> names;
-    for (const auto& c : columns) names.push_back(c.name);
+    const std::vector<std::string> names = EngineColumnNames(*cn, o.table, columns);
     // One load, kept only when every row went in.
-    zt::BulkInserter load(*cn, o.table, names);
+    zt::BulkInserter load(*cn, EngineTableName(*cn, o.table), names);
     auto reader = zt::XmlRowsetReader::FromFile(o.file);
     std::vector<zt::Variant> row;
     while (reader->Next(row)) {
