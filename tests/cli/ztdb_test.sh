@@ -749,6 +749,12 @@ test_xml() {
   expect_rc 0 "export --encode 1"
   grep -q "tTitle='VGlja2V0IDE='" enc.xml || fail "--encode 1 did not write Base64 titles"
   grep -q "nId='31'" enc.xml || fail "--encode 1 touched a number"
+  run export tblTickets --xml enc6.xml --encode 6
+  run import enc6.xml --into tblDecoded --decode 6
+  expect_rc 0 "import --decode 6"
+  [[ $(sqlite3 helpdesk.db "SELECT nId, quote(tTitle), fClosed FROM tblTickets ORDER BY nId") == \
+    $(sqlite3 helpdesk.db "SELECT nId, quote(tTitle), fClosed FROM tblDecoded ORDER BY nId") ]] ||
+    fail "export --encode 6 then import --decode 6 changed the rows"
   run export tblTickets --xml enc.xml --encode 2
   expect_rc 2 "--encode 2"
   run export tblNope --xml nope.xml

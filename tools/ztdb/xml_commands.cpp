@@ -12,9 +12,10 @@ namespace ztdb {
 namespace {
 
 struct XmlOptions {
-  std::string table;  // export TABLE / import --into TABLE
-  std::string file;   // export --xml FILE / import FILE
-  std::int32_t encode = 0;
+  std::string table;        // export TABLE / import --into TABLE
+  std::string file;         // export --xml FILE / import FILE
+  std::int32_t encode = 0;  // export --encode N
+  std::int32_t decode = 0;  // import --decode N
 };
 
 XmlOptions& Opts() {
@@ -73,6 +74,12 @@ std::string ColumnTypeFor(zt::Connection& cn, const zt::RecordsetColumn& c) {
         return cn.ColumnType(10, static_cast<std::int32_t>(c.defined_size));
       return cn.ColumnType(12);
   }
+}
+
+bool IsText(const zt::RecordsetColumn& c) {
+  namespace ado = zt::ado;
+  return c.type == ado::adVarWChar || c.type == ado::adWChar || c.type == ado::adLongVarWChar ||
+         c.type == ado::adVarChar || c.type == ado::adChar || c.type == ado::adLongVarChar;
 }
 
 std::string Lower(std::string text) {
@@ -171,7 +178,13 @@ int Import(Context& cx) {
     zt::BulkInserter load(*cn, EngineTableName(*cn, o.table), names);
     auto reader = zt::XmlRowsetReader::FromFile(o.file);
     std::vector<zt::Variant> row;
+    std::string decoded;
     while (reader->Next(row)) {
+      if (o.decode != 0)
+        for (std::size_t i = 0; i < row.size(); ++i)
+          if (IsText(columns[i]) && row[i].AsString() &&
+              zt::ZtXml_DecodeText(o.decode, *row[i].AsString(), decoded))
+            row[i] = zt::Variant(decoded);
       load.AddRow(row);
       if (++done % 1000 == 0) progress.Update(done);
     }
@@ -206,6 +219,9 @@ std::vector<Command> XmlCommands() {
        [](CLI::App& app) {
          app.add_option("file", Opts().file, "XML file to read")->required();
          app.add_option("--into", Opts().table, "Table to load")->required();
+         app.add_option("--decode", Opts().decode,
+                        "Decode text values written with export --encode (1 or 6)")
+             ->check(CLI::IsMember({1, 6}));
        },
        Import},
   };
