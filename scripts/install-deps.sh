@@ -5,7 +5,7 @@
 set -euo pipefail
 
 pkgs=(build-essential cmake ninja-build pkg-config libsqlite3-dev libpq-dev unixodbc unixodbc-dev
-  libpugixml-dev libcli11-dev nlohmann-json3-dev odbc-postgresql odbc-mariadb tdsodbc libsqliteodbc odbc-mdbtools
+  libpugixml-dev libxml2-dev libcli11-dev nlohmann-json3-dev odbc-postgresql odbc-mariadb tdsodbc libsqliteodbc odbc-mdbtools
   mdbtools)
 if [[ ${1:-} == --test ]]; then
   pkgs+=(googletest libgtest-dev libbenchmark-dev postgresql-15 postgresql-client-15 mariadb-server

@@ -26,3 +26,4 @@
 #include "zt/schema/data_type.h"
 #include "zt/schema/dt_mgr.h"
 #include "zt/text.h"
+#include "zt/xml/xml_manip.h"

@@ -92,6 +92,8 @@ std::vector<Command> SettingsCommands();
 // tblSettings and tblCustomAction with a few settings, for create --sample.
 void AddSampleSettings(zt::Connection& c);
 
+std::vector<Command> XmlCommands();
+
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
 bool Confirm(const std::string& question);
