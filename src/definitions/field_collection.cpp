@@ -171,9 +171,7 @@ void CZtFieldCollection::FromString(const std::string& text) {
   Trap at(kType, "FromString");
   at.Reraising([&] {
     at = 10;
-    if (FieldDelimiter().empty() || ChildrenFieldDelimiter().empty())
-      defs::Fail(rt::kInvalidProcedureCall, kType,
-                 ".FromString, both delimiters must be set to read a line back");
+    defs::RequireDelimiters(kType, FieldDelimiter(), ChildrenFieldDelimiter());
     Dictionary read;
     at = 20;
     if (!text.empty()) {

@@ -229,9 +229,7 @@ void CZtLookupValCol::FromString(const std::string& text) {
   Trap at(kColType, "FromString");
   at.Reraising([&] {
     at = 10;
-    if (FieldDelimiter().empty() || ChildrenFieldDelimiter().empty())
-      defs::Fail(rt::kInvalidProcedureCall, kColType,
-                 ".FromString, both delimiters must be set to read a line back");
+    defs::RequireDelimiters(kColType, FieldDelimiter(), ChildrenFieldDelimiter());
     Dictionary read;
     at = 20;
     for (const std::string& item : SplitText(text, FieldDelimiter())) {

@@ -60,6 +60,15 @@ void WithRows(const std::shared_ptr<Connection>& cn, const std::string& sql, F&&
   throw ZtError(number, std::string(type_name), std::string(type_name) + message);
 }
 
+// A collection's text is read back line by line and field by field: both delimiters must be
+// set, else nothing could be split. Raises 5 (invalid procedure call) from `type_name`.
+inline void RequireDelimiters(std::string_view type_name, const std::string& field_delimiter,
+                              const std::string& children_delimiter) {
+  if (field_delimiter.empty() || children_delimiter.empty())
+    Fail(rt::kInvalidProcedureCall, type_name,
+         ".FromString, both delimiters must be set to read a line back");
+}
+
 // The data store behind `data_store`, as the definition objects' members take it; anything else
 // raises 13 with the old text ("<what was passed>.<member> - objDataStore must be a CZtDataStore
 // object"), `type_name` being the raising object's type.

@@ -30,11 +30,9 @@ class DefinitionsEngineTest : public ::testing::TestWithParam<Engine> {
   void SetUp() override {
     const Engine& e = GetParam();
     ZT_NEED_ENGINE(e.Available(), e.name);
-    dir_ = std::filesystem::temp_directory_path() /
-           ("zt_defs_" + std::to_string(::getpid()) + "_" + e.name.substr(0, 3));
-    std::filesystem::create_directories(dir_);
-    cn_ = std::make_shared<Connection>();
-    cn_->Open(e.ConnectionString((dir_ / "defs.db").string()));
+    Scratch s = OpenScratch(e, "zt_defs", "defs.db");
+    dir_ = s.dir;
+    cn_ = s.cn;
     DropTables();
     Connection& cn = *cn_;
     const std::string i = cn.ColumnType(4), t = cn.ColumnType(10, 50);

@@ -20,11 +20,9 @@ class FieldCollectionTest : public ::testing::TestWithParam<Engine> {
   void SetUp() override {
     const Engine& e = GetParam();
     ZT_NEED_ENGINE(e.Available(), e.name);
-    dir_ = std::filesystem::temp_directory_path() /
-           ("zt_fcol_" + std::to_string(::getpid()) + "_" + e.name.substr(0, 3));
-    std::filesystem::create_directories(dir_);
-    cn_ = std::make_shared<Connection>();
-    cn_->Open(e.ConnectionString((dir_ / "defs.db").string()));
+    Scratch s = OpenScratch(e, "zt_fcol", "defs.db");
+    dir_ = s.dir;
+    cn_ = s.cn;
     cn_->Execute("DROP TABLE IF EXISTS [tblDtsFields]");
     const std::string i = cn_->ColumnType(4), t = cn_->ColumnType(10, 100), b = cn_->ColumnType(4);
     // The layout before nDataViewID and the value-table column names came; no key, so that an

@@ -9,10 +9,12 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cctype>
 #include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <ostream>
 #include <stdexcept>
@@ -20,6 +22,7 @@
 #include <vector>
 
 #include "zt/datastore.h"
+#include "zt/platform.h"
 
 namespace zt::testing {
 
@@ -203,6 +206,24 @@ inline const Engine& EngineNamed(const std::string& name) {
   for (const Engine& e : TestEngines())
     if (e.name == name) return e;
   throw std::invalid_argument("no test engine " + name);
+}
+
+// A place of one test's own on engine `e`: a new folder `tag`_<pid>_<engine> under the
+// temporary folder (the caller removes it), and a connection there: to the SQLite file `file` in
+// that folder, or to the server's shared test database.
+struct Scratch {
+  std::filesystem::path dir;
+  std::shared_ptr<Connection> cn;
+};
+inline Scratch OpenScratch(const Engine& e, const std::string& tag,
+                           const std::string& file = "scratch.db") {
+  Scratch s;
+  s.dir = std::filesystem::temp_directory_path() /
+          (tag + "_" + std::to_string(::getpid()) + "_" + e.name.substr(0, 3));
+  std::filesystem::create_directories(s.dir);
+  s.cn = std::make_shared<Connection>();
+  s.cn->Open(e.ConnectionString((s.dir / file).string()));
+  return s;
 }
 
 // For INSTANTIATE_TEST_SUITE_P: the engine's name, letters and digits only, ends the test's name.
