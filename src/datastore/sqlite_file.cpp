@@ -166,16 +166,27 @@ class WorkingFile {
     std::random_device seed;
     std::mt19937 random(seed());
     std::uniform_int_distribution<std::size_t> pick(0, sizeof kChars - 2);
+    // A SIGINT or SIGTERM between creating the file and registering it would leave a full copy
+    // of the database behind: the signals wait until the file is registered for removal.
+    sigset_t stops, before;
+    sigemptyset(&stops);
+    for (int sig : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&stops, sig);
+    pthread_sigmask(SIG_BLOCK, &stops, &before);
     for (int attempt = 0; attempt < 100; ++attempt) {
       std::string name = WorkingPrefix(database);
       for (int i = 0; i < 6; ++i) name += kChars[pick(random)];
       path_ = (database.parent_path() / (name + ".mdb")).string();
       fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode);
       if (fd_ >= 0) break;
-      if (errno != EEXIST) RaiseFile(rt::kPathFileAccess, "Path/File access error", path_);
+      if (errno != EEXIST) break;
     }
-    if (fd_ < 0) RaiseFile(rt::kPathFileAccess, "Path/File access error", path_);
-    RegisterWorkingFile(path_);
+    if (fd_ >= 0) RegisterWorkingFile(path_);
+    const int open_error = errno;
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (fd_ < 0) {
+      errno = open_error;
+      RaiseFile(rt::kPathFileAccess, "Path/File access error", path_);
+    }
     // A journal under the new name can only have been planted; the engine must create its own.
     ::unlink((path_ + std::string(kJournal)).c_str());
     // The umask may have narrowed the mode; the copy gets exactly the original's.
