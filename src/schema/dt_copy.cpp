@@ -286,10 +286,17 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
     const auto streams = [](std::int32_t p) {
       return p == kProviderJet || p == kProviderPostgreSql || p == kProviderMySql;
     };
-    if (!DryRun() && streams(provider) && streams(ProviderOfConnection(*source_cn)) &&
-        !cn->InTransaction() && !(options & kCopyAppend) &&
-        ((options & kCopyReplace) || !TableExists(cn, table)))
+    const bool fast = !DryRun() && streams(provider) &&
+                      streams(ProviderOfConnection(*source_cn)) && !cn->InTransaction();
+    if (fast && !(options & kCopyAppend) && ((options & kCopyReplace) || !TableExists(cn, table)))
       return CopyTableByStreaming(source, source_cn, table, target, options, result);
+    // Rows appended to a table that stays go in by the engine's bulk load as well, which is
+    // all or nothing by itself; a load the engine refuses (a key that exists already) is undone
+    // and redone record by record, so each refused record is counted and the rest kept.
+    if (fast && (options & kCopyAppend) && TableExists(cn, table)) {
+      AppendByStreaming(source_cn, table, cn, result);
+      return true;
+    }
     bool began = false;
     bool created = false;
     const auto begin = [&] {
@@ -454,6 +461,27 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
     throw;
   }
   return true;
+}
+
+void CZtDTMgr::AppendByStreaming(const std::shared_ptr<Connection>& source_cn,
+                                 const std::string& table, const std::shared_ptr<Connection>& cn,
+                                 TableCopyResult& result) {
+  result.source_rows = CountRows(*source_cn, table);
+  copy_->table = table;
+  copy_->total = result.source_rows;
+  struct Reset {
+    CopyState& s;
+    ~Reset() { s.table.clear(); }
+  } reset{*copy_};
+  ReportProgress(0, false);
+  schema::StreamCopyOptions stream;
+  stream.limited_messages = UseLimitedErrorMessages();
+  stream.progress = [&](std::int64_t rows) { ReportProgress(rows, false); };
+  const schema::StreamCopyResult rows = schema::StreamTableRows(source_cn, cn, table, stream);
+  result.rows = copy_->copied = rows.rows;
+  result.failed = copy_->failed = rows.failed;
+  result.messages = rows.messages;
+  ReportProgress(rows.rows + rows.failed, true);
 }
 
 // ---- Structure -------------------------------------------------------------------------------

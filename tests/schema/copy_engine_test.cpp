@@ -231,6 +231,12 @@ TEST_P(CopyEngineTest, TablesArriveWithTheirShapeAndRows) {
   EXPECT_EQ(dt_.RecordsCopied(), 0);
   EXPECT_EQ(dt_.RecordsFailed(), 3);
   EXPECT_EQ(Rows(*src_cn_, kCalls, "nId", F()), Rows(*tgt_cn_, kCalls, "nId", F()));
+  // A row the target lacks goes in beside the refused ones.
+  tgt_cn_->Execute(std::string("DELETE FROM [") + kCalls + "] WHERE [nId] = 2");
+  ASSERT_TRUE(dt_.CopyTable(*source_, src_cn_, kCalls, *target_, zt::kCopyAppend));
+  EXPECT_EQ(dt_.RecordsCopied(), 1);
+  EXPECT_EQ(dt_.RecordsFailed(), 2);
+  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId", F()), Rows(*tgt_cn_, kCalls, "nId", F()));
   EXPECT_TRUE(dt_.VerifySameFields(*source_, *target_, kCalls));
 }
 

@@ -311,6 +311,9 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   bool CopyTableByStreaming(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
                             const std::string& table, CZtDataStore& target, std::int32_t options,
                             TableCopyResult& result);
+  // Rows added to an existing table on those engines: the bulk path straight into the table.
+  void AppendByStreaming(const std::shared_ptr<Connection>& source_cn, const std::string& table,
+                         const std::shared_ptr<Connection>& cn, TableCopyResult& result);
   // "PK_" + table, "UN_" / "IN_" + table + "_" + name (a name already so prefixed is kept).
   static std::string GeneratedIndexName(const std::string& table, const std::string& name,
                                         std::int32_t kind);
