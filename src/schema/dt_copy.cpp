@@ -165,6 +165,14 @@ std::shared_ptr<Recordset> EmptySelect(Connection& cn, const std::string& table)
   return cn.Execute("SELECT * FROM " + Br(table) + " WHERE -1=0");
 }
 
+// The closing line of a copy's refusals, as the record-by-record copy writes it.
+void NoteFailedRecords(TableCopyResult& result, const std::string& table) {
+  if (result.failed <= 0) return;
+  VariantArray args;
+  args.items = {Variant(result.failed), Variant(table), Variant(table)};
+  result.messages.push_back(ZtErr_GetMessage("NUM_FAILED_RECORDS", "", args));
+}
+
 void RollbackQuietly(Connection& cn) {
   try {
     if (cn.InTransaction()) cn.RollbackTrans();
@@ -286,8 +294,8 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
     const auto streams = [](std::int32_t p) {
       return p == kProviderJet || p == kProviderPostgreSql || p == kProviderMySql;
     };
-    const bool fast = !DryRun() && streams(provider) &&
-                      streams(ProviderOfConnection(*source_cn)) && !cn->InTransaction();
+    const bool fast = !DryRun() && streams(provider) && streams(ProviderOfConnection(*source_cn)) &&
+                      !cn->InTransaction();
     if (fast && !(options & kCopyAppend) && ((options & kCopyReplace) || !TableExists(cn, table)))
       return CopyTableByStreaming(source, source_cn, table, target, options, result);
     // Rows appended to a table that stays go in by the engine's bulk load as well, which is
@@ -297,6 +305,11 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
       AppendByStreaming(source_cn, table, cn, result);
       return true;
     }
+    // Rows replaced in a table that stays: loaded into a working table first, then swapped in
+    // by the engine in one transaction. A swap the engine refuses goes record by record below.
+    if (fast && !(options & (kCopyAppend | kCopyReplace)) && TableExists(cn, table) &&
+        ReplaceRowsByStreaming(source_cn, table, target, result))
+      return true;
     bool began = false;
     bool created = false;
     const auto begin = [&] {
@@ -397,6 +410,7 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
     result.rows = rows.rows;
     result.failed = rows.failed;
     result.messages = rows.messages;
+    NoteFailedRecords(result, table);
     copy_->copied = rows.rows;
     copy_->failed = rows.failed;
     const bool replace = TableExists(cn, table);
@@ -481,7 +495,77 @@ void CZtDTMgr::AppendByStreaming(const std::shared_ptr<Connection>& source_cn,
   result.rows = copy_->copied = rows.rows;
   result.failed = copy_->failed = rows.failed;
   result.messages = rows.messages;
+  NoteFailedRecords(result, table);
   ReportProgress(rows.rows + rows.failed, true);
+}
+
+bool CZtDTMgr::ReplaceRowsByStreaming(const std::shared_ptr<Connection>& source_cn,
+                                      const std::string& table, CZtDataStore& target,
+                                      TableCopyResult& result) {
+  const std::shared_ptr<Connection> cn = target.GetConnection(1);
+  const std::int32_t provider = target.GeneralProviderType();
+  // The working table takes the target table's own shape, so that the copy rules judge each
+  // value against the columns it ends up in, and the swap is a plain INSERT ... SELECT *.
+  const std::string work = "zt_rows_" + table;
+  if (TableExists(cn, work)) DeleteTable(cn, work);
+  bool made = false;
+  try {
+    made = provider == kProviderJet ? CopyTableStructureJet(cn, cn, table, work, false)
+                                    : CopyTableStructure(cn, cn, table, work, false, provider);
+  } catch (const ZtError&) {
+    Err().Clear();
+  }
+  const auto drop_work = [&] {
+    try {
+      if (TableExists(cn, work)) DeleteTable(cn, work);
+    } catch (const ZtError&) {
+      Err().Clear();  // the copy's own outcome is the one to report
+    }
+  };
+  if (!made) {
+    drop_work();
+    return false;  // the record-by-record copy goes on without it
+  }
+  struct Reset {
+    CopyState& s;
+    ~Reset() { s.table.clear(); }
+  } reset{*copy_};
+  try {
+    result.source_rows = CountRows(*source_cn, table);
+    copy_->table = table;
+    copy_->total = result.source_rows;
+    ReportProgress(0, false);
+    schema::StreamCopyOptions stream;
+    stream.limited_messages = UseLimitedErrorMessages();
+    stream.target_table = work;
+    stream.progress = [&](std::int64_t rows) { ReportProgress(rows, false); };
+    const schema::StreamCopyResult rows = schema::StreamTableRows(source_cn, cn, table, stream);
+    cn->BeginTrans();
+    try {
+      RunStatement(*cn, "DELETE FROM " + Br(table));
+      RunStatement(*cn, "INSERT INTO " + Br(table) + " SELECT * FROM " + Br(work));
+      cn->CommitTrans();
+    } catch (const ZtError& e) {
+      RollbackQuietly(*cn);
+      const auto c = e.Category();
+      if (c != ErrorCategory::kIntegrity && c != ErrorCategory::kData &&
+          c != ErrorCategory::kOther && c != ErrorCategory::kNone)
+        throw;
+      Err().Clear();  // a row the engine refuses: the record-by-record copy counts it
+      drop_work();
+      return false;
+    }
+    result.rows = copy_->copied = rows.rows;
+    result.failed = copy_->failed = rows.failed;
+    result.messages = rows.messages;
+    NoteFailedRecords(result, table);
+    ReportProgress(rows.rows + rows.failed, true);
+  } catch (...) {
+    drop_work();
+    throw;
+  }
+  drop_work();
+  return true;
 }
 
 // ---- Structure -------------------------------------------------------------------------------

@@ -348,10 +348,12 @@ TEST(CopyProgressTest, StartEveryFiveThousandRowsAndEnd) {
     EXPECT_EQ(p.rows_total, 12000);
     seen.emplace_back(p.rows_done, p.done);
   });
-  // Rows into a table that stays go record by record: a report every 5,000 rows.
-  target->GetConnection(1)->Execute(
-      "CREATE TABLE [tblMany] ([nId] LONG NOT NULL, [tText] TEXT(20))");
+  // Rows into a table in the caller's transaction go record by record: a report every 5,000.
+  auto tcn = target->GetConnection(1);
+  tcn->Execute("CREATE TABLE [tblMany] ([nId] LONG NOT NULL, [tText] TEXT(20))");
+  tcn->BeginTrans();
   ASSERT_TRUE(dt.CopyTable(*source, cn, "tblMany", *target, 0));
+  tcn->CommitTrans();
   EXPECT_EQ(seen, (std::vector<std::pair<std::int64_t, bool>>{
                       {0, false}, {5000, false}, {10000, false}, {12000, true}}));
   // A replaced table goes the fast way (here one INSERT ... SELECT between the files): it

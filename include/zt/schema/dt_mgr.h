@@ -311,6 +311,12 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   bool CopyTableByStreaming(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
                             const std::string& table, CZtDataStore& target, std::int32_t options,
                             TableCopyResult& result);
+  // The rows of a table that stays replaced on those engines: loaded into a working table, then
+  // swapped in with one DELETE and one INSERT ... SELECT in a transaction. False (nothing
+  // changed) when the engine refuses the swap, for the record-by-record copy to count.
+  bool ReplaceRowsByStreaming(const std::shared_ptr<Connection>& source_cn,
+                              const std::string& table, CZtDataStore& target,
+                              TableCopyResult& result);
   // Rows added to an existing table on those engines: the bulk path straight into the table.
   void AppendByStreaming(const std::shared_ptr<Connection>& source_cn, const std::string& table,
                          const std::shared_ptr<Connection>& cn, TableCopyResult& result);
