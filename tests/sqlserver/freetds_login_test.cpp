@@ -18,9 +18,11 @@ namespace {
 
 class Listener {
  public:
-  // `accept_and_close`: a listener that hangs up on every connection; otherwise the port is
-  // only reserved and closed again, so nothing listens there.
-  explicit Listener(bool accept_and_close) {
+  enum Kind { kClosed, kHangsUp, kSilent };
+  // kClosed: the port is only reserved and closed again, so nothing listens there; kHangsUp:
+  // every connection is accepted and closed at once; kSilent: connections are let in by the
+  // kernel and never answered.
+  explicit Listener(Kind kind) {
     fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in a{};
     a.sin_family = AF_INET;
@@ -29,12 +31,13 @@ class Listener {
     socklen_t len = sizeof a;
     ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
     port_ = ntohs(a.sin_port);
-    if (!accept_and_close) {
+    if (kind == kClosed) {
       ::close(fd_);
       fd_ = -1;
       return;
     }
     ::listen(fd_, 8);
+    if (kind == kSilent) return;
     thread_ = std::thread([this] {
       while (!stop_) {
         pollfd p{fd_, POLLIN, 0};
@@ -60,8 +63,8 @@ class Listener {
 
 TEST(SqlServerFreeTds, LoginFailuresAreReportedMaskedAndInTime) {
   AdminEnv env;
-  for (const bool accepting : {false, true}) {
-    Listener port(accepting);
+  for (const auto kind : {Listener::kClosed, Listener::kHangsUp}) {
+    Listener port(kind);
     CZtSQLServer sql;
     sql.LoginTimeout(3);
     const auto start = std::chrono::steady_clock::now();
@@ -85,7 +88,7 @@ TEST(SqlServerFreeTds, LoginFailuresAreReportedMaskedAndInTime) {
   }
   // The application login fails the same way, and without a person to ask it says the server
   // needs preparing; its password shows nowhere.
-  Listener closed(false);
+  Listener closed(Listener::kClosed);
   CZtSQLServer sql;
   sql.LoginTimeout(2);
   try {
@@ -95,6 +98,19 @@ TEST(SqlServerFreeTds, LoginFailuresAreReportedMaskedAndInTime) {
     EXPECT_NE(e.Description().find("must be prepared"), std::string::npos) << e.Description();
     EXPECT_EQ(e.Description().find(sqlserver::TSL_PASSWORD()), std::string::npos);
   }
+  ExpectNoSecretsLogged(env);
+}
+
+TEST(SqlServerFreeTds, ASilentServerFailsWithinTheLoginTimeOut) {
+  AdminEnv env;
+  Listener silent(Listener::kSilent);
+  CZtSQLServer sql;
+  sql.LoginTimeout(2);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_THROW(sql.LogIn(silent.Server(), "sa", kSaPassword, "master"), ZtError);
+  const auto took = std::chrono::steady_clock::now() - start;
+  EXPECT_GE(took, std::chrono::milliseconds(1500));
+  EXPECT_LT(took, std::chrono::seconds(8));
   ExpectNoSecretsLogged(env);
 }
 
