@@ -10,9 +10,12 @@
 
 #include <atomic>
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "admin_env.h"
+#include "zt/config.h"
 #include "zt/sqlserver/sql_server.h"
 
 namespace zt::testing {
@@ -128,6 +131,24 @@ TEST(SqlServerDiscovery, MalformedTruncatedAndMissingAnswersGiveNothing) {
   EXPECT_TRUE(ParseSqlBrowserAnswer("", "x", problems).empty());
   EXPECT_TRUE(ParseSqlBrowserAnswer(std::string("\x05\x10", 2), "x", problems).empty());
   EXPECT_EQ(problems.size(), 2u);
+}
+
+TEST(SqlServerDiscovery, TargetsAndTimeOutComeFromTheConfigurationFile) {
+  RecordingEnv env;
+  BrowserResponder browser({Response(kTwoInstances)});
+  const auto dir = std::filesystem::temp_directory_path() / "zt-sqlsrv-discovery";
+  std::filesystem::create_directories(dir);
+  env.app_path = dir.string();
+  std::ofstream(dir / "ztdbtools.zt.config")
+      << "<configuration><appSettings><add key=\"10470\" value=\"" << browser.Target()
+      << "\"/><add key=\"10471\" value=\"200\"/></appSettings></configuration>";
+  ThreadConfigReader().Load(CZtConfigReader::DefaultFileName());
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(GetAvailableSQLServersList("  "), (std::vector<std::string>{"DB1", "DB1\\HELPDESK"}));
+  // The configured 200 ms, not the built-in second.
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
+  std::filesystem::remove_all(dir);
+  ThreadConfigReader().Load(CZtConfigReader::DefaultFileName());
 }
 
 }  // namespace
