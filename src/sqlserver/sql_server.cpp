@@ -574,10 +574,11 @@ std::string GetComputerNameFromInstance(const std::string& server) {
 std::int32_t ParseSqlServerMajorVersion(const std::string& banner) {
   // Every banner from 6.5 to 2022 carries " - " and the build, "major.minor.build", after the
   // product name and its year ("Microsoft SQL Server 2019 (RTM-CU8) (KB4577194) - 15.0.4073.23
-  // (X64)"); the year itself is not the version, and 2008 R2 is 10.50.
+  // (X64)"), and so does Azure SQL ("Microsoft SQL Azure (RTM) - 12.0.2000.8"); the year
+  // itself is not the version, and 2008 R2 is 10.50.
   static const std::regex kBuild(R"(-\s*(\d{1,3})\.(\d{1,3})\.(\d{1,6}))");
   std::smatch m;
-  if (banner.find("SQL Server") != std::string::npos && std::regex_search(banner, m, kBuild))
+  if (banner.find("Microsoft SQL") != std::string::npos && std::regex_search(banner, m, kBuild))
     return std::stoi(m[1]);
   std::string first_line = banner.substr(0, banner.find_first_of("\r\n"));
   if (first_line.size() > 200) first_line = first_line.substr(0, 200) + "...";

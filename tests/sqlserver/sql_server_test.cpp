@@ -297,6 +297,7 @@ TEST(SqlServerNames, VersionsFromRealBannersAndComputerNames) {
       {"Microsoft SQL Server 2017 (RTM) - 14.0.1000.169 (X64) \n\tAug 22 2017 17:04:49 \n", 14},
       {kBanner2019, 15},
       {"Microsoft SQL Server 2022 (RTM) - 16.0.1000.6 (X64) \n\tOct  8 2022 05:58:25 \n", 16},
+      {"Microsoft SQL Azure (RTM) - 12.0.2000.8 \n\tSep 18 2023 12:22:13 \n", 12},
   };
   for (const auto& [banner, major] : banners)
     EXPECT_EQ(ParseSqlServerMajorVersion(banner), major) << banner;
