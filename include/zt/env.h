@@ -21,6 +21,9 @@
 
 namespace zt {
 
+class IZtPrompt;
+class IZtDatagramTransport;
+
 // A small key/value store standing in for the Windows registry. Keys are paths such as
 // "HKEY_LOCAL_MACHINE\SOFTWARE\Quillmark"; values are named. A missing store, key or value
 // behaves as a missing registry key.
@@ -92,6 +95,12 @@ class ZT_EXPORT Env {
   virtual std::error_code CopyFile(const std::string& from, const std::string& to);
   // Removes the file (or link) at `path`; a folder is never removed.
   virtual std::error_code RemoveFile(const std::string& path);
+
+  // The person at the keyboard (see <zt/user_interaction.h>): by default the controlling
+  // terminal, "cancelled" without one.
+  virtual IZtPrompt& Prompt();
+  // Datagrams to the network (see <zt/datagram.h>): by default real UDP sockets.
+  virtual IZtDatagramTransport& Datagrams();
 };
 
 // An Env that forwards every call to another one; tests derive from it and override the pieces
@@ -117,6 +126,8 @@ class ZT_EXPORT EnvWrapper : public Env {
     return target_.CopyFile(from, to);
   }
   std::error_code RemoveFile(const std::string& path) override { return target_.RemoveFile(path); }
+  IZtPrompt& Prompt() override { return target_.Prompt(); }
+  IZtDatagramTransport& Datagrams() override { return target_.Datagrams(); }
 
  protected:
   Env& target() { return target_; }

@@ -9,6 +9,7 @@
 #include "zt/event_logger.h"
 #include "zt/resources.h"
 #include "zt/trap.h"
+#include "zt/user_interaction.h"
 #include "zt/variant.h"
 #include "zt/version.h"
 
@@ -29,5 +30,7 @@
 #include "zt/recordset/recordset_utils.h"
 #include "zt/schema/data_type.h"
 #include "zt/schema/dt_mgr.h"
+#include "zt/sqlserver/discovery.h"
+#include "zt/sqlserver/sql_server.h"
 #include "zt/text.h"
 #include "zt/xml/xml_manip.h"

@@ -43,6 +43,12 @@ const std::map<std::int32_t, std::string_view>& NumberedStrings() {
       // PostgreSQL (provider type 32): provider name and prefix.
       {10458, "PostgreSQL"},
       {10459, "PostgreSQL"},
+      // SQL Server discovery: the hosts asked (separated by ",", each "host" or "host:port";
+      // the broadcast address asks every machine of the local network) and the milliseconds
+      // answers are waited for; then the seconds a SQL Server login may take.
+      {10470, "255.255.255.255"},
+      {10471, "1000"},
+      {10472, "15"},
   };
   return table;
 }
@@ -86,6 +92,8 @@ const std::map<std::string, std::string_view, std::less<>>& NamedMessages() {
       {"tslSetTesselPermissionsInSQLServerError",
        "The application login could not be given its permissions on the SQL Server."},
       {"tslAddLoginError", "The login could not be added to the SQL Server."},
+      {"ERR_SQLSVR_VERSION_UNREADABLE", "The SQL Server version cannot be read from: %1"},
+      {"ERR_SQLSVR_BAD_NAME", "%1 cannot be passed to the server's command shell: %2"},
       {"tslInitializeSqlServerErr",
        "The SQL Server has not been prepared for use by the application."},
       {"tslAskSetPropertiesSqlServer",

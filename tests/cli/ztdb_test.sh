@@ -8,7 +8,7 @@ ztdb=$(realpath "$1")
 shift
 groups=("$@")
 [[ ${#groups[@]} -eq 0 ]] && groups=(usage url deletes compact interrupt folder create validate versions schema records copy definitions
-  dataviews settings xml servers)
+  dataviews settings xml sqlserver servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
@@ -838,6 +838,64 @@ test_xml() {
     expect_out "^$rows records exported" "export of the imported table on ${url%%:*}"
     run --store "${url%%|*}" drop-table "$t" --yes
   done
+}
+
+test_sqlserver() {
+  # No SQL Server runs here: the statements are checked with --dry-run, the failures against
+  # closed loopback ports, discovery against a small browser responder.
+  run sqlserver -s db1 --dry-run init
+  expect_rc 0 "sqlserver init --dry-run"
+  expect_out "^SELECT @@version$" "init asks the version first"
+  expect_out "^sp_addlogin \\[tesselapplication\\],\\[\\*{8}\\]$" "init adds the application login, password hidden"
+  expect_out "^sp_addsrvrolemember \\[tesselapplication\\], 'sysadmin'$" "init gives the login its rights"
+  expect_out "^xp_loginconfig 'login mode'$" "init checks the security mode"
+  [[ $(grep -c . <<<"$out") -eq 5 ]] || fail "init sends five statements: $out"
+  run sqlserver -s db1 --dry-run create-db Help --file 'D:\Data\Help.mdf'
+  [[ $out == "CREATE DATABASE [Help] ON (NAME =[Help_dat] ,FILENAME ='D:\Data\Help.mdf' )" ]] ||
+    fail "create-db without sizes: $out"
+  run sqlserver -s db1 --dry-run create-db Help --file 'D:\H.mdf' --size 10 --maxsize 50 --growth 15
+  expect_out ",SIZE =10 ,MAXSIZE = 50 ,FILEGROWTH = 15%\\)$" "create-db with sizes"
+  run sqlserver -s db1 --dry-run roster Help
+  expect_out "spid<>@@spid AND rtrim\\(hostname\\)<>''$" "roster leaves out its own connection"
+  run sqlserver -s db1 --dry-run add-login helpdesk
+  expect_out "^sp_password NULL,\\[\\*{8}\\],\\[helpdesk\\]$" "add-login hides the password"
+  # Passwords never come from the command line; a server is needed.
+  run sqlserver -s db1 add-login helpdesk --password x
+  expect_rc 2 "a password option does not exist"
+  run sqlserver check
+  expect_rc 2 "check without a server"
+  run sqlserver -s 127.0.0.1,1 check </dev/null
+  expect_rc 1 "no password and no terminal"
+  expect_err "no password" "says why"
+  ZTDB_PASSWORD=Cli-Secr3t run sqlserver -s 127.0.0.1,1 --timeout 3 --yes drop-db Help
+  expect_rc 1 "drop-db on a closed port"
+  expect_err "Unable to connect" "the driver's reason"
+  expect_err "Data Source=127.0.0.1,1;.*Pwd=\\*" "the masked connection text"
+  grep -q "Cli-Secr3t" <<<"$out$err" && fail "the password was shown"
+  # Discovery: a responder on a free loopback port answers with two instances.
+  local port_file="$work/browser.port"
+  python3 - "$port_file" <<'PY' &
+import socket, sys
+s = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+s.bind(("127.0.0.1", 0))
+open(sys.argv[1], "w").write(str(s.getsockname()[1]))
+s.settimeout(20)
+data = (b"ServerName;DB1;InstanceName;MSSQLSERVER;IsClustered;No;Version;16.0.1000.6;tcp;1433;;"
+        b"ServerName;DB1;InstanceName;HELPDESK;IsClustered;No;Version;15.0.2000.5;tcp;50123;;")
+req, peer = s.recvfrom(16)
+if req == b"\x03":
+    s.sendto(b"\x05" + len(data).to_bytes(2, "little") + data, peer)
+PY
+  local responder=$!
+  for _ in $(seq 50); do [[ -s $port_file ]] && break; sleep 0.1; done
+  run sqlserver list-servers --target "127.0.0.1:$(cat "$port_file")" --wait 500 --json
+  expect_rc 0 "list-servers"
+  expect_out '"name": "DB1\\\\HELPDESK"' "the named instance is listed"
+  expect_out '"tcp_port": "1433"' "the default instance is listed"
+  wait "$responder"
+  run sqlserver list-servers --target "127.0.0.1:$(cat "$port_file")" --wait 200
+  expect_rc 0 "list-servers without an answer"
+  expect_out "No SQL Server answered" "an empty list is said"
 }
 
 test_servers() {

@@ -40,6 +40,7 @@ int main(int argc, char** argv) {
   for (auto& c : ztdb::DataViewCommands()) commands.push_back(std::move(c));
   for (auto& c : ztdb::SettingsCommands()) commands.push_back(std::move(c));
   for (auto& c : ztdb::XmlCommands()) commands.push_back(std::move(c));
+  for (auto& c : ztdb::SqlServerCommands()) commands.push_back(std::move(c));
   std::vector<CLI::App*> subs;
   for (const auto& c : commands) {
     CLI::App* sub = app.add_subcommand(c.name, c.help);

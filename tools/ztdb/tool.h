@@ -93,6 +93,7 @@ std::vector<Command> SettingsCommands();
 void AddSampleSettings(zt::Connection& c);
 
 std::vector<Command> XmlCommands();
+std::vector<Command> SqlServerCommands();
 
 // The tool's answer on a terminal (yes/no) before a destructive change on a server. Without a
 // terminal there is nobody to ask and the answer is yes; --yes skips the question.
