@@ -31,6 +31,7 @@ static_assert(
               zt::IZtDataViewCol, zt::IZtProperty, zt::IZtPropertyCol, zt::IZtExtendedProperties>);
 static_assert(kDeclared<zt::CZTADOUtilities, zt::CZtDAOUtilities, zt::CZtRSRecUtils,
                         zt::CZtRecordMgr, zt::CZtXMLManip>);
+static_assert(kDeclared<zt::CZtSQLServer, zt::IZtSQLSvrAdminHelper, zt::CZtDialog>);
 
 }  // namespace
 
