@@ -92,6 +92,11 @@ class ZT_EXPORT Env {
   virtual std::error_code CopyFile(const std::string& from, const std::string& to);
   // Removes the file (or link) at `path`; a folder is never removed.
   virtual std::error_code RemoveFile(const std::string& path);
+  // The whole content of a regular file, or nullopt when it is missing or cannot be read.
+  virtual std::optional<std::string> ReadFile(const std::string& path);
+  // Replaces the content of `path` with `text` in one step (a sibling file renamed over it), so
+  // a reader sees either the old or the new content, never half of it.
+  virtual std::error_code ReplaceFile(const std::string& path, const std::string& text);
 };
 
 // An Env that forwards every call to another one; tests derive from it and override the pieces
@@ -117,6 +122,12 @@ class ZT_EXPORT EnvWrapper : public Env {
     return target_.CopyFile(from, to);
   }
   std::error_code RemoveFile(const std::string& path) override { return target_.RemoveFile(path); }
+  std::optional<std::string> ReadFile(const std::string& path) override {
+    return target_.ReadFile(path);
+  }
+  std::error_code ReplaceFile(const std::string& path, const std::string& text) override {
+    return target_.ReplaceFile(path, text);
+  }
 
  protected:
   Env& target() { return target_; }
