@@ -76,7 +76,10 @@ const Registrar<CZtField> kField("CZtField", [](auto& t) {
              bool force_text, const std::shared_ptr<CZtDataStoreCollection>& stores, bool utf8) {
             return f.GenerateHtmlCode(type16, others, value, select_tag, force_text, stores.get(),
                                       utf8);
-          })
+          },
+          // Every argument may be left out; the connections and the collection may be Nothing,
+          // for field types that need none of them.
+          server::Defaults{{Variant(), Variant(), Variant(), false, false, Variant(), false}})
       .Method("FromString", &F::FromString)
       .Prop("MacroCollection", &F::MacroCollection, &F::MacroCollection)
       .Prop("WhereDefinition", &F::WhereDefinition, &F::WhereDefinition)

@@ -36,9 +36,13 @@ namespace zt::server {
 template <class T>
 class Boxed final : public Object {
  public:
-  std::string TypeName() const override { return type_name; }
+  std::string TypeName() const override { return Name(); }
   T value;
-  inline static std::string type_name;
+  // A function's static, so that the registrar's assignment cannot run before it is built.
+  static std::string& Name() {
+    static std::string name;
+    return name;
+  }
 };
 
 template <class T>
@@ -176,6 +180,11 @@ inline const Variant& ArgAt(Args args, std::size_t i) {
   return i < args.size() ? args[i] : kMissing;
 }
 
+template <class T>
+struct IsObjectPointer : std::false_type {};
+template <class X>
+struct IsObjectPointer<std::shared_ptr<X>> : std::true_type {};
+
 template <class P>
 struct Param {
   using U = std::remove_cvref_t<P>;
@@ -185,14 +194,20 @@ struct Param {
   static constexpr bool kObjectRef = !Convertible<U> && std::is_polymorphic_v<U>;
   using Hold = std::conditional_t<kObjectRef, std::shared_ptr<U>, U>;
 
-  static Hold From(Args args, std::size_t i) {
+  // `required`: an object parameter that the caller must not leave Nothing (error 91), as
+  // members dereference what they are given; optional ones and assigned values may be Nothing.
+  static Hold From(Args args, std::size_t i, bool required) {
     if constexpr (kObjectRef) {
       auto p = Conv<std::shared_ptr<U>>::From(ArgAt(args, i));
       if (!p) rt::Raise(rt::kObjectNotSet);
       return p;
     } else {
       static_assert(Convertible<U>, "a member table parameter has no Variant form: use a lambda");
-      return Conv<U>::From(ArgAt(args, i));
+      U value = Conv<U>::From(ArgAt(args, i));
+      if constexpr (IsObjectPointer<U>::value) {
+        if (required && !value) rt::Raise(rt::kObjectNotSet);
+      }
+      return value;
     }
   }
   static decltype(auto) Pass(Hold& held) {
@@ -241,9 +256,9 @@ struct CallableSignature<F> : Signature<F> {
 
 template <class T, class F, class R, class... A, std::size_t... I>
 Variant CallWith(const F& f, Object& object, [[maybe_unused]] Args args,
-                 std::index_sequence<I...>) {
+                 [[maybe_unused]] std::size_t required, std::index_sequence<I...>) {
   T& self = SelfOf<T>(object);
-  std::tuple<typename Param<A>::Hold...> held{Param<A>::From(args, I)...};
+  std::tuple<typename Param<A>::Hold...> held{Param<A>::From(args, I, I < required)...};
   Variant result;
   if constexpr (std::is_void_v<R>) {
     std::invoke(f, self, Param<A>::Pass(std::get<I>(held))...);
@@ -273,9 +288,10 @@ MemberInfo MakeMember(std::string name, MemberKind kind, F f, Defaults defaults)
     std::uint32_t bit = 1;
     ((m.out_mask |= Param<A>::kByRef ? bit : 0, bit <<= 1), ...);
     const auto max = static_cast<std::size_t>(m.max_args);
-    m.call = [f, max, tail = std::move(defaults.values)](Object& object, Args args) {
+    const auto required = kind == MemberKind::Put ? 0 : static_cast<std::size_t>(m.min_args);
+    m.call = [f, max, required, tail = std::move(defaults.values)](Object& object, Args args) {
       auto call = [&](Args full) {
-        return CallWith<T, F, typename Sig::Result, A...>(f, object, full,
+        return CallWith<T, F, typename Sig::Result, A...>(f, object, full, required,
                                                           std::index_sequence_for<A...>{});
       };
       if (args.size() >= max || tail.empty()) return call(args);
@@ -357,7 +373,7 @@ struct Registrar {
     if constexpr (std::is_default_constructible_v<T>) {
       factory = [] { return std::shared_ptr<Object>(std::make_shared<Stored<T>>()); };
     }
-    if constexpr (!std::is_base_of_v<Object, T>) Boxed<T>::type_name = name;
+    if constexpr (!std::is_base_of_v<Object, T>) Boxed<T>::Name() = name;
     Table<T> table(RegisterClass(std::move(name), typeid(Stored<T>), std::move(factory)));
     fill(table);
   }

@@ -205,7 +205,9 @@ TEST(LateBound, TypicalRequestThroughTheFactoryOnSQLite) {
         "INSERT INTO [tblDataView] VALUES (2, 1, 8, 'Ticket details', 'Open tickets')"}) {
     std::vector<Variant> args{sql, Variant()};
     server::Invoke(*cn, "Execute", args);
-    if (std::string(sql).rfind("INSERT", 0) == 0) EXPECT_EQ(args[1].ToInt32(), 1);
+    if (std::string(sql).rfind("INSERT", 0) == 0) {
+      EXPECT_EQ(args[1].ToInt32(), 1);  // the by-reference count of rows
+    }
   }
   auto views = server::CreateObject("ZtDBTools404.CZtDataViewCol");
   std::vector<Variant> from{Variant(ds)};
