@@ -364,14 +364,18 @@ class Table {
   ClassInfo& info_;
 };
 
+// Whether hosts may create the class by ProgID, or only receive its objects from members.
+enum class Creation { kByProgId, kFromMembersOnly };
+
 // Declares a class and its table at load time.
 template <class T>
 struct Registrar {
   template <class Fill>
-  Registrar(std::string name, Fill fill) {
+  Registrar(std::string name, Fill fill, Creation creation = Creation::kByProgId) {
     ClassInfo::Factory factory;
     if constexpr (std::is_default_constructible_v<T>) {
-      factory = [] { return std::shared_ptr<Object>(std::make_shared<Stored<T>>()); };
+      if (creation == Creation::kByProgId)
+        factory = [] { return std::shared_ptr<Object>(std::make_shared<Stored<T>>()); };
     }
     if constexpr (!std::is_base_of_v<Object, T>) Boxed<T>::Name() = name;
     Table<T> table(RegisterClass(std::move(name), typeid(Stored<T>), std::move(factory)));

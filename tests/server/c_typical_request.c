@@ -147,6 +147,7 @@ static void postgresql_store(void) {
   put_string(ds, "Password", password ? password : "");
   typical_request(ds, "INTEGER", "VARCHAR(255)");
   zt_release(ds);
+  printf("PostgreSQL: typical request run\n");
 }
 
 static void errors_come_back_as_values(void) {

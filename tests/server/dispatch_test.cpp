@@ -70,21 +70,46 @@ TEST(ClassFactory, EveryPublicClassIsCreatableByProgIdAndBareName) {
   EXPECT_EQ(ErrorNumberOf([] { server::CreateObject("Other.CZtDataStore"); }), 429);
 }
 
+// A data store on a new SQLite file in `dir`, through the factory.
+std::shared_ptr<Object> SqliteStore(const fs::path& dir, bool create) {
+  auto ds = server::CreateObject("ZtDBTools404.CZtDataStore");
+  server::PutProperty(*ds, "GeneralProviderType", 1);
+  server::PutProperty(*ds, "Location", dir.string());
+  server::PutProperty(*ds, "DataStoreName", "helpdesk.db");
+  if (create) server::Invoke(*ds, "CreatePhysicalDataStore");
+  return ds;
+}
+
+std::shared_ptr<Object> OpenConnection(const std::shared_ptr<Object>& ds) {
+  std::vector<Variant> mode{1};
+  return server::Invoke(*ds, "GetConnection", mode).AsObject();
+}
+
 // Walks every table: each member of each class is called with as many Empty arguments as it
 // takes. Whatever the member then does with them, the dispatcher must have reached it: neither
-// 438 nor 450 may come back, and nothing but a ZtError may leave it.
+// 438 nor 450 may come back, and nothing but a ZtError may leave it. Classes that hosts only
+// receive from members are made the way hosts get them.
 TEST(MemberTables, EveryMemberOfEveryClassIsReachable) {
   testing::RecordingEnv env;
   env.capture_files = true;
   const fs::path scratch = ScratchFolder("walk");
   const auto previous = fs::current_path();
   fs::current_path(scratch);
+  SqliteStore(scratch, true);
+  auto make = [&](const server::ClassInfo& info) -> std::shared_ptr<Object> {
+    if (info.Creatable()) return info.Create();
+    auto cn = OpenConnection(SqliteStore(scratch, false));
+    if (info.Name() == "Connection") return cn;
+    std::vector<Variant> sql{"SELECT 1 AS [a]"};
+    if (info.Name() == "Recordset") return server::Invoke(*cn, "Execute", sql).AsObject();
+    return nullptr;
+  };
   std::size_t reached = 0;
   for (const auto* info : server::Classes()) {
-    if (!info->Creatable()) continue;
     for (const auto& member : info->Members()) {
       SCOPED_TRACE(info->Name() + "." + member.name);
-      auto object = info->Create();
+      auto object = make(*info);
+      ASSERT_TRUE(object) << "no way to make one";
       std::vector<Variant> args(static_cast<std::size_t>(member.max_args));
       try {
         server::Dispatch(*object, member.name, member.kind, args);
@@ -190,14 +215,10 @@ TEST(LateBound, ValuesObjectsAndByReferenceArgumentsCrossAsVariants) {
 TEST(LateBound, TypicalRequestThroughTheFactoryOnSQLite) {
   testing::RecordingEnv env;
   const fs::path dir = ScratchFolder("typical");
-  auto ds = server::CreateObject("ZtDBTools404.CZtDataStore");
-  server::PutProperty(*ds, "GeneralProviderType", 1);
-  server::PutProperty(*ds, "Location", dir.string());
-  server::PutProperty(*ds, "DataStoreName", "helpdesk.db");
-  server::Invoke(*ds, "CreatePhysicalDataStore");
-  std::vector<Variant> mode{1};
-  auto cn = server::Invoke(*ds, "GetConnection", mode).AsObject();
+  auto ds = SqliteStore(dir, true);
+  auto cn = OpenConnection(ds);
   ASSERT_TRUE(cn);
+  EXPECT_EQ(cn->TypeName(), "Connection");
   for (const char* sql :
        {"CREATE TABLE [tblDataView] ([nID] INTEGER NOT NULL PRIMARY KEY, [nDefaultQueryID] "
         "INTEGER, [nDefaultOrder] INTEGER, [tName] TEXT(50), [tDescription] TEXT(255))",
