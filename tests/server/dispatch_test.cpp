@@ -165,6 +165,13 @@ TEST(LateBound, ErrorsCarryTheNumbersALateBoundCallerExpects) {
   auto views = server::CreateObject("CZtDataViewCol");
   EXPECT_EQ(ErrorNumberOf([&] { server::Invoke(*views, "Load", not_a_store); }), 13);
 
+  // Nothing where a member needs an object is error 91, not a crash inside the member.
+  std::vector<Variant> nothing{Variant(), "tblTickets"};
+  auto schema = server::CreateObject("CZtDTMgr");
+  EXPECT_EQ(ErrorNumberOf([&] { server::Invoke(*schema, "TableExists", nothing); }), 91);
+  std::vector<Variant> no_store{Variant()};
+  EXPECT_EQ(ErrorNumberOf([&] { server::Invoke(*views, "Load", no_store); }), 91);
+
   // A member's own failure comes back with its five values.
   std::vector<Variant> bad_type{"ProviderType=3;Location=x"};
   try {
