@@ -8,6 +8,7 @@
 #include <fstream>
 #include <set>
 
+#include "support/engines.h"
 #include "support/test_env.h"
 #include "zt/error.h"
 #include "zt/variant.h"
@@ -219,34 +220,55 @@ TEST(LateBound, ValuesObjectsAndByReferenceArgumentsCrossAsVariants) {
   EXPECT_TRUE(server::Invoke(*views, "Keys").IsArray());
 }
 
-TEST(LateBound, TypicalRequestThroughTheFactoryOnSQLite) {
+// The host's typical request on every live engine, all of it through the factory: a data store
+// described property by property, a data-view collection loaded from it.
+class TypicalRequest : public ::testing::TestWithParam<testing::Engine> {};
+
+TEST_P(TypicalRequest, LoadsTheDataViewsOfAStoreDescribedLateBound) {
+  const testing::Engine& engine = GetParam();
+  ZT_NEED_ENGINE(engine.Available(), engine.name);
   testing::RecordingEnv env;
   const fs::path dir = ScratchFolder("typical");
-  auto ds = SqliteStore(dir, true);
+  auto wanted = engine.MakeStore(dir.string());
+  auto ds = server::CreateObject("ZtDBTools404.CZtDataStore");
+  server::PutProperty(*ds, "GeneralProviderType", wanted->GeneralProviderType());
+  for (const char* name : {"Location", "DataStoreName", "UserName", "Password", "ODBCDriver"})
+    server::PutProperty(*ds, name, server::GetProperty(*wanted, name));
+  if (engine.is_file) server::Invoke(*ds, "CreatePhysicalDataStore");
   auto cn = OpenConnection(ds);
   ASSERT_TRUE(cn);
   EXPECT_EQ(cn->TypeName(), "Connection");
-  for (const char* sql :
-       {"CREATE TABLE [tblDataView] ([nID] INTEGER NOT NULL PRIMARY KEY, [nDefaultQueryID] "
-        "INTEGER, [nDefaultOrder] INTEGER, [tName] TEXT(50), [tDescription] TEXT(255))",
-        "INSERT INTO [tblDataView] VALUES (1, 0, 2, 'Tickets', 'Every ticket')",
-        "INSERT INTO [tblDataView] VALUES (2, 1, 8, 'Ticket details', 'Open tickets')"}) {
+  auto execute = [&](const std::string& sql) {
     std::vector<Variant> args{sql, Variant()};
     server::Invoke(*cn, "Execute", args);
-    if (std::string(sql).rfind("INSERT", 0) == 0) {
-      EXPECT_EQ(args[1].ToInt32(), 1);  // the by-reference count of rows
-    }
+    return args[1].ToInt32();  // the by-reference count of rows
+  };
+  try {
+    execute("DROP TABLE [tblDataView]");
+  } catch (const ZtError&) {
   }
+  execute("CREATE TABLE [tblDataView] ([nID] " + engine.t_int + " NOT NULL PRIMARY KEY, " +
+          "[nDefaultQueryID] " + engine.t_int + ", [nDefaultOrder] " + engine.t_int + ", [tName] " +
+          engine.t_text50 + ", [tDescription] " + engine.t_text50 + ")");
+  EXPECT_EQ(execute("INSERT INTO [tblDataView] VALUES (1, 0, 2, 'Tickets', 'Every ticket')"), 1);
+  EXPECT_EQ(execute("INSERT INTO [tblDataView] VALUES (2, 1, 8, 'Ticket details', 'Open')"), 1);
+
   auto views = server::CreateObject("ZtDBTools404.CZtDataViewCol");
   std::vector<Variant> from{Variant(ds)};
   server::Invoke(*views, "Load", from);
   EXPECT_EQ(server::GetProperty(*views, "Count").ToInt32(), 2);
   std::vector<Variant> key{2};
   auto second = server::Invoke(*views, "Item", key).AsObject();
+  ASSERT_TRUE(second);
   EXPECT_EQ(server::GetProperty(*second, "Name").ToText(), "Ticket details");
+  EXPECT_EQ(server::GetProperty(*second, "Order").ToInt32(), 8);
+  execute("DROP TABLE [tblDataView]");
   server::Invoke(*ds, "CloseConnections");
   fs::remove_all(dir);
 }
+
+INSTANTIATE_TEST_SUITE_P(Engines, TypicalRequest, ::testing::ValuesIn(testing::LiveEngines()),
+                         [](const auto& info) { return info.param.name; });
 
 TEST(ClassFactory, LibraryCanUnloadOnlyWhenNoObjectLives) {
   testing::RecordingEnv env;
