@@ -95,6 +95,11 @@ class ZT_EXPORT Env {
   virtual std::error_code CopyFile(const std::string& from, const std::string& to);
   // Removes the file (or link) at `path`; a folder is never removed.
   virtual std::error_code RemoveFile(const std::string& path);
+  // The whole content of a regular file, or nullopt when it is missing or cannot be read.
+  virtual std::optional<std::string> ReadFile(const std::string& path);
+  // Replaces the content of `path` with `text` in one step (a sibling file renamed over it), so
+  // a reader sees either the old or the new content, never half of it.
+  virtual std::error_code ReplaceFile(const std::string& path, const std::string& text);
 
   // The person at the keyboard (see <zt/user_interaction.h>): by default the controlling
   // terminal, "cancelled" without one.
@@ -126,6 +131,12 @@ class ZT_EXPORT EnvWrapper : public Env {
     return target_.CopyFile(from, to);
   }
   std::error_code RemoveFile(const std::string& path) override { return target_.RemoveFile(path); }
+  std::optional<std::string> ReadFile(const std::string& path) override {
+    return target_.ReadFile(path);
+  }
+  std::error_code ReplaceFile(const std::string& path, const std::string& text) override {
+    return target_.ReplaceFile(path, text);
+  }
   IZtPrompt& Prompt() override { return target_.Prompt(); }
   IZtDatagramTransport& Datagrams() override { return target_.Datagrams(); }
 

@@ -125,7 +125,10 @@ inline constexpr std::int32_t kFileNotFound = 53;
 inline constexpr std::int32_t kPathFileAccess = 75;
 inline constexpr std::int32_t kObjectNotSet = 91;
 inline constexpr std::int32_t kInvalidUseOfNull = 94;
+inline constexpr std::int32_t kCannotCreateObject = 429;
 inline constexpr std::int32_t kActionNotSupported = 445;
+inline constexpr std::int32_t kMemberNotSupported = 438;
+inline constexpr std::int32_t kWrongArgumentCount = 450;
 inline constexpr std::int32_t kKeyAlreadyExists = 457;
 inline constexpr std::int32_t kElementNotFound = 32811;
 

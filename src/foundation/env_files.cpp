@@ -4,6 +4,8 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <system_error>
 
 #include "zt/env.h"
@@ -49,6 +51,35 @@ std::error_code Env::RemoveFile(const std::string& path) {
   // the caller's to take away.
   if (::unlink(path.c_str()) != 0) return LastError();
   return {};
+}
+
+std::optional<std::string> Env::ReadFile(const std::string& path) {
+  std::error_code ec;
+  if (!fs::is_regular_file(path, ec)) return std::nullopt;
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::nullopt;
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (in.bad()) return std::nullopt;
+  return text;
+}
+
+std::error_code Env::ReplaceFile(const std::string& path, const std::string& text) {
+  const std::string temp = path + ".new";
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    if (!out) return LastError();
+    out << text;
+    out.flush();
+    if (!out) {
+      auto ec = LastError();
+      ::unlink(temp.c_str());
+      return ec;
+    }
+  }
+  std::error_code ec;
+  fs::rename(temp, path, ec);
+  if (ec) ::unlink(temp.c_str());
+  return ec;
 }
 
 }  // namespace zt

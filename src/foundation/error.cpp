@@ -41,8 +41,14 @@ std::string Description(std::int32_t number) {
       return "Object variable or With block variable not set";
     case kInvalidUseOfNull:
       return "Invalid use of Null";
+    case kCannotCreateObject:
+      return "ActiveX component can't create object";
     case kActionNotSupported:
       return "Object doesn't support this action";
+    case kMemberNotSupported:
+      return "Object doesn't support this property or method";
+    case kWrongArgumentCount:
+      return "Wrong number of arguments or invalid property assignment";
     case kKeyAlreadyExists:
       return "This key is already associated with an element of this collection";
     case kElementNotFound:
