@@ -16,6 +16,7 @@
 // Layers above the foundation.
 #include "zt/config.h"
 #include "zt/config/settings.h"
+#include "zt/datagram.h"
 #include "zt/datastore.h"
 #include "zt/datastore/working_file.h"
 #include "zt/definitions/datastore_collection.h"
@@ -30,6 +31,7 @@
 #include "zt/recordset/recordset_utils.h"
 #include "zt/schema/data_type.h"
 #include "zt/schema/dt_mgr.h"
+#include "zt/server/dispatch.h"
 #include "zt/sqlserver/discovery.h"
 #include "zt/sqlserver/sql_server.h"
 #include "zt/text.h"

@@ -838,6 +838,7 @@ test_xml() {
     expect_out "^$rows records exported" "export of the imported table on ${url%%:*}"
     run --store "${url%%|*}" drop-table "$t" --yes
   done
+  unset ZTDB_PASSWORD # the groups share one shell
 }
 
 test_sqlserver() {
