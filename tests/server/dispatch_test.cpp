@@ -51,7 +51,8 @@ TEST(ClassFactory, EveryPublicClassIsCreatableByProgIdAndBareName) {
                                           "CZTADOUtilities", "CZtDAOUtilities",
                                           "CZtRSRecUtils",   "CZtRecordMgr",
                                           "CZtXMLManip",     "CZtDataStoreCollection",
-                                          "CZtEventLogger",  "CZtGlobalSettings"};
+                                          "CZtEventLogger",  "CZtGlobalSettings",
+                                          "CZtSQLServer"};
   std::set<std::string> found;
   for (const auto* info : server::Classes()) found.insert(info->Name());
   for (const auto& name : expected) {
