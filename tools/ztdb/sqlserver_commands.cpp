@@ -334,8 +334,16 @@ std::vector<Command> SqlServerCommands() {
     app.add_option("--timeout", o.timeout, "Login time-out in seconds");
     app.add_flag("--dry-run", o.dry_run, "Print the T-SQL instead of sending it");
     app.add_flag("-y,--yes", o.yes, "Do not ask before dropping or detaching");
+    // The tool's footer speaks of data stores; a server group takes none.
+    static const char* const kFooter =
+        "Server options (-s/--server, -u/--login, --password-env, --timeout, --dry-run, --yes):\n"
+        "see 'ztdb sqlserver --help'; they may stand before or after the subcommand. Passwords\n"
+        "come from the environment or the terminal, never from the command line.\n"
+        "Exit status: 0 done, 1 failed, 2 wrong usage.";
+    app.footer(kFooter);
     for (auto& s : Subcommands()) {
       CLI::App* sub = app.add_subcommand(s.name, s.help);
+      sub->footer(kFooter);
       sub->fallthrough();
       if (s.options) s.options(*sub);
       sub->callback([name = std::string(s.name)] { Opts().chosen = name; });
