@@ -21,6 +21,7 @@
 // Errors of the library are raised as ztdbtools.ZtError with number, source, description,
 // help_file and help_context (and sql_state, native_error for an engine's errors). A member the
 // object does not have (438) is also an AttributeError, so hasattr() and getattr(o, n, d) work.
+#include <pybind11/eval.h>
 #include <pybind11/pybind11.h>
 
 #include <cstdint>
@@ -176,7 +177,7 @@ py::object ToPython(const Variant& v) {
     case VarType::Array: {
       py::list out;
       for (const Variant& item : v.AsArray()->items) out.append(ToPython(item));
-      return std::move(out);
+      return out;
     }
   }
   return py::none();
@@ -201,10 +202,12 @@ py::object Call(const Handle& h, const std::string& name, server::MemberKind kin
   for (py::handle a : py_args) args.push_back(ToVariant(a));
   const server::MemberInfo* member = MemberFor(h, name, kind);
   const std::uint32_t by_ref = member ? member->out_mask : 0;
-  // By-reference parameters left out at the end are passed Empty, so that their values come
-  // back; an optional by-value parameter in between keeps its default, and stops this.
+  // Optional by-reference parameters left out at the end are passed Empty, so that their
+  // values come back; an optional by-value parameter in between keeps its default, and stops
+  // this. Required ones stay required (450), as for every other caller.
   if (member)
-    while (args.size() < static_cast<std::size_t>(member->max_args) && args.size() < 32 &&
+    while (args.size() >= static_cast<std::size_t>(member->min_args) &&
+           args.size() < static_cast<std::size_t>(member->max_args) && args.size() < 32 &&
            ((by_ref >> args.size()) & 1u) != 0)
       args.emplace_back();
   py::object result = ToPython(server::Dispatch(h.object(), name, kind, args));
@@ -244,7 +247,7 @@ const char* KindName(server::MemberKind kind) {
 
 // The exception classes, written in Python so that they behave as Python programs expect
 // (pickling, str(), keyword construction).
-constexpr const char* kErrorClasses = R"(
+constexpr const char* kErrorClasses = R"py(
 class ZtError(Exception):
     """An error of the library, with the five values of the old run time's Err object."""
 
@@ -265,7 +268,7 @@ class ZtError(Exception):
 
 class ZtMemberError(ZtError, AttributeError):
     """The object has no member of that name (error 438)."""
-)";
+)py";
 
 // The module, for the exception translator (which cannot capture). Not owning: the module
 // stays in sys.modules until the interpreter ends.
@@ -274,7 +277,7 @@ py::handle g_module;
 void RaiseInPython(const zt::ZtError& e) {
   const char* cls = e.Number() == zt::rt::kMemberNotSupported ? "ZtMemberError" : "ZtError";
   py::object error = g_module.attr(cls)(e.Number(), e.Source(), e.Description(), e.HelpFile(),
-                                 e.HelpContext(), e.SqlState(), e.NativeError());
+                                        e.HelpContext(), e.SqlState(), e.NativeError());
   PyErr_SetObject(error.get_type().ptr(), error.ptr());
 }
 
@@ -318,9 +321,9 @@ PYBIND11_MODULE(ztdbtools, m) {
              const server::MemberInfo* method =
                  info ? info->Find(name, server::MemberKind::Method) : nullptr;
              if (!get && !method) zt::rt::Raise(zt::rt::kMemberNotSupported);
-             return py::cast(BoundMember{std::move(self), method ? method->name : get->name,
-                                         method ? server::MemberKind::Method
-                                                : server::MemberKind::Get});
+             return py::cast(
+                 BoundMember{std::move(self), method ? method->name : get->name,
+                             method ? server::MemberKind::Method : server::MemberKind::Get});
            })
       .def("__setattr__",
            [](const Handle& h, const std::string& name, py::handle value) {
@@ -333,9 +336,8 @@ PYBIND11_MODULE(ztdbtools, m) {
                     other.cast<const Handle&>().shared() == h.shared();
            })
       .def("__hash__", [](const Handle& h) { return std::hash<const void*>{}(h.shared().get()); })
-      .def("__repr__", [](const Handle& h) {
-        return "<ztdbtools." + h.object().TypeName() + " object>";
-      });
+      .def("__repr__",
+           [](const Handle& h) { return "<ztdbtools." + h.object().TypeName() + " object>"; });
 
   m.def(
       "create", [](const std::string& prog_id) { return Wrap(server::CreateObject(prog_id)); },
@@ -373,9 +375,9 @@ PYBIND11_MODULE(ztdbtools, m) {
       py::arg("name"),
       "A class's table: name, prog_id, creatable and members as (name, kind, min_args, "
       "max_args, by_ref flags per parameter).");
-  m.def("type_name", [](const Handle& h) { return h.object().TypeName(); },
-        "The class name of an object of the library.");
-  m.def("live_objects", &server::LiveObjects,
-        "Objects handed out to hosts and not yet released.");
+  m.def(
+      "type_name", [](const Handle& h) { return h.object().TypeName(); },
+      "The class name of an object of the library.");
+  m.def("live_objects", &server::LiveObjects, "Objects handed out to hosts and not yet released.");
   m.def("can_unload_now", &server::CanUnloadNow, "True when no object of the library is live.");
 }

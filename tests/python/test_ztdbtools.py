@@ -100,8 +100,11 @@ def test_by_reference_arguments_come_back_as_a_tuple(sqlite_ds):
     assert setting.GetSettingValue(cn, 13, "kept") == (None, "kept")
 
     logger = ztdbtools.create("CZtEventLogger")
-    _, event_type, level = logger.LogEvent("hello from Python", None, 4, 0)
+    _, event_type, level = logger.LogEvent("hello from Python", 4, 0)
     assert (event_type, level) == (4, 1)
+    with pytest.raises(ztdbtools.ZtError) as caught:  # required ones stay required
+        logger.LogEvent("hello from Python")
+    assert caught.value.number == 450
 
 
 def test_values_round_trip(sqlite_ds):
