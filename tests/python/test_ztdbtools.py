@@ -52,11 +52,11 @@ def test_errors_reach_python_with_their_five_values(sqlite_ds):
     with pytest.raises(ztdbtools.ZtError) as caught:
         ztdbtools.create("CZtDTMgr").GetAllFieldsInfo(cn, "tblMissing")
     e = caught.value
-    assert e.number == 3265
+    assert e.number & 0xFFFF == 3265 and e.number < 0  # ADO's "item not found", 0x800A0CC1
     assert e.source and e.description
     assert isinstance(e.help_file, str) and isinstance(e.help_context, int)
     assert e.args == (e.number, e.source, e.description, e.help_file, e.help_context)
-    assert e.description in str(e) and "3265" in str(e)
+    assert e.description in str(e) and str(e.number) in str(e)
 
     # An engine's error keeps what the engine said.
     with pytest.raises(ztdbtools.ZtError) as caught:
@@ -155,6 +155,7 @@ def test_objects_expose_their_class_members():
     assert "ZtDBTools404.CZtDataStore" in prog_ids and "ZtDBTools404.CZtDataViewCol" in prog_ids
     assert all(p.startswith("ZtDBTools404.") for p in prog_ids)
 
+    gc.collect()  # what earlier tests left behind
     before = ztdbtools.live_objects()
     ds = ztdbtools.create("czTdataStore")
     assert ztdbtools.type_name(ds) == "CZtDataStore"
