@@ -290,7 +290,8 @@ PYBIND11_MODULE(ztdbtools, m) {
   m.attr("ZtMemberError").attr("__module__") = "ztdbtools";
 
   g_module = m;
-  py::register_exception_translator([](std::exception_ptr p) {
+  // Local: other pybind11 modules in the same interpreter keep their own translations.
+  py::register_local_exception_translator([](std::exception_ptr p) {
     try {
       if (p) std::rethrow_exception(p);
     } catch (const zt::ZtError& e) {
