@@ -64,6 +64,16 @@ mkdir "$prefix/cmake-db"
 fails cmake -S "$here/consumer" -B "$prefix/cmake-next" -DCMAKE_PREFIX_PATH="$prefix" \
   -DZT_WANT_VERSION=$((${version%%.*} + 1))
 
+# The Python module, where it was built: it imports from its installed folder, finds the
+# library under the prefix by itself, and has its type stubs beside it. (A sanitizer build's
+# module needs the sanitizer run time preloaded into Python; the pytest suite checks that one.)
+module=$(find "$prefix" -name 'ztdbtools.cpython-*.so' | head -1)
+if [[ -n $module && -z ${ZT_PROGRAM_FLAGS:-} ]]; then
+  [[ -f $(dirname "$module")/ztdbtools.pyi ]]
+  (cd / && PYTHONPATH=$(dirname "$module") "${ZT_PYTHON:-python3}" -c \
+    'import ztdbtools; assert "ZtDBTools404.CZtDataStore" in ztdbtools.classes()')
+fi
+
 # Internals stay inside the library: the file layer of the data store is not exported.
 fails grep -q "zt::ds::CreateSqliteFile" <(nm -DC --defined-only "$lib/libztdbtools.so")
 echo "installed ztdb runs from $prefix; programs build against the installed library with" \
