@@ -385,34 +385,14 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
     result.error = e.Description();
     Err().Clear();
   }
-  const auto drop_work = [&] {
-    try {
-      if (TableExists(cn, work)) DeleteTable(cn, work);
-    } catch (const ZtError&) {
-      Err().Clear();  // the copy's own error is the one to report
-    }
-  };
+  const auto drop_work = [&] { DropWorkTable(cn, work); };
   if (!ok) {
     drop_work();
     Log("Table Structure not Copied from " + source.DataStoreName() + " to " + table);
     return false;
   }
   try {
-    result.source_rows = CountRows(*source_cn, table);
-    copy_->table = table;
-    copy_->total = result.source_rows;
-    ReportProgress(0, false);
-    schema::StreamCopyOptions stream;
-    stream.limited_messages = UseLimitedErrorMessages();
-    stream.target_table = work;
-    stream.progress = [&](std::int64_t rows) { ReportProgress(rows, false); };
-    const schema::StreamCopyResult rows = schema::StreamTableRows(source_cn, cn, table, stream);
-    result.rows = rows.rows;
-    result.failed = rows.failed;
-    result.messages = rows.messages;
-    NoteFailedRecords(result, table);
-    copy_->copied = rows.rows;
-    copy_->failed = rows.failed;
+    StreamRowsInto(source_cn, table, cn, work, result);
     const bool replace = TableExists(cn, table);
     const bool indexes = (options & kCopyIndexes) != 0;
     // Indexes the target refuses are a structure that could not be copied, as when they come
@@ -467,7 +447,7 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
       }
     }
     if (replace) Log("Table [" + table + "] deleted.");
-    ReportProgress(rows.rows + rows.failed, true);
+    ReportProgress(result.rows + result.failed, true);
     copy_->table.clear();
   } catch (...) {
     copy_->table.clear();
@@ -477,26 +457,41 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
   return true;
 }
 
-void CZtDTMgr::AppendByStreaming(const std::shared_ptr<Connection>& source_cn,
-                                 const std::string& table, const std::shared_ptr<Connection>& cn,
-                                 TableCopyResult& result) {
+void CZtDTMgr::StreamRowsInto(const std::shared_ptr<Connection>& source_cn,
+                              const std::string& table, const std::shared_ptr<Connection>& cn,
+                              const std::string& into, TableCopyResult& result) {
   result.source_rows = CountRows(*source_cn, table);
   copy_->table = table;
   copy_->total = result.source_rows;
-  struct Reset {
-    CopyState& s;
-    ~Reset() { s.table.clear(); }
-  } reset{*copy_};
   ReportProgress(0, false);
   schema::StreamCopyOptions stream;
   stream.limited_messages = UseLimitedErrorMessages();
+  stream.target_table = into;
   stream.progress = [&](std::int64_t rows) { ReportProgress(rows, false); };
   const schema::StreamCopyResult rows = schema::StreamTableRows(source_cn, cn, table, stream);
   result.rows = copy_->copied = rows.rows;
   result.failed = copy_->failed = rows.failed;
   result.messages = rows.messages;
   NoteFailedRecords(result, table);
-  ReportProgress(rows.rows + rows.failed, true);
+}
+
+void CZtDTMgr::DropWorkTable(const std::shared_ptr<Connection>& cn, const std::string& work) {
+  try {
+    if (TableExists(cn, work)) DeleteTable(cn, work);
+  } catch (const ZtError&) {
+    Err().Clear();  // the copy's own outcome is the one to report
+  }
+}
+
+void CZtDTMgr::AppendByStreaming(const std::shared_ptr<Connection>& source_cn,
+                                 const std::string& table, const std::shared_ptr<Connection>& cn,
+                                 TableCopyResult& result) {
+  struct Reset {
+    CopyState& s;
+    ~Reset() { s.table.clear(); }
+  } reset{*copy_};
+  StreamRowsInto(source_cn, table, cn, {}, result);
+  ReportProgress(result.rows + result.failed, true);
 }
 
 bool CZtDTMgr::ReplaceRowsByStreaming(const std::shared_ptr<Connection>& source_cn,
@@ -515,57 +510,41 @@ bool CZtDTMgr::ReplaceRowsByStreaming(const std::shared_ptr<Connection>& source_
   } catch (const ZtError&) {
     Err().Clear();
   }
-  const auto drop_work = [&] {
-    try {
-      if (TableExists(cn, work)) DeleteTable(cn, work);
-    } catch (const ZtError&) {
-      Err().Clear();  // the copy's own outcome is the one to report
-    }
-  };
   if (!made) {
-    drop_work();
+    DropWorkTable(cn, work);
     return false;  // the record-by-record copy goes on without it
   }
   struct Reset {
     CopyState& s;
     ~Reset() { s.table.clear(); }
   } reset{*copy_};
+  bool swapped = false;
   try {
-    result.source_rows = CountRows(*source_cn, table);
-    copy_->table = table;
-    copy_->total = result.source_rows;
-    ReportProgress(0, false);
-    schema::StreamCopyOptions stream;
-    stream.limited_messages = UseLimitedErrorMessages();
-    stream.target_table = work;
-    stream.progress = [&](std::int64_t rows) { ReportProgress(rows, false); };
-    const schema::StreamCopyResult rows = schema::StreamTableRows(source_cn, cn, table, stream);
+    StreamRowsInto(source_cn, table, cn, work, result);
     cn->BeginTrans();
     try {
       RunStatement(*cn, "DELETE FROM " + Br(table));
       RunStatement(*cn, "INSERT INTO " + Br(table) + " SELECT * FROM " + Br(work));
       cn->CommitTrans();
+      swapped = true;
     } catch (const ZtError& e) {
       RollbackQuietly(*cn);
       const auto c = e.Category();
       if (c != ErrorCategory::kIntegrity && c != ErrorCategory::kData &&
           c != ErrorCategory::kOther && c != ErrorCategory::kNone)
         throw;
-      Err().Clear();  // a row the engine refuses: the record-by-record copy counts it
-      drop_work();
-      return false;
+      // A row the engine refuses: the record-by-record copy counts it, from a clean result.
+      Err().Clear();
+      result.rows = result.failed = 0;
+      result.messages.clear();
     }
-    result.rows = copy_->copied = rows.rows;
-    result.failed = copy_->failed = rows.failed;
-    result.messages = rows.messages;
-    NoteFailedRecords(result, table);
-    ReportProgress(rows.rows + rows.failed, true);
   } catch (...) {
-    drop_work();
+    DropWorkTable(cn, work);
     throw;
   }
-  drop_work();
-  return true;
+  DropWorkTable(cn, work);
+  if (swapped) ReportProgress(result.rows + result.failed, true);
+  return swapped;
 }
 
 // ---- Structure -------------------------------------------------------------------------------

@@ -317,6 +317,13 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   bool ReplaceRowsByStreaming(const std::shared_ptr<Connection>& source_cn,
                               const std::string& table, CZtDataStore& target,
                               TableCopyResult& result);
+  // The rows of `table` streamed into `into` ("" : the table of that name) on `cn`, with the
+  // progress reports and the result's counters and refusals.
+  void StreamRowsInto(const std::shared_ptr<Connection>& source_cn, const std::string& table,
+                      const std::shared_ptr<Connection>& cn, const std::string& into,
+                      TableCopyResult& result);
+  // Drops a working table if it is there; a failure is cleared, not raised.
+  void DropWorkTable(const std::shared_ptr<Connection>& cn, const std::string& work);
   // Rows added to an existing table on those engines: the bulk path straight into the table.
   void AppendByStreaming(const std::shared_ptr<Connection>& source_cn, const std::string& table,
                          const std::shared_ptr<Connection>& cn, TableCopyResult& result);
