@@ -14,6 +14,7 @@
 #include "engines.h"
 #include "platform/errors.h"
 #include "platform/odbc_driver.h"
+#include "support/loopback.h"
 #include "support/test_env.h"
 #include "zt/platform.h"
 
@@ -28,14 +29,7 @@ using Clock = std::chrono::steady_clock;
 class LoopbackPort {
  public:
   explicit LoopbackPort(bool listen_on) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
+    fd_ = BindLoopback(SOCK_STREAM, port_);
     if (listen_on) ::listen(fd_, 4);
   }
   ~LoopbackPort() { ::close(fd_); }
@@ -44,7 +38,7 @@ class LoopbackPort {
 
  private:
   int fd_ = -1;
-  int port_ = 0;
+  std::uint16_t port_ = 0;
 };
 
 std::string SqlServerString(int port, const std::string& extra = {}) {

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "admin_env.h"
+#include "support/loopback.h"
 #include "zt/config.h"
 #include "zt/sqlserver/sql_server.h"
 
@@ -31,14 +32,7 @@ std::string Response(const std::string& data, int announced = -1) {
 class BrowserResponder {
  public:
   explicit BrowserResponder(std::vector<std::string> answers) : answers_(std::move(answers)) {
-    fd_ = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
+    fd_ = BindLoopback(SOCK_DGRAM, port_);
     thread_ = std::thread([this] { Serve(); });
   }
   ~BrowserResponder() {

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "admin_env.h"
+#include "support/loopback.h"
 #include "zt/sqlserver/sql_server.h"
 
 namespace zt::testing {
@@ -23,14 +24,7 @@ class Listener {
   // every connection is accepted and closed at once; kSilent: connections are let in by the
   // kernel and never answered.
   explicit Listener(Kind kind) {
-    fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    ::bind(fd_, reinterpret_cast<sockaddr*>(&a), sizeof a);
-    socklen_t len = sizeof a;
-    ::getsockname(fd_, reinterpret_cast<sockaddr*>(&a), &len);
-    port_ = ntohs(a.sin_port);
+    fd_ = BindLoopback(SOCK_STREAM, port_);
     if (kind == kClosed) {
       ::close(fd_);
       fd_ = -1;
