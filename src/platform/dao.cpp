@@ -137,7 +137,7 @@ void Database::LoadTables() {
       Field f;
       f.table_ = &t;
       f.name_ = cols->Fields(0).Value().ToText();
-      const auto m = platform::MapTypeName(cols->Fields(1).Value().ToText(), 0, 0, 0, true);
+      const auto m = platform::MapSqliteTypeName(cols->Fields(1).Value().ToText());
       f.type_ = m.dao_type;
       f.size_ = DaoSize(m);
       f.required_ = cols->Fields(2).Value().ToInt32() != 0;

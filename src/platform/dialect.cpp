@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "platform/driver.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
 #include "platform/table_rebuild.h"
@@ -148,11 +149,51 @@ void RequireIndexKind(std::int32_t kind) {
              "(index kind " + std::to_string(kind) + ")");
 }
 
+// The first column of every row of `sql`.
+std::vector<std::string> Names(Connection& cn, const std::string& sql) {
+  auto rs = cn.Execute(sql);
+  std::vector<std::string> out;
+  for (; rs && rs->State() == ado::adStateOpen && !rs->Eof(); rs->MoveNext())
+    out.push_back(rs->Fields(0).Value().ToText());
+  return out;
+}
+
 // SQLite: declared types keep the Jet vocabulary, so that DAO type codes read back as they were
 // written. Columns are added, dropped and renamed in place; any other change rebuilds the table.
 class SqliteDialect : public Dialect {
  public:
   std::string_view Engine() const override { return "SQLite"; }
+  // Jet's names where Jet has the type, so that DAO codes read back; SQLite's own names keep
+  // their meaning (type_map.h). A decimal wider than a double is declared with text affinity
+  // ("DECIMAL TEXT(38,10)"), so the engine stores its digits instead of a rounded double.
+  const EngineTypes& Types() const override {
+    static constexpr EngineTypes kTypes = {"BIT",
+                                           "BYTE",
+                                           "SHORT",
+                                           "SHORT",
+                                           "LONG",
+                                           "BIGINT",
+                                           "SINGLE",
+                                           "DOUBLE",
+                                           "CURRENCY",
+                                           "DECIMAL(%p,%s)",
+                                           "DECIMAL TEXT(%p,%s)",
+                                           15,
+                                           15,
+                                           "DATETIME",
+                                           "DATETIME",
+                                           "DATETIME",
+                                           "CHAR(%)",
+                                           "TEXT(%)",
+                                           INT32_MAX,
+                                           "MEMO",
+                                           "BINARY(%)",
+                                           "VARBINARY(%)",
+                                           INT32_MAX,
+                                           "LONGBINARY",
+                                           "GUID"};
+    return kTypes;
+  }
   std::string ColumnType(std::int32_t dao_type, std::int32_t size) const override {
     static constexpr TypeNames kNames = {
         nullptr,    "BIT",   "BYTE", "SHORT",      "LONG", "CURRENCY", "SINGLE", "DOUBLE",
@@ -169,6 +210,17 @@ class SqliteDialect : public Dialect {
   std::string OpenProbe() const override { return "SELECT COUNT(*) FROM sqlite_master"; }
   std::string CreateDatabase(const std::string&) const override { return {}; }
   std::string DropDatabase(const std::string&) const override { return {}; }
+  std::vector<std::string> TablesChangedByDelete(Connection& cn,
+                                                 const std::string& table) const override {
+    // Relationships act only while the connection enforces them.
+    if (cn.Execute("PRAGMA foreign_keys")->Fields(0).Value().ToInt32() == 0) return {};
+    return Names(
+        cn,
+        "SELECT DISTINCT m.name FROM sqlite_master m JOIN pragma_foreign_key_list(m.name) f "
+        "WHERE m.type = 'table' AND f.\"table\" = " +
+            SqlLiteral(table) + " COLLATE NOCASE AND m.name <> " + SqlLiteral(table) +
+            " COLLATE NOCASE AND f.on_delete IN ('CASCADE', 'SET NULL', 'SET DEFAULT')");
+  }
 
   // A rebuild (platform/table_rebuild.h) run as one plan: nothing changes when a step fails.
   void RebuildTable(Connection& cn, const std::string& table, const std::string& column,
@@ -340,6 +392,36 @@ class SqliteDialect : public Dialect {
 class PostgresDialect : public Dialect {
  public:
   std::string_view Engine() const override { return "PostgreSQL"; }
+  // A name longer than NAMEDATALEN - 1 bytes is cut without a word.
+  std::size_t MaxNameBytes() const override { return 63; }
+  const EngineTypes& Types() const override {
+    static constexpr EngineTypes kTypes = {"BOOLEAN",
+                                           "SMALLINT",
+                                           "SMALLINT",
+                                           "SMALLINT",
+                                           "INTEGER",
+                                           "BIGINT",
+                                           "REAL",
+                                           "DOUBLE PRECISION",
+                                           "NUMERIC(19,4)",
+                                           "NUMERIC(%p,%s)",
+                                           "NUMERIC",
+                                           1000,
+                                           1000,
+                                           "TIMESTAMP(6)",
+                                           "DATE",
+                                           "TIME(6)",
+                                           "CHAR(%)",
+                                           "VARCHAR(%)",
+                                           10485760,
+                                           "TEXT",
+                                           "BYTEA",
+                                           "BYTEA",
+                                           0,
+                                           "BYTEA",
+                                           "CHAR(38)"};
+    return kTypes;
+  }
   std::string ColumnType(std::int32_t dao_type, std::int32_t size) const override {
     // TEXT takes no length on PostgreSQL; a Text field is VARCHAR(n), a Memo TEXT.
     static constexpr TypeNames kNames = {
@@ -373,6 +455,18 @@ class PostgresDialect : public Dialect {
     return OneStatement("DROP INDEX " + BracketName(rs->Fields(0).Value().ToText()) + "." +
                         BracketName(name));
   }
+  std::vector<std::string> TablesChangedByDelete(Connection& cn,
+                                                 const std::string& table) const override {
+    return Names(
+        cn,
+        "SELECT DISTINCT k.conrelid::regclass::text FROM pg_constraint k WHERE k.contype = "
+        "'f' AND k.confdeltype IN ('c', 'n', 'd') AND k.conrelid <> k.confrelid AND "
+        "k.confrelid IN (SELECT c.oid FROM pg_class c WHERE lower(c.relname) = lower(" +
+            SqlLiteral(table) + ") AND pg_table_is_visible(c.oid))");
+  }
+  std::string OrderByBytes(const std::string& column, bool text) const override {
+    return text ? column + " COLLATE \"C\"" : column;
+  }
   std::string MaintenanceDatabase() const override { return "postgres"; }
   std::string SizeQuery() const override { return "SELECT pg_database_size(current_database())"; }
   std::string RosterQuery() const override {
@@ -386,6 +480,48 @@ class MariaDbDialect : public Dialect {
  public:
   explicit MariaDbDialect(std::string_view engine) : engine_(engine) {}
   std::string_view Engine() const override { return engine_; }
+  std::size_t MaxNameBytes() const override { return 64; }
+  std::string OrderByBytes(const std::string& column, bool text) const override {
+    return text ? "BINARY " + column : column;
+  }
+  std::vector<std::string> TablesChangedByDelete(Connection& cn,
+                                                 const std::string& table) const override {
+    return Names(cn,
+                 "SELECT DISTINCT TABLE_NAME FROM information_schema.REFERENTIAL_CONSTRAINTS WHERE "
+                 "CONSTRAINT_SCHEMA = DATABASE() AND REFERENCED_TABLE_NAME = " +
+                     SqlLiteral(table) + " AND TABLE_NAME <> " + SqlLiteral(table) +
+                     " AND DELETE_RULE IN ('CASCADE', 'SET NULL', 'SET DEFAULT')");
+  }
+  // A row holds at most 65,535 bytes of its VARCHAR columns (four a character in utf8mb4), so
+  // texts past 1,000 characters take the long form, which lives outside the row.
+  const EngineTypes& Types() const override {
+    static constexpr EngineTypes kTypes = {"TINYINT(1)",
+                                           "TINYINT UNSIGNED",
+                                           "TINYINT",
+                                           "SMALLINT",
+                                           "INT",
+                                           "BIGINT",
+                                           "FLOAT",
+                                           "DOUBLE",
+                                           "DECIMAL(19,4)",
+                                           "DECIMAL(%p,%s)",
+                                           "DECIMAL(65,30)",
+                                           65,
+                                           30,
+                                           "DATETIME(6)",
+                                           "DATE",
+                                           "TIME(6)",
+                                           "CHAR(%)",
+                                           "VARCHAR(%)",
+                                           1000,
+                                           "LONGTEXT",
+                                           "BINARY(%)",
+                                           "VARBINARY(%)",
+                                           1000,
+                                           "LONGBLOB",
+                                           "CHAR(38)"};
+    return kTypes;
+  }
   std::string ColumnType(std::int32_t dao_type, std::int32_t size) const override {
     // A key column cannot be a BLOB or TEXT here, so Text is VARCHAR(n); Memo and Long binary
     // take the long forms, as a Jet memo held up to a gigabyte.
@@ -467,6 +603,35 @@ class MariaDbDialect : public Dialect {
 class SqlServerDialect : public Dialect {
  public:
   std::string_view Engine() const override { return "SQL Server"; }
+  std::size_t MaxNameBytes() const override { return 128; }
+  const EngineTypes& Types() const override {
+    static constexpr EngineTypes kTypes = {"BIT",
+                                           "TINYINT",
+                                           "SMALLINT",
+                                           "SMALLINT",
+                                           "INT",
+                                           "BIGINT",
+                                           "REAL",
+                                           "FLOAT",
+                                           "MONEY",
+                                           "DECIMAL(%p,%s)",
+                                           "DECIMAL(38,10)",
+                                           38,
+                                           38,
+                                           "DATETIME2",
+                                           "DATE",
+                                           "TIME",
+                                           "NCHAR(%)",
+                                           "NVARCHAR(%)",
+                                           4000,
+                                           "NVARCHAR(MAX)",
+                                           "BINARY(%)",
+                                           "VARBINARY(%)",
+                                           8000,
+                                           "VARBINARY(MAX)",
+                                           "UNIQUEIDENTIFIER"};
+    return kTypes;
+  }
   std::string ColumnType(std::int32_t dao_type, std::int32_t size) const override {
     static constexpr TypeNames kNames = {
         nullptr,    "bit",   "tinyint",  "smallint", "int",   "money", "real",  "float",
@@ -496,6 +661,35 @@ class SqlServerDialect : public Dialect {
 class OracleDialect : public Dialect {
  public:
   std::string_view Engine() const override { return "Oracle"; }
+  std::size_t MaxNameBytes() const override { return 128; }
+  const EngineTypes& Types() const override {
+    static constexpr EngineTypes kTypes = {"NUMBER(1)",
+                                           "NUMBER(3)",
+                                           "NUMBER(3)",
+                                           "NUMBER(5)",
+                                           "NUMBER(10)",
+                                           "NUMBER(19)",
+                                           "BINARY_FLOAT",
+                                           "BINARY_DOUBLE",
+                                           "NUMBER(19,4)",
+                                           "NUMBER(%p,%s)",
+                                           "NUMBER",
+                                           38,
+                                           38,
+                                           "TIMESTAMP(6)",
+                                           "DATE",
+                                           "TIMESTAMP(6)",
+                                           "CHAR(%)",
+                                           "VARCHAR2(%)",
+                                           4000,
+                                           "CLOB",
+                                           "RAW(%)",
+                                           "RAW(%)",
+                                           2000,
+                                           "BLOB",
+                                           "CHAR(38)"};
+    return kTypes;
+  }
   std::string ColumnType(std::int32_t dao_type, std::int32_t size) const override {
     static constexpr TypeNames kNames = {
         nullptr,        "NUMBER(1)",     "NUMBER(3)", "NUMBER(5)", "NUMBER(10)", "NUMBER(19,4)",
@@ -521,7 +715,128 @@ class OracleDialect : public Dialect {
   }
 };
 
+// "%" in a type name replaced by `n`; "%p" and "%s" by a decimal's precision and scale.
+std::string Fill(const char* pattern, std::int64_t n, std::int32_t p = 0, std::int32_t s = 0) {
+  std::string out;
+  for (const char* c = pattern; *c; ++c) {
+    if (*c != '%') {
+      out += *c;
+    } else if (c[1] == 'p') {
+      out += std::to_string(p), ++c;
+    } else if (c[1] == 's') {
+      out += std::to_string(s), ++c;
+    } else {
+      out += std::to_string(n);
+    }
+  }
+  return out;
+}
+
 }  // namespace
+
+std::vector<std::string> Dialect::TablesChangedByDelete(Connection&, const std::string&) const {
+  return {};
+}
+
+const EngineTypes& Dialect::Types() const {
+  static constexpr EngineTypes kTypes = {"BOOLEAN",
+                                         "SMALLINT",
+                                         "SMALLINT",
+                                         "SMALLINT",
+                                         "INTEGER",
+                                         "BIGINT",
+                                         "REAL",
+                                         "DOUBLE PRECISION",
+                                         "NUMERIC(19,4)",
+                                         "NUMERIC(%p,%s)",
+                                         "NUMERIC",
+                                         38,
+                                         38,
+                                         "TIMESTAMP",
+                                         "DATE",
+                                         "TIME",
+                                         "CHAR(%)",
+                                         "VARCHAR(%)",
+                                         4000,
+                                         "CLOB",
+                                         "BINARY(%)",
+                                         "VARBINARY(%)",
+                                         4000,
+                                         "BLOB",
+                                         "CHAR(38)"};
+  return kTypes;
+}
+
+std::string Dialect::ColumnTypeOf(const ColumnInfo& c) const {
+  const EngineTypes& t = Types();
+  const std::int64_t n = c.defined_size;
+  // A form without "%" takes no length on this engine (PostgreSQL's BYTEA).
+  const auto sized = [&](const char* form, std::int64_t max, const char* wider) {
+    if (std::string_view(form).find('%') == std::string_view::npos) return std::string(form);
+    return n > 0 && n <= max ? Fill(form, n) : std::string(wider);
+  };
+  switch (c.type) {
+    case ado::adBoolean:
+      return t.boolean;
+    case ado::adUnsignedTinyInt:
+      return t.byte;
+    case ado::adTinyInt:
+      return t.tiny;
+    case ado::adSmallInt:
+      return t.small;
+    case 18:  // unsigned 16-bit
+    case ado::adInteger:
+      return t.integer;
+    case 19:  // unsigned 32-bit
+    case ado::adBigInt:
+      return t.big;
+    case 21:  // unsigned 64-bit
+      return 20 <= t.max_precision ? Fill(t.decimal, 0, 20, 0) : t.wide_decimal;
+    case ado::adSingle:
+      return t.single;
+    case ado::adDouble:
+      return t.dbl;
+    case ado::adCurrency:
+      return t.currency;
+    case ado::adNumeric:
+    case 14:  // adDecimal
+    case 139: {
+      // Precision 0 or 255: the source keeps any exact number (an unconstrained NUMERIC).
+      const std::int32_t p = c.precision, s = c.scale == 255 ? 0 : c.scale;
+      const bool any = p <= 0 || p == 255 || s > p;
+      if (!any && p <= t.max_precision && s <= t.max_scale) return Fill(t.decimal, 0, p, s);
+      // A wide form with "%p" keeps a precision the narrow one cannot hold.
+      const std::string wide = t.wide_decimal;
+      const std::size_t open = wide.find("(%p");
+      if (open == std::string::npos) return wide;
+      return any ? wide.substr(0, open) : Fill(t.wide_decimal, 0, p, s);
+    }
+    case ado::adDate:
+    case ado::adDBTimeStamp:
+      return t.date_time;
+    case ado::adDBDate:
+      return t.date;
+    case ado::adDBTime:
+      return t.time;
+    case ado::adChar:
+    case ado::adWChar:
+      return sized(t.fixed_text, t.max_text, t.long_text);
+    case ado::adVarChar:
+    case ado::adVarWChar:
+      return sized(t.text, t.max_text, t.long_text);
+    case ado::adBinary:
+      return sized(t.fixed_binary, t.max_binary, t.long_binary);
+    case ado::adVarBinary:
+      return sized(t.binary, t.max_binary, t.long_binary);
+    case ado::adLongVarBinary:
+      return t.long_binary;
+    case ado::adGUID:
+      return t.guid;
+    default:
+      // Long texts and anything the model has no narrower form for: an unbounded text keeps it.
+      return t.long_text;
+  }
+}
 
 std::string Dialect::ColumnType(std::int32_t dao_type, std::int32_t size) const {
   static constexpr TypeNames kNames = {nullptr,     "BOOLEAN",       "SMALLINT", "SMALLINT",

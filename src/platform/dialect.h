@@ -24,6 +24,40 @@ class Connection;
 
 namespace zt::platform {
 
+struct ColumnInfo;
+
+// The type names an engine gives each logical type of the column model (the ADO code, length,
+// precision and scale that every driver reports in ColumnInfo). "%" in a sized name stands for
+// the length; decimals take "%p" and "%s". A name is used only up to its limit; past it the next
+// wider form is taken (a long text, a long binary, an unconstrained decimal).
+struct ZT_TEST_EXPORT EngineTypes {
+  const char* boolean;
+  const char* byte;          // 0 ... 255
+  const char* tiny;          // -128 ... 127
+  const char* small;         // 16-bit
+  const char* integer;       // 32-bit
+  const char* big;           // 64-bit
+  const char* single;        // 4-byte float
+  const char* dbl;           // 8-byte float
+  const char* currency;      // 19 digits, 4 decimals
+  const char* decimal;       // "NUMERIC(%p,%s)"
+  const char* wide_decimal;  // past max_precision or without a precision: any exact number
+  std::int32_t max_precision;
+  std::int32_t max_scale;
+  const char* date_time;  // a date with its time of day (and fraction where the engine keeps one)
+  const char* date;
+  const char* time;
+  const char* fixed_text;  // "CHAR(%)"
+  const char* text;        // "VARCHAR(%)"
+  std::int64_t max_text;   // longest sized text, in characters
+  const char* long_text;
+  const char* fixed_binary;
+  const char* binary;
+  std::int64_t max_binary;
+  const char* long_binary;
+  const char* guid;
+};
+
 // Gets one column's item of a CREATE TABLE text ("[tName] TEXT(20) NOT NULL") and returns the
 // item that replaces it.
 using ColumnChange = std::function<std::string(const std::string& item)>;
@@ -55,6 +89,26 @@ class ZT_TEST_EXPORT Dialect {
   // The column type of a DAO type code (1 Boolean ... 15 GUID) and, for Text (10), its length in
   // characters (255 when 0 or less). Throws ZtError 3001 for an unknown code.
   virtual std::string ColumnType(std::int32_t dao_type, std::int32_t size) const;
+
+  // The narrowest column type of this engine that holds every value of `column` exactly (a
+  // 64-bit integer stays 64-bit, a double a double, an exact decimal exact, an unbounded text
+  // unbounded), never a narrower one. Nullability, defaults and keys are the caller's.
+  std::string ColumnTypeOf(const ColumnInfo& column) const;
+  // The engine's type names for the column model (the portable defaults: standard SQL).
+  virtual const EngineTypes& Types() const;
+  // Other tables whose rows a DELETE of `table`'s rows would change through their relationships
+  // (ON DELETE CASCADE, SET NULL or SET DEFAULT, where the engine enforces them). Default: none.
+  virtual std::vector<std::string> TablesChangedByDelete(Connection& cn,
+                                                         const std::string& table) const;
+  // An ORDER BY item that sorts `column` (already in `[name]` form) as the bytes of its values
+  // where `text` says it holds text, so that every engine gives one order. Default: as it is.
+  virtual std::string OrderByBytes(const std::string& column, bool text) const {
+    (void)text;
+    return column;
+  }
+  // The longest table or column name the engine keeps whole, in bytes (0: no limit the
+  // library knows); a longer one would be cut silently, so it is refused before anything is made.
+  virtual std::size_t MaxNameBytes() const { return 0; }
 
   // Single-column changes. An empty text means the engine cannot change the column in place
   // (see RebuildsTables).

@@ -363,6 +363,15 @@ struct Param {
         size = 15;
         break;
       case VarType::Date: {
+        // A fraction of a second goes as text, which every server reads into its timestamp
+        // type whole; the timestamp structure's fraction field is one that drivers drop.
+        text = DateTimeText(v.ToDouble());
+        if (text.find('.') != std::string::npos) {
+          ind = static_cast<SQLLEN>(text.size());
+          size = text.size();
+          break;
+        }
+        text.clear();
         int y, mo, d, h, mi, s;
         Date{v.ToDouble()}.ToParts(y, mo, d, h, mi, s);
         c_type = SQL_C_TYPE_TIMESTAMP;

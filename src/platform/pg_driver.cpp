@@ -8,6 +8,7 @@
 #include <libpq-fe.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
@@ -170,13 +171,9 @@ Variant ValueFromText(ValueKind kind, const char* text, int length) {
   return Variant(std::string(s));
 }
 
-// "YYYY-MM-DD hh:mm:ss", which every DateStyle reads the same way.
+// "YYYY-MM-DD hh:mm:ss[.ffffff]", which every DateStyle reads the same way.
 std::string IsoDateText(Date date) {
-  int y, mo, d, h, mi, s;
-  date.ToParts(y, mo, d, h, mi, s);
-  char buf[48];
-  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", y, mo, d, h, mi, s);
-  return buf;
+  return DateTimeText(date.serial);
 }
 
 // The text form of a parameter or COPY field; nullopt for SQL NULL.
@@ -835,9 +832,15 @@ class CopyBulk : public BulkWriterBackend {
   CopyBulk(PgConnection& conn, const std::string& table, const std::vector<std::string>& columns)
       : conn_(conn) {
     if (conn.Quirks().read_only) RaiseReadOnly(conn.source(), "PostgreSQL");
-    std::string sql = "COPY " + QuoteIdentifier(table, conn.Quirks()) + " (";
-    for (std::size_t i = 0; i < columns.size(); ++i)
+    const std::string quoted = QuoteIdentifier(table, conn.Quirks());
+    // Binary columns take their bytes as "\x" and hex digits: raw bytes would be read as text
+    // in the client encoding, and a 0xFF refused or a NUL cut the value short.
+    const std::vector<std::string> binary = ByteaColumns(conn, quoted);
+    std::string sql = "COPY " + quoted + " (";
+    for (std::size_t i = 0; i < columns.size(); ++i) {
       sql += (i ? ", " : "") + QuoteIdentifier(columns[i], conn.Quirks());
+      bytea_.push_back(std::find(binary.begin(), binary.end(), columns[i]) != binary.end());
+    }
     sql += ") FROM STDIN";
     conn_.Check(PQexec(conn_.conn(), sql.c_str()));
     open_ = true;
@@ -853,7 +856,17 @@ class CopyBulk : public BulkWriterBackend {
     if (!open_) RaiseAdo(AdoError::kObjectClosed, "ADODB.Connection", "(the bulk load has ended)");
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (i) buffer_ += '\t';
-      AppendCopyField(buffer_, values[i]);
+      const std::string* bytes = i < bytea_.size() && bytea_[i] ? values[i].AsString() : nullptr;
+      if (bytes) {
+        static constexpr char kHex[] = "0123456789abcdef";
+        buffer_ += "\\\\x";  // COPY's own escape of the backslash, then bytea's "\x"
+        for (unsigned char c : *bytes) {
+          buffer_ += kHex[c >> 4];
+          buffer_ += kHex[c & 15];
+        }
+      } else {
+        AppendCopyField(buffer_, values[i]);
+      }
     }
     buffer_ += '\n';
     if (buffer_.size() >= kBlock) Flush();
@@ -885,8 +898,23 @@ class CopyBulk : public BulkWriterBackend {
     buffer_.clear();
   }
 
+  // The bytea columns of `quoted_table`, by name.
+  static std::vector<std::string> ByteaColumns(PgConnection& conn,
+                                               const std::string& quoted_table) {
+    const char* params[] = {quoted_table.c_str()};
+    Result r = conn.Check(PQexecParams(conn.conn(),
+                                       "SELECT attname FROM pg_attribute WHERE attrelid = "
+                                       "$1::regclass AND attnum > 0 AND NOT attisdropped AND "
+                                       "atttypid = 'bytea'::regtype",
+                                       1, nullptr, params, nullptr, nullptr, 0));
+    std::vector<std::string> out;
+    for (int i = 0; i < PQntuples(r.get()); ++i) out.emplace_back(PQgetvalue(r.get(), i, 0));
+    return out;
+  }
+
   PgConnection& conn_;
   std::string buffer_;
+  std::vector<bool> bytea_;  // per column: a bytea column
   bool open_ = false;
 };
 

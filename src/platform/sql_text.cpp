@@ -1,6 +1,8 @@
 #include "platform/sql_text.h"
 
 #include <cctype>
+#include <cmath>
+#include <cstdio>
 
 #include "platform/errors.h"
 
@@ -153,6 +155,39 @@ std::string SqlLiteral(const std::string& text) {
 
 std::string BracketName(const std::string& name) {
   return Quoted(name, '[', ']');
+}
+
+std::string DateTimeText(double ole_date) {
+  // The OLE date's whole days count from 1899-12-30 (negative before it); its fraction is the
+  // time of day on either side.
+  constexpr long long kDayMicros = 86400LL * 1000000LL;
+  const double day = std::trunc(ole_date);
+  long long micros = std::llround(std::fabs(ole_date - day) * static_cast<double>(kDayMicros));
+  // Far from 1899 a double cannot tell microseconds apart (its step is 56 us in 9999): rounding
+  // to the step's power of ten keeps a whole second whole instead of inventing a fraction.
+  const double step = (std::nextafter(std::fabs(ole_date), HUGE_VAL) - std::fabs(ole_date)) *
+                      static_cast<double>(kDayMicros);
+  long long quantum = 1;
+  while (static_cast<double>(quantum) < step && quantum < 1000000) quantum *= 10;
+  micros = (micros + quantum / 2) / quantum * quantum;
+  double whole_day = day;
+  if (micros >= kDayMicros) {
+    micros -= kDayMicros;
+    whole_day += ole_date >= 0 ? 1 : -1;
+  }
+  int y, mo, d, h, mi, s;
+  Date{whole_day}.ToParts(y, mo, d, h, mi, s);
+  const long long secs = micros / 1000000, frac = micros % 1000000;
+  char buf[48];
+  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02lld:%02lld:%02lld", y, mo, d, secs / 3600,
+                secs / 60 % 60, secs % 60);
+  std::string out = buf;
+  if (frac) {
+    std::snprintf(buf, sizeof buf, ".%06lld", frac);
+    out += buf;
+    while (out.back() == '0') out.pop_back();
+  }
+  return out;
 }
 
 std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks) {

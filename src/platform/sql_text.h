@@ -49,6 +49,10 @@ ZT_TEST_EXPORT std::string FirstKeyword(const std::string& sql);
 // ASCII lower case, for matching names without regard to case.
 ZT_TEST_EXPORT std::string AsciiLower(std::string s);
 
+// A date as "YYYY-MM-DD hh:mm:ss", with ".ffffff" when it has a fraction of a second: the text
+// every engine reads the same way, keeping the microseconds an OLE date carries.
+ZT_TEST_EXPORT std::string DateTimeText(double ole_date);
+
 // `name` quoted for the engine ("[a]", "\"a\"", "`a`"), with the closing quote doubled inside.
 ZT_TEST_EXPORT std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks);
 

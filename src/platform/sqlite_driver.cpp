@@ -18,6 +18,7 @@
 
 #include "platform/driver.h"
 #include "platform/errors.h"
+#include "platform/sql_text.h"
 #include "platform/type_map.h"
 
 namespace zt::platform {
@@ -75,6 +76,15 @@ std::optional<Date> ParseDateText(const char* s, std::size_t n) {
     if (n >= 19 && (s[10] == ' ' || s[10] == 'T') && s[13] == ':' && s[16] == ':') {
       h = Digits(s + 11, 2), mi = Digits(s + 14, 2), se = Digits(s + 17, 2);
       if (h < 0 || mi < 0 || se < 0) return std::nullopt;
+      // A fraction of a second: ".5", ".123456" (up to microseconds kept).
+      if (n > 20 && s[19] == '.') {
+        Date date = Date::FromParts(y, mo, d, h, mi, se);
+        double frac = 0, scale = 0.1;
+        for (std::size_t i = 20; i < n && s[i] >= '0' && s[i] <= '9'; ++i, scale /= 10)
+          frac += (s[i] - '0') * scale;
+        date.serial += (date.serial < 0 ? -frac : frac) / 86400.0;
+        return date;
+      }
     } else if (n != 10) {
       return std::nullopt;
     }
@@ -89,11 +99,7 @@ std::optional<Date> ParseDateText(const char* s, std::size_t n) {
 }
 
 std::string DateText(const Date& d) {
-  int y, mo, day, h, mi, s;
-  d.ToParts(y, mo, day, h, mi, s);
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", y, mo, day, h, mi, s);
-  return buf;
+  return DateTimeText(d.serial);
 }
 
 const DriverQuirks& SqliteQuirks() {
@@ -319,7 +325,7 @@ void SqliteStatement::Describe() {
     const char* table = sqlite3_column_table_name(st_, c);
     const char* origin = sqlite3_column_origin_name(st_, c);
     if (decl) {
-      const TypeMapping t = MapTypeName(decl, 0, 0, 0, /*jet_vocabulary=*/true);
+      const TypeMapping t = MapSqliteTypeName(decl);
       ci.type = t.ado_type;
       ci.defined_size = t.defined_size;
       ci.attributes = t.attributes;
@@ -466,7 +472,7 @@ RowSet SqliteConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
               where + " ORDER BY m.name, p.cid",
           params);
       for (const auto& row : rs.rows) {
-        const TypeMapping t = MapTypeName(row[3].ToText(), 0, 0, 0, true);
+        const TypeMapping t = MapSqliteTypeName(row[3].ToText());
         const bool nullable = row[4].ToInt32() == 0 && row[6].ToInt32() == 0;
         std::int32_t flags = t.attributes | attr::kUpdatable | attr::kUnknownUpdatable;
         if (nullable) flags |= attr::kIsNullable | attr::kMayBeNull;

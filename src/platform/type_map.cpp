@@ -187,6 +187,66 @@ TypeMapping MapTypeName(const std::string& name, std::int64_t length, std::int32
 }
 
 namespace {
+
+std::string LowerAscii(std::string s) {
+  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return s;
+}
+
+TypeMapping LongText() {
+  TypeMapping m;
+  m.ado_type = 203, m.defined_size = kLongText, m.attributes = attr::kLong, m.dao_type = 12;
+  return m;
+}
+
+}  // namespace
+
+TypeMapping MapSqliteTypeName(const std::string& declared) {
+  const std::string lower = LowerAscii(declared);
+  const std::size_t paren = lower.find('(');
+  std::string base = lower.substr(0, paren);
+  while (!base.empty() && base.back() == ' ') base.pop_back();
+  while (!base.empty() && base.front() == ' ') base.erase(0, 1);
+  const bool has_length = paren != std::string::npos;
+  if (base.empty()) return LongText();
+  const auto any_exact = [] {
+    TypeMapping m = MapTypeName("decimal");
+    m.precision = 0, m.scale = 0;
+    return m;
+  };
+  const auto known = Table().find(base);
+  if (known != Table().end()) {
+    // Where SQLite's own meaning differs from Jet's, a name without Jet's length is SQLite's.
+    if (base == "integer" || base == "int") return MapTypeName("bigint");
+    if (base == "real") return MapTypeName("double");
+    if (!has_length &&
+        (base == "text" || base == "varchar" || base == "nvarchar" || base == "character varying" ||
+         base == "char" || base == "nchar" || base == "character" || base == "varchar2" ||
+         base == "nvarchar2" || base == "string" || base == "bpchar"))
+      return LongText();
+    if (!has_length && (base == "decimal" || base == "numeric" || base == "dec"))
+      return any_exact();
+    return MapTypeName(declared, 0, 0, 0, /*jet_vocabulary=*/true);
+  }
+  // SQLite's affinity rules, in its order. "DECIMAL TEXT(38,10)" is how this library keeps an
+  // exact decimal wider than a double in a file: text affinity, so the engine stores its digits.
+  if (base.find("int") != std::string::npos) return MapTypeName("bigint");
+  if (base.rfind("decimal text", 0) == 0 || base.rfind("numeric text", 0) == 0)
+    return has_length ? MapTypeName("decimal" + declared.substr(paren)) : any_exact();
+  if (base.find("char") != std::string::npos || base.find("clob") != std::string::npos ||
+      base.find("text") != std::string::npos) {
+    if (!has_length) return LongText();
+    return MapTypeName("varchar" + declared.substr(paren));
+  }
+  if (base.find("blob") != std::string::npos) return MapTypeName("blob");
+  if (base.find("real") != std::string::npos || base.find("floa") != std::string::npos ||
+      base.find("doub") != std::string::npos)
+    return MapTypeName("double");
+  if (has_length) return MapTypeName("decimal" + declared.substr(paren));
+  return any_exact();
+}
+
+namespace {
 struct RowsetColumn {
   const char* name;
   std::int32_t type;

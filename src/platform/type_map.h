@@ -68,6 +68,18 @@ ZT_TEST_EXPORT TypeMapping MapTypeName(const std::string& name, std::int64_t len
                                        std::int32_t precision = 0, std::int32_t scale = 0,
                                        bool jet_vocabulary = false);
 
+// Maps the declared type of a column of an SQLite file. Two vocabularies meet in one file: the
+// Jet names this library writes (LONG, SHORT, SINGLE, CURRENCY, TEXT(n), MEMO, LONGTEXT, YESNO,
+// DATETIME, LONGBINARY ...) keep their Jet meaning, so DAO type codes round-trip; names written by
+// other SQLite programs keep SQLite's meaning, by its affinity rules: INTEGER and INT are 64-bit
+// (20), REAL and FLOAT double (5), TEXT, VARCHAR and CHAR without a length an unbounded text
+// (203), NUMERIC(p,s) / DECIMAL(p,s) exact (131 with p and s; without them precision and scale are
+// 0: any exact number), BLOB binary (205). A name neither vocabulary knows goes by SQLite's rules
+// (contains INT: 64-bit integer; CHAR, CLOB or TEXT: text; BLOB: binary; REAL, FLOA or DOUB:
+// double; anything else: an exact number); a column declared without a type holds any value and
+// reads as an unbounded text.
+ZT_TEST_EXPORT TypeMapping MapSqliteTypeName(const std::string& declared);
+
 // The columns of the indexes rowset (OLE DB's 25, in order).
 ZT_TEST_EXPORT std::vector<ColumnInfo> IndexRowsetColumns();
 // The columns of the tables (20), columns (4) and primary keys (28) rowsets, with the OLE DB

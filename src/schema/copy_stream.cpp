@@ -85,8 +85,18 @@ class Tally {
     ++result_.rows;
     Step();
   }
-  void Refused(const std::string& message) {
+  // `source` is positioned on the refused record.
+  void Refused(Recordset& source, const std::string& message) {
     ++result_.failed;
+    if (options_.refused) {
+      FieldsCollection& f = source.GetFields();
+      if (names_.empty())
+        for (std::int32_t i = 0; i < f.Count(); ++i) names_.push_back(f.Item(i).Name());
+      values_.resize(names_.size());
+      for (std::size_t i = 0; i < names_.size(); ++i)
+        values_[i] = f.Item(static_cast<std::int32_t>(i)).Value();
+      options_.refused(names_, values_, message);
+    }
     if (result_.messages.size() < options_.max_messages) result_.messages.push_back(message);
     Step();
   }
@@ -94,6 +104,7 @@ class Tally {
     result_.rows = result_.failed = 0;
     result_.messages.clear();
     done_ = 0;
+    if (options_.restart) options_.restart();
   }
   void End() {
     if (options_.progress) options_.progress(done_);
@@ -108,6 +119,8 @@ class Tally {
   StreamCopyResult& result_;
   const StreamCopyOptions& options_;
   std::int64_t done_ = 0;
+  std::vector<std::string> names_;
+  std::vector<Variant> values_;
 };
 
 // The current source record judged by the rules: false when the record is refused (`message`
@@ -166,7 +179,7 @@ void CopyBulk(Recordset& source, const std::shared_ptr<Connection>& target,
   std::string message;
   for (; !source.Eof(); source.MoveNext()) {
     if (!JudgeRecord(source, columns, options.limited_messages, values, nullptr, message)) {
-      tally.Refused(message);
+      tally.Refused(source, message);
       continue;
     }
     try {
@@ -200,7 +213,7 @@ void CopyPerRecord(Recordset& source, const std::shared_ptr<Connection>& target,
     std::string message;
     for (; !source.Eof(); source.MoveNext()) {
       if (!JudgeRecord(source, columns, options.limited_messages, values, &written, message)) {
-        tally.Refused(message);
+        tally.Refused(source, message);
         continue;
       }
       // A record with no value at all still becomes a row: its first column is written Null.
@@ -231,7 +244,7 @@ void CopyPerRecord(Recordset& source, const std::shared_ptr<Connection>& target,
         st.Execute();
       } catch (const ZtError& e) {
         target->Execute("ROLLBACK TO SAVEPOINT zt_copy_record", nullptr, ado::adExecuteNoRecords);
-        tally.Refused(e.Description());
+        tally.Refused(source, e.Description());
         continue;
       }
       target->Execute("RELEASE SAVEPOINT zt_copy_record", nullptr, ado::adExecuteNoRecords);

@@ -26,6 +26,13 @@ struct ZT_TEST_EXPORT StreamCopyOptions {
   // Both connections on SQLite files: copy with ATTACH + INSERT ... SELECT when no value would
   // be refused or left out (false: always the general path).
   bool allow_attach = true;
+  // Every refused record: the source's column names and the record's values, and the reason.
+  std::function<void(const std::vector<std::string>& columns, const std::vector<Variant>& values,
+                     const std::string& reason)>
+      refused;
+  // Called when a bulk load the engine refused is redone record by record: the refusals reported
+  // so far are void and come again.
+  std::function<void()> restart;
   // The target table's name when it differs from the source's (a working table that is renamed
   // once it is complete); "" : the same name.
   std::string target_table;

@@ -9,15 +9,19 @@
 // dropped again when the copy fails. The source is only read.
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstring>
 #include <set>
 
 #include "platform/dialect.h"
+#include "platform/driver.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
 #include "schema/copy_rules.h"
 #include "schema/copy_stream.h"
 #include "schema/dt_copy_state.h"
 #include "zt/datastore.h"
+#include "zt/error_codes.h"
 #include "zt/error_handling.h"
 #include "zt/event_logger.h"
 #include "zt/resources.h"
@@ -54,76 +58,34 @@ std::int64_t CountRows(Connection& cn, const std::string& table) {
   return rs->Eof() ? 0 : rs->Fields(0).Value().ToInt64();
 }
 
-// The DAO code a source field is created as when the OLE DB code has no name of its own in
-// the data types table (CHAR, BIGINT, DECIMAL, the server date forms ...). A DECIMAL(19,4) is the
-// currency column the library itself creates on PostgreSQL and MariaDB; other decimals become
-// Double. A text without a usable length becomes a memo.
-std::int32_t DaoOfField(Field& f) {
-  switch (f.Type()) {
-    case ado::adBoolean:
-      return 1;
-    case ado::adTinyInt:
-    case ado::adUnsignedTinyInt:
-      return 2;
-    case ado::adSmallInt:
-      return 3;
-    case ado::adInteger:
-    case ado::adBigInt:
-      return 4;
-    case ado::adCurrency:
-      return 5;
-    case ado::adSingle:
-      return 6;
-    case ado::adDouble:
-      return 7;
-    case ado::adNumeric:
-    case 139:
-      return f.NumericScale() == 4 && f.Precision() == 19 ? 5 : 7;
-    case ado::adDate:
-    case ado::adDBDate:
-    case ado::adDBTime:
-    case ado::adDBTimeStamp:
-      return 8;
-    case ado::adChar:
-    case ado::adWChar:
-    case ado::adVarChar:
-    case ado::adVarWChar:
-      return f.DefinedSize() > 0 && f.DefinedSize() <= 4000 ? 10 : 12;
-    case ado::adGUID:
-      return 15;
-    case ado::adBinary:
-    case ado::adVarBinary:
-    case ado::adLongVarBinary:
-      return 11;
-    default:
-      return 12;
+// The target's column type of a source field: the narrowest type of the target engine that holds
+// every value of the field exactly (the dialect's column model), so a 64-bit integer stays 64-bit,
+// a double a double, an exact decimal exact and an unbounded text unbounded. SQL Server keeps the
+// names its data types table has always given (binary as TIMESTAMP, Byte as SMALLINT included),
+// for the codes that table names; what it does not name goes by the model too. `dao` comes back
+// 10 when the caller adds the text's length itself, 1 for a Boolean, 0 otherwise.
+std::string TargetType(Field& f, Connection& target, std::int32_t provider, std::int32_t& dao,
+                       bool boolean) {
+  platform::ColumnInfo c;
+  c.type = boolean ? ado::adBoolean : f.Type();
+  c.defined_size = f.DefinedSize();
+  c.precision = f.Precision();
+  c.scale = f.NumericScale();
+  dao = c.type == ado::adBoolean ? 1 : 0;
+  if (provider == kProviderSqlServer) {
+    CZtDataType types;
+    std::int32_t code = c.type;
+    std::int32_t kind = kTypeKindOleDb;
+    const std::int32_t size = static_cast<std::int32_t>(f.DefinedSize());
+    const bool text = code == ado::adVarChar || code == ado::adVarWChar;
+    std::string name;
+    if (!text || (size > 0 && size <= 4000)) name = types.GetTypeName(code, size, provider, kind);
+    if (!name.empty()) {
+      if (text) dao = 10;
+      return name;
+    }
   }
-}
-
-// The target's column type of a source field; `dao` receives the DAO code it stands for. The
-// OLE DB code is asked first (as the library always did, keeping its names, binary as
-// TIMESTAMP on SQL Server included); what it has no name for goes by its DAO code.
-std::string TargetType(Field& f, std::int32_t provider, std::int32_t& dao, bool boolean) {
-  CZtDataType types;
-  if (boolean) {
-    dao = 1;
-    std::int32_t kind = kTypeKindDao;
-    return types.GetTypeName(dao, 0, provider, kind);
-  }
-  std::int32_t size = static_cast<std::int32_t>(f.DefinedSize());
-  dao = f.Type();
-  std::int32_t kind = kTypeKindOleDb;
-  std::string name;
-  // A text without a usable length goes as memo (below), not as a text of length 0.
-  const bool text = dao == ado::adVarChar || dao == ado::adVarWChar;
-  if (!text || (size > 0 && size <= 4000)) name = types.GetTypeName(dao, size, provider, kind);
-  dao = DaoOfField(f);
-  if (name.empty()) {
-    kind = kTypeKindDao;
-    std::int32_t code = dao;
-    name = types.GetTypeName(code, size, provider, kind);
-  }
-  return name;
+  return target.Dialect().ColumnTypeOf(c);
 }
 
 // MariaDB declares the application's Booleans TINYINT(1), which its driver reports as a byte
@@ -171,6 +133,55 @@ void NoteFailedRecords(TableCopyResult& result, const std::string& table) {
   VariantArray args;
   args.items = {Variant(result.failed), Variant(table), Variant(table)};
   result.messages.push_back(ZtErr_GetMessage("NUM_FAILED_RECORDS", "", args));
+}
+
+// A working table's name: the prefix, as much of the table's name as the engine keeps whole
+// beside it (cut on a character boundary) and eight hex digits of a hash of the whole name. The
+// same table always gets the same working table, so the next copy clears what a killed one left;
+// no table a user names by hand ("zt_copy_calls") is ever taken for one.
+std::string WorkName(const Connection& cn, const std::string& prefix, const std::string& table) {
+  std::size_t limit = cn.Dialect().MaxNameBytes();
+  if (limit == 0) limit = 128;
+  std::uint32_t h = 2166136261u;  // FNV-1a
+  for (unsigned char c : prefix + table) h = (h ^ c) * 16777619u;
+  char tail[16];
+  std::snprintf(tail, sizeof tail, "_%08x", static_cast<unsigned>(h));
+  std::string part = table.substr(0, limit - std::min(limit, prefix.size() + std::strlen(tail)));
+  // Never end inside a UTF-8 sequence.
+  while (!part.empty() && (static_cast<unsigned char>(part.back()) & 0xC0) == 0x80) part.pop_back();
+  if (!part.empty() && (static_cast<unsigned char>(part.back()) & 0x80)) part.pop_back();
+  return prefix + part + tail;
+}
+
+// The engine's error with a working table's name replaced by the user's table, which is the
+// only table the caller knows of.
+ZtError NamingUserTable(const ZtError& e, const std::string& work, const std::string& table) {
+  ErrorInfo info = e.Info();
+  for (std::size_t at = 0; (at = info.description.find(work, at)) != std::string::npos;
+       at += table.size())
+    info.description.replace(at, work.size(), table);
+  return ZtError(std::move(info));
+}
+
+// Refuses a name the engine would cut, and a replacement whose deletes would reach into other
+// tables through their relationships, before anything is made or removed.
+void RequireSafeTarget(Connection& cn, const std::string& table, bool rows_replaced) {
+  const std::size_t max = cn.Dialect().MaxNameBytes();
+  if (max && table.size() > max)
+    throw ZtError(AdoErrorNumber(AdoError::kInvalidArgument), std::string(kTypeName),
+                  "The table name '" + table + "' is longer than the " + std::to_string(max) +
+                      " bytes " + std::string(cn.Dialect().Engine()) +
+                      " keeps; it would be cut to another name.");
+  if (!rows_replaced) return;
+  const auto touched = cn.Dialect().TablesChangedByDelete(cn, table);
+  if (touched.empty()) return;
+  std::string names;
+  for (const auto& t : touched) names += (names.empty() ? "" : ", ") + Br(t);
+  throw ZtError(hr::kIntegrity, std::string(kTypeName),
+                "The rows of table " + Br(table) + " cannot be replaced: " + names +
+                    " refer to them with ON DELETE CASCADE or SET NULL and would change too. "
+                    "Append the rows instead, or copy those tables as well after removing "
+                    "the relationship.");
 }
 
 void RollbackQuietly(Connection& cn) {
@@ -288,6 +299,8 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
     const std::shared_ptr<Connection> cn = target.GetConnection(1);
     const std::int32_t provider = target.GeneralProviderType();
     const bool ddl_in_tx = cn->Dialect().TransactionalDdl();
+    at = 15;
+    RequireSafeTarget(*cn, table, !(options & kCopyAppend) && TableExists(cn, table));
     // A new or replaced table between the engines that run here goes the fast way; rows added
     // to a table that stays (append, or its rows replaced) go record by record in one
     // transaction.
@@ -341,6 +354,12 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
           Log("Table Structure not Copied from " + source.DataStoreName() + " to " + table);
           return false;
         }
+        // The primary key always comes with the structure where the library composes it: rows
+        // appended later must not double.
+        if (!(options & kCopyIndexes) &&
+            (provider == kProviderJet || provider == kProviderPostgreSql ||
+             provider == kProviderMySql))
+          CopyIndexesByPlan(source_cn, *cn, table, table, {}, /*primary_only=*/true);
         created = true;
       }
       at = 40;
@@ -373,9 +392,9 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
   const std::int32_t provider = target.GeneralProviderType();
   // The rows go into a working table that takes the table's name only when it is complete, so
   // that a copy stopped at any point (an error, a lost server, a killed process) leaves the
-  // target's table as it was: absent, or the old one. A working table left by a killed copy is
-  // nobody's data and goes at the next copy of the table.
-  const std::string work = "zt_copy_" + table;
+  // target's table as it was: absent, or the old one.
+  // A working table left by a killed copy of this table is nobody's data and goes now.
+  const std::string work = WorkName(*cn, "zt_copy_", table);
   if (TableExists(cn, work)) DeleteTable(cn, work);
   bool ok = false;
   try {
@@ -399,7 +418,7 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
     // with the CREATE TABLE: the copy is undone and reported, not raised.
     const auto make_indexes = [&](const std::string& on_table) {
       try {
-        CopyIndexesByPlan(source_cn, *cn, table, table, on_table);
+        CopyIndexesByPlan(source_cn, *cn, table, table, on_table, !indexes);
         return true;
       } catch (const ZtError& e) {
         VariantArray args;
@@ -419,8 +438,8 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
     if (!cn->Dialect().TransactionalDdl()) {
       // MariaDB keeps index names per table: the working table gets them under the final names,
       // and one RENAME TABLE swaps the names at once.
-      if (indexes && !make_indexes(work)) return structure_refused();
-      const std::string old = "zt_old_" + table;
+      if (!make_indexes(work)) return structure_refused();
+      const std::string old = WorkName(*cn, "zt_old_", table);
       if (replace) {
         if (TableExists(cn, old)) DeleteTable(cn, old);
         RunStatement(*cn, "RENAME TABLE " + Br(table) + " TO " + Br(old) + ", " + Br(work) +
@@ -436,7 +455,7 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
       try {
         if (replace) RunStatement(*cn, "DROP TABLE " + Br(table));
         RunStatement(*cn, "ALTER TABLE " + Br(work) + " RENAME TO " + Br(table));
-        if (indexes && !make_indexes(table)) {
+        if (!make_indexes(table)) {
           RollbackQuietly(*cn);
           return structure_refused();
         }
@@ -449,6 +468,10 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
     if (replace) Log("Table [" + table + "] deleted.");
     ReportProgress(result.rows + result.failed, true);
     copy_->table.clear();
+  } catch (const ZtError& e) {
+    copy_->table.clear();
+    drop_work();
+    throw NamingUserTable(e, work, table);
   } catch (...) {
     copy_->table.clear();
     drop_work();
@@ -468,6 +491,23 @@ void CZtDTMgr::StreamRowsInto(const std::shared_ptr<Connection>& source_cn,
   stream.limited_messages = UseLimitedErrorMessages();
   stream.target_table = into;
   stream.progress = [&](std::int64_t rows) { ReportProgress(rows, false); };
+  if (copy_->rejects) {
+    stream.refused = [&](const std::vector<std::string>& columns,
+                         const std::vector<Variant>& values, const std::string& reason) {
+      CopyReject r;
+      r.table = table;
+      r.columns = columns;
+      r.values = values;
+      r.reason = reason;
+      copy_->rejects(r);
+    };
+    stream.restart = [&] {
+      CopyReject r;
+      r.table = table;
+      r.restart = true;
+      copy_->rejects(r);
+    };
+  }
   const schema::StreamCopyResult rows = schema::StreamTableRows(source_cn, cn, table, stream);
   result.rows = copy_->copied = rows.rows;
   result.failed = copy_->failed = rows.failed;
@@ -501,7 +541,7 @@ bool CZtDTMgr::ReplaceRowsByStreaming(const std::shared_ptr<Connection>& source_
   const std::int32_t provider = target.GeneralProviderType();
   // The working table takes the target table's own shape, so that the copy rules judge each
   // value against the columns it ends up in, and the swap is a plain INSERT ... SELECT *.
-  const std::string work = "zt_rows_" + table;
+  const std::string work = WorkName(*cn, "zt_rows_", table);
   if (TableExists(cn, work)) DeleteTable(cn, work);
   bool made = false;
   try {
@@ -538,6 +578,9 @@ bool CZtDTMgr::ReplaceRowsByStreaming(const std::shared_ptr<Connection>& source_
       result.rows = result.failed = 0;
       result.messages.clear();
     }
+  } catch (const ZtError& e) {
+    DropWorkTable(cn, work);
+    throw NamingUserTable(e, work, table);
   } catch (...) {
     DropWorkTable(cn, work);
     throw;
@@ -568,8 +611,9 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
       for (std::int32_t i = 0; i < fields.Count(); ++i) {
         Field& f = fields.Item(i);
         std::int32_t dao = 0;
-        std::string column = " [" + f.Name() + "] " +
-                             TargetType(f, target_provider, dao, booleans.count(f.Name()) > 0);
+        std::string column =
+            " [" + f.Name() + "] " +
+            TargetType(f, *target_cn, target_provider, dao, booleans.count(f.Name()) > 0);
         if (dao == 10) column += " (" + std::to_string(f.DefinedSize()) + ")";
         bool nullable = Nullable(f);
         if (target_provider == kProviderSqlServer && dao == 1) {
@@ -627,8 +671,8 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
         Field& f = fields.Item(i);
         std::int32_t dao = 0;
         std::string column =
-            " [" + f.Name() + "] " + TargetType(f, kProviderJet, dao, booleans.count(f.Name()) > 0);
-        if (dao == 10) column += "(" + std::to_string(f.DefinedSize()) + ")";
+            " [" + f.Name() + "] " +
+            TargetType(f, *target_cn, kProviderJet, dao, booleans.count(f.Name()) > 0);
         if (!Nullable(f)) column += " NOT NULL";
         columns += column + ",";
       }
@@ -651,9 +695,11 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
 // copy of the table runs in.
 void CZtDTMgr::CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn,
                                  Connection& target_cn, const std::string& table,
-                                 const std::string& new_table, const std::string& on_table) {
+                                 const std::string& new_table, const std::string& on_table,
+                                 bool primary_only) {
   const std::string& target_table = on_table.empty() ? new_table : on_table;
   for (const auto& index : PrimaryFirst(GetTableIndexes(source_cn, table))) {
+    if (primary_only && index.kind != kIndexKindPrimaryKey) break;
     // An engine that folds names (PostgreSQL) reports "in_..." for an "IN_..." index: the
     // prefix is the library's, in its own spelling, so that it is not added a second time.
     std::string written = index.name;
@@ -835,6 +881,10 @@ std::int64_t CZtDTMgr::RecordsFailed() const {
 
 void CZtDTMgr::SetCopyProgress(CopyProgressSink sink) {
   copy_->progress = std::move(sink);
+}
+
+void CZtDTMgr::SetCopyRejects(CopyRejectSink sink) {
+  copy_->rejects = std::move(sink);
 }
 
 const std::vector<TableCopyResult>& CZtDTMgr::LastCopyResults() const {

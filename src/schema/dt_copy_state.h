@@ -14,6 +14,7 @@ struct CZtDTMgr::CopyState {
   std::int64_t copied = 0;
   std::int64_t failed = 0;
   CopyProgressSink progress;
+  CopyRejectSink rejects;
   std::vector<TableCopyResult> results;
   // Set when "select into/bulkcopy" was switched on by this object and not yet off again.
   bool bulk_copy_switched_on = false;

@@ -2,6 +2,8 @@
 // two engines, through the library's table copy. Each side is a data-store URL or a bare SQLite
 // file path; passwords come from $ZTDB_PASSWORD (source) and $ZTDB_TARGET_PASSWORD (target) or
 // a prompt, never from the command line.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <chrono>
@@ -24,7 +26,9 @@ namespace fs = std::filesystem;
 struct CopyOptions {
   std::string source, target;
   std::vector<std::string> tables;
-  bool replace = false, append = false, indexes = false, verify = false;
+  bool replace = false, append = false, no_indexes = false, verify = false;
+  std::int64_t max_rejects = 0;
+  std::string rejects;
   bool dry_run = false, json = false, yes = false;
   bool ask_source_password = false, ask_target_password = false;
   std::string source_odbc_driver, target_odbc_driver;
@@ -75,42 +79,70 @@ std::int64_t Count(zt::Connection& cn, const std::string& table) {
   return rs->Eof() ? 0 : rs->Fields(0).Value().ToInt64();
 }
 
-// A checksum of every value of every row, independent of the row order and of how each engine
-// spells a value (Booleans as -1/0, numbers by their value): a sum of the rows' hashes.
-std::uint64_t TableChecksum(const std::shared_ptr<zt::Connection>& cn, const std::string& table,
-                            const std::vector<std::string>& columns,
-                            const std::vector<bool>& booleans) {
-  std::string list;
-  for (const auto& c : columns) list += (list.empty() ? "" : ", ") + ("[" + c + "]");
-  // Forward and read-only: the rows stream by once, so memory stays flat in the row count.
-  auto rs = std::make_shared<zt::Recordset>();
-  rs->Open("SELECT " + list + " FROM [" + table + "]", cn, zt::ado::adOpenForwardOnly,
-           zt::ado::adLockReadOnly);
-  std::uint64_t sum = 0;
-  std::string row;
-  for (; !rs->Eof(); rs->MoveNext()) {
-    row.clear();
-    for (std::int32_t i = 0; i < rs->GetFields().Count(); ++i) {
-      const zt::Variant v = rs->Fields(i).Value();
-      if (v.IsNull()) {
-        row += "\x01|";
-      } else if (v.Type() == zt::VarType::Boolean ||
-                 (booleans[static_cast<std::size_t>(i)] && v.IsNumeric())) {
-        // A Boolean on either side: MariaDB keeps it as TINYINT(1) and reads back 1.
-        row += v.ToBool() ? "-1|" : "0|";
-      } else if (v.IsNumeric() && !v.IsString()) {
-        std::ostringstream n;
-        n.precision(15);
-        n << v.ToDouble();
-        row += n.str() + "|";
-      } else {
-        row += v.ToText() + "|";
-      }
-    }
-    sum += std::hash<std::string>{}(row);
+// A value of a refused row for the --rejects file: numbers as numbers, text as text (bytes that
+// are not UTF-8 as U+FFFD), Null as null.
+json RejectValue(const zt::Variant& v) {
+  switch (v.Type()) {
+    case zt::VarType::Empty:
+    case zt::VarType::Null:
+      return nullptr;
+    case zt::VarType::Boolean:
+      return v.ToBool();
+    case zt::VarType::Long:
+    case zt::VarType::LongLong:
+      return v.ToInt64();
+    case zt::VarType::Double:
+      return v.ToDouble();
+    default:
+      return v.ToText();
   }
-  return sum;
 }
+
+// Every refused row as one JSON line: {"table", "reason", "row": {column: value}}. When a table's
+// bulk load is redone record by record, its lines so far are taken back (the file is cut to
+// where the table began), so each refused row is written once.
+class RejectsFile {
+ public:
+  explicit RejectsFile(const std::string& path) : path_(path) {
+    if (path.empty()) return;
+    file_ = std::fopen(path.c_str(), "w");
+    if (!file_) throw ToolError("cannot write the rejects file '" + path + "'");
+  }
+  ~RejectsFile() {
+    if (file_) std::fclose(file_);
+  }
+  RejectsFile(const RejectsFile&) = delete;
+  RejectsFile& operator=(const RejectsFile&) = delete;
+  bool Open() const { return file_ != nullptr; }
+  void Add(const zt::CopyReject& r) {
+    if (!file_) return;
+    if (r.table != table_) {
+      table_ = r.table;
+      table_start_ = std::ftell(file_);
+    }
+    if (r.restart) {
+      std::fflush(file_);
+      if (ftruncate(fileno(file_), table_start_) != 0 ||
+          std::fseek(file_, table_start_, SEEK_SET) != 0)
+        throw ToolError("cannot rewrite the rejects file '" + path_ + "'");
+      return;
+    }
+    json row = json::object();
+    for (std::size_t i = 0; i < r.columns.size() && i < r.values.size(); ++i)
+      row[r.columns[i]] = RejectValue(r.values[i]);
+    const std::string line = json{{"table", r.table}, {"reason", r.reason}, {"row", row}}.dump(
+                                 -1, ' ', false, json::error_handler_t::replace) +
+                             "\n";
+    if (std::fwrite(line.data(), 1, line.size(), file_) != line.size())
+      throw ToolError("cannot write the rejects file '" + path_ + "'");
+  }
+
+ private:
+  std::string path_;
+  std::FILE* file_ = nullptr;
+  std::string table_;
+  long table_start_ = 0;
+};
 
 int Copy(Context& cx) {
   CopyOptions& o = Opts();
@@ -138,7 +170,8 @@ int Copy(Context& cx) {
   }
   std::int32_t options = 0;
   if (o.append) options |= zt::kCopyAppend;
-  if (o.indexes) options |= zt::kCopyIndexes;
+  // The primary key always comes; the other indexes unless asked not to.
+  if (!o.no_indexes) options |= zt::kCopyIndexes;
   if (o.replace) options |= zt::kCopyReplace;
 
   zt::CZtDTMgr dt;
@@ -180,20 +213,27 @@ int Copy(Context& cx) {
   }
 
   Progress progress(Progress::StderrIsTerminal());
+  std::string phase;  // "" while copying, "verifying " while comparing
   dt.SetCopyProgress([&](const zt::CopyProgress& p) {
     if (p.rows_done == 0 && !p.done)
-      progress.Start(p.table, p.rows_total);
+      progress.Start(phase + p.table, p.rows_total);
     else if (!p.done)
       progress.Update(p.rows_done);
   });
+  RejectsFile rejects(o.rejects);
+  if (rejects.Open()) dt.SetCopyRejects([&](const zt::CopyReject& r) { rejects.Add(r); });
 
   json rows_json = json::array();
-  std::vector<std::vector<std::string>> summary = {{"TABLE", "ROWS", "FAILED", "SECONDS", ""}};
+  std::vector<std::vector<std::string>> summary = {{"TABLE", "ROWS", "REFUSED", "SECONDS", ""}};
+  std::vector<std::string> reasons;  // the first refusals of each table, told after the summary
   bool all_copied = true;
+  std::int64_t refused = 0;
+  double verify_seconds = 0;
   for (const auto& t : tables) {
     const auto start = std::chrono::steady_clock::now();
     bool copied = false;
     std::string error;
+    phase.clear();
     try {
       copied = dt.CopyTable(*source, source_cn, t, *target, options);
     } catch (const zt::ZtError& e) {
@@ -209,50 +249,93 @@ int Copy(Context& cx) {
     r.table = t;
     if (r.error.empty()) r.error = error;
     copied = copied && r.error.empty();
-    progress.Finish(r.rows, copied ? "" : "not copied");
-    std::string verified;
-    if (copied && o.verify) {
-      auto tcn = target->GetConnection(1);
-      std::vector<std::string> columns;
-      std::vector<bool> booleans;
-      const auto target_fields = dt.GetAllFieldsInfo(tcn, t);
-      for (const auto& f : dt.GetAllFieldsInfo(source_cn, t)) {
-        columns.push_back(f.name);
-        bool boolean = f.dao_type == 1;
-        for (const auto& g : target_fields)
-          if (Lower(g.name) == Lower(f.name) && g.dao_type == 1) boolean = true;
-        booleans.push_back(boolean);
+    progress.Finish(
+        r.rows, copied ? (r.failed ? std::to_string(r.failed) + " refused" : "") : "not copied");
+    refused += r.failed;
+    // The first three reasons of each table, each cut to a line; the closing count
+    // (NUM_FAILED_RECORDS) is in the summary already.
+    int told = 0;
+    for (const auto& m : r.messages) {
+      if (told == 3 || m.find("could not be copied") != std::string::npos) continue;
+      std::string line = t + ": " + m;
+      if (line.size() > 160) {
+        line.resize(157);
+        while ((static_cast<unsigned char>(line.back()) & 0xC0) == 0x80) line.pop_back();
+        if (static_cast<unsigned char>(line.back()) & 0x80) line.pop_back();
+        line += "...";
       }
-      const bool same_rows = Count(*source_cn, t) == Count(*tcn, t) + r.failed;
-      const bool same_sum = r.failed > 0 || TableChecksum(source_cn, t, columns, booleans) ==
-                                                TableChecksum(tcn, t, columns, booleans);
-      verified = same_rows && same_sum ? "verified" : "DIFFERS";
-      if (verified == "DIFFERS") {
+      reasons.push_back(line);
+      ++told;
+    }
+    std::string verified;
+    json verification;
+    if (copied && o.verify) {
+      phase = "verifying ";
+      const zt::CopyVerification v =
+          dt.VerifyCopy(source_cn, target->GetConnection(1), t, r.failed);
+      progress.Finish(v.source_rows, v.same ? "verified" : "DIFFERS");
+      verify_seconds += v.seconds;
+      verified = v.same ? "verified" : "DIFFERS";
+      verification = {{"same", v.same},
+                      {"by_key", v.by_key},
+                      {"source_rows", v.source_rows},
+                      {"target_rows", v.target_rows},
+                      {"missing", v.missing},
+                      {"extra", v.extra},
+                      {"differing", v.differing},
+                      {"seconds", v.seconds}};
+      if (!v.same) {
         copied = false;
-        r.error = same_rows ? "the values differ from the source's"
-                            : "the row count differs from the source's";
+        r.error = v.first_difference;
+        verification["first_difference"] = v.first_difference;
       }
     }
     all_copied = all_copied && copied;
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.1f", secs);
-    summary.push_back({t, std::to_string(r.rows), std::to_string(r.failed), seconds,
-                       copied ? verified : "NOT COPIED: " + r.error});
+    std::string status = copied ? verified : "NOT COPIED: " + r.error;
+    if (copied && r.failed) status = (verified.empty() ? "" : verified + ", ") + "rows refused";
+    summary.push_back({t, std::to_string(r.rows), std::to_string(r.failed), seconds, status});
     json entry = {{"table", t},         {"copied", copied}, {"rows", r.rows},
                   {"failed", r.failed}, {"seconds", secs},  {"messages", r.messages}};
     if (!r.error.empty()) entry["error"] = r.error;
-    if (!verified.empty()) entry["verified"] = verified == "verified";
+    if (!verified.empty()) {
+      entry["verified"] = verified == "verified";
+      entry["verification"] = verification;
+    }
     rows_json.push_back(entry);
   }
   cx.out.Table(summary);
-  cx.out.Line(all_copied
-                  ? "Copied " + std::to_string(tables.size()) + " tables to " + Describe(*target)
-                  : "Some tables were not copied completely");
+  for (const auto& reason : reasons) cx.out.Line("  refused: " + reason);
+  // Refused rows are a loss: the copy fails unless the caller allowed that many.
+  const bool rejects_allowed = refused <= o.max_rejects;
+  const bool ok = all_copied && rejects_allowed;
+  if (o.verify) {
+    char secs[32];
+    std::snprintf(secs, sizeof secs, "%.1f", verify_seconds);
+    cx.out.Line(std::string("Verification took ") + secs + " s");
+  }
+  if (ok && refused == 0)
+    cx.out.Line("Copied " + std::to_string(tables.size()) + " table" +
+                (tables.size() == 1 ? "" : "s") + " to " + Describe(*target));
+  else if (ok)
+    cx.out.Line("Copied " + std::to_string(tables.size()) + " table" +
+                (tables.size() == 1 ? "" : "s") + " to " + Describe(*target) + "; " +
+                std::to_string(refused) + " row" + (refused == 1 ? " was" : "s were") +
+                " refused (--max-rejects " + std::to_string(o.max_rejects) + ")");
+  else if (!rejects_allowed)
+    cx.out.Line(
+        std::to_string(refused) + " row" + (refused == 1 ? " was" : "s were") +
+        " refused and not copied" +
+        (o.rejects.empty() ? " (--rejects FILE lists them)" : " (listed in " + o.rejects + ")"));
+  else
+    cx.out.Line("Some tables were not copied completely");
   cx.out.Json({{"source", source->MaskedConnectionString()},
                {"target", target->MaskedConnectionString()},
-               {"copied", all_copied},
+               {"copied", ok},
+               {"refused", refused},
                {"tables", rows_json}});
-  return all_copied ? kExitOk : kExitFailed;
+  return ok ? kExitOk : kExitFailed;
 }
 
 }  // namespace
@@ -274,9 +357,17 @@ std::vector<Command> CopyCommands() {
              ->delimiter(',');
          app.add_flag("--replace", o.replace, "Drop a target table that exists and create it anew");
          app.add_flag("--append", o.append, "Keep the rows a target table already has");
-         app.add_flag("--indexes", o.indexes, "Create the tables' indexes with their structure");
+         app.add_flag("--indexes")
+             ->description("Create the tables' indexes with their structure (the default)");
+         app.add_flag("--no-indexes", o.no_indexes,
+                      "Create only the primary key, not the other indexes");
          app.add_flag("--verify", o.verify,
-                      "Compare row counts and a checksum of every column afterwards");
+                      "Compare every value of every row with the source afterwards");
+         app.add_option("--max-rejects", o.max_rejects,
+                        "Succeed even when up to N rows are refused (default 0: any refused row "
+                        "fails the copy)");
+         app.add_option("--rejects", o.rejects,
+                        "Write every refused row with its reason to FILE (JSON lines)");
          app.add_flag("--dry-run", o.dry_run, "Print what would be copied; change nothing");
          app.add_flag("--json", o.json, "Print the summary as one JSON document");
          app.add_flag("-y,--yes", o.yes, "Do not ask before replacing rows on a server");

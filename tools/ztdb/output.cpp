@@ -16,7 +16,10 @@ void Output::Line(const std::string& text) const {
 }
 
 void Output::Json(const nlohmann::json& document) const {
-  if (json) std::cout << document.dump(2) << "\n";
+  // A name or value that is not UTF-8 (a Latin-1 file, a binary column) is written with U+FFFD
+  // in its place instead of ending the command after its work is done.
+  if (json)
+    std::cout << document.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
 }
 
 void Output::Table(const std::vector<std::vector<std::string>>& rows) const {

@@ -78,6 +78,31 @@ struct ZT_EXPORT TableCopyResult {
   std::vector<std::string> messages;  // the first refusals, with their texts
 };
 
+// A record the copy refused, with its values and why (SetCopyRejects). When the engine refused a
+// bulk load and the table's rows are copied again record by record, the sink first gets an entry
+// with `restart` set: the refusals reported for `table` so far are void, each comes again.
+struct ZT_EXPORT CopyReject {
+  std::string table;
+  std::vector<std::string> columns;  // the source's column names
+  std::vector<Variant> values;       // the record's values, one per column
+  std::string reason;
+  bool restart = false;
+};
+using CopyRejectSink = std::function<void(const CopyReject&)>;
+
+// What VerifyCopy found when it compared a copied table with its source.
+struct ZT_EXPORT CopyVerification {
+  bool same = false;  // the target holds exactly the source less the rejected rows
+  std::int64_t source_rows = 0;
+  std::int64_t target_rows = 0;
+  std::int64_t missing = 0;      // source rows the target lacks
+  std::int64_t extra = 0;        // target rows the source lacks
+  std::int64_t differing = 0;    // rows on both sides whose values differ
+  bool by_key = false;           // rows were matched by the primary key (else by content)
+  std::string first_difference;  // the first difference in words: table, column, key, values
+  double seconds = 0;
+};
+
 // One index that contains a field (GetIndexNames).
 struct ZT_EXPORT IndexNameInfo {
   std::string name;
@@ -172,9 +197,14 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   // never written.
   //   * Within one database: SELECT INTO on SQL Server (with "select into/bulkcopy" switched on
   //     around it when the login may), CREATE TABLE ... AS SELECT on the other engines.
-  //   * Structure: the target's type names (CZtDataType; the Jet names on an SQLite file),
-  //     lengths, nullability, and with kCopyIndexes the primary key and the indexes by the
-  //     PK_ / UN_ / IN_ rules. PostgreSQL receives the names folded to lower case, as every
+  //   * Structure: each column gets the narrowest type of the target that holds every value
+  //     of the source column exactly (the dialect's column model; the Jet names on an SQLite
+  //     file; SQL Server keeps the names of CZtDataType where that table has one), with its
+  //     length and nullability. The primary key always comes with the structure on SQLite,
+  //     PostgreSQL and MariaDB; with kCopyIndexes (always, on SQL Server) the primary key and
+  //     the other indexes by the PK_ / UN_ / IN_ rules. A table name longer than the engine
+  //     keeps whole is refused before anything is made. PostgreSQL receives the names folded
+  //     to lower case, as every
   //     name the data-access layer sends there: the application writes its names in varying
   //     case ([nID] here, [nId] there), as engines that ignore case let it, and names kept
   //     exactly as written would be different names to PostgreSQL. Everything else about a
@@ -210,6 +240,19 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   std::int64_t RecordsFailed() const;
   // Progress of table copies (nullptr: none).
   void SetCopyProgress(CopyProgressSink sink);
+  // Every record a table copy refuses, with its values and reason (nullptr: none; the counters
+  // and the first messages are kept either way).
+  void SetCopyRejects(CopyRejectSink sink);
+  // Compares `table` in the target with its source value by value: both sides are read once, at
+  // the same time, in primary-key order where the source has a primary key (else every row's
+  // content is matched as a whole). Numbers compare by value (an integer 3 equals a double 3.0,
+  // a decimal 24.990 equals 24.99, a double narrowed to single precision does not), Booleans as
+  // -1/0, dates to the microsecond, text and binary byte for byte. `rejected` source rows may be
+  // missing from the target (the rows the copy refused); nothing else may differ. Progress goes
+  // to the copy's progress sink (rows compared). Raises when either side cannot be read.
+  CopyVerification VerifyCopy(const std::shared_ptr<Connection>& source_cn,
+                              const std::shared_ptr<Connection>& target_cn,
+                              const std::string& table, std::int64_t rejected = 0);
   // One entry per table of the last CopyTable / CopyPhysicalDataStore.
   const std::vector<TableCopyResult>& LastCopyResults() const;
 
@@ -305,7 +348,7 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   // `on_table`, when given, is the table that gets the indexes named after `new_table`.
   void CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn, Connection& target_cn,
                          const std::string& table, const std::string& new_table,
-                         const std::string& on_table = {});
+                         const std::string& on_table = {}, bool primary_only = false);
   // A new (or replaced) table on SQLite, PostgreSQL or MariaDB: the rows streamed through the
   // engine's bulk path into a working table, which takes the table's name once complete.
   bool CopyTableByStreaming(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
