@@ -460,6 +460,44 @@ names = [r[0] for r in sqlite3.connect("big_copy.db").execute(
     "SELECT name FROM sqlite_master WHERE type = 'table'")]
 assert names == ["tblBig"], names
 PY
+
+  # A store written by another SQLite program: TEXT, REAL, NUMERIC and 64-bit INTEGER keep every
+  # value; rows a shorter target column refuses fail the copy, are told and listed.
+  python3 - <<'PY'
+import sqlite3
+c = sqlite3.connect("calls.db")
+c.execute("CREATE TABLE calls (id INTEGER PRIMARY KEY, notes TEXT, cost REAL, amount NUMERIC(10,2),"
+          " big INTEGER, pic BLOB)")
+c.executemany("INSERT INTO calls VALUES (?,?,?,?,?,?)",
+              [(i, "n" * 600, 24.99, 12.34, 3000000000 + i, bytes([255, 0, i % 256])) for i in range(1, 301)])
+c.commit()
+s = sqlite3.connect("short.db")
+s.execute("CREATE TABLE calls (id INTEGER PRIMARY KEY, notes VARCHAR(100), cost REAL,"
+          " amount NUMERIC(10,2), big INTEGER, pic BLOB)")
+s.commit()
+PY
+  run copy calls.db calls_copy.db --verify
+  expect_rc 0 "copy of SQLite's own types"
+  expect_out "calls +300 +0 .*verified" "every row of SQLite's own types arrives"
+  python3 - <<'PY' || fail "copy of SQLite's own types changed values"
+import sqlite3
+a = sqlite3.connect("calls.db").execute("SELECT * FROM calls ORDER BY id").fetchall()
+b = sqlite3.connect("calls_copy.db").execute("SELECT * FROM calls ORDER BY id").fetchall()
+assert a == b, (a[0], b[0])
+PY
+  run copy calls.db short.db --rejects rejects.jsonl
+  expect_rc 1 "refused rows fail the copy"
+  expect_out "300 rows were refused" "refused rows are counted"
+  expect_out "refused: calls: .CopyFieldValue, Field: notes" "the reason is told"
+  [[ $(wc -l <rejects.jsonl) == 300 ]] || fail "--rejects lists every refused row"
+  python3 -c 'import json,sys; r=json.loads(open("rejects.jsonl").readline()); assert r["table"]=="calls" and r["row"]["id"]==1 and "too long" in r["reason"], r' ||
+    fail "--rejects: $(head -c 200 rejects.jsonl)"
+  run copy calls.db short.db --max-rejects 300
+  expect_rc 0 "--max-rejects allows the refusals"
+  run copy calls.db calls_copy.db --no-indexes
+  expect_rc 0 "copy without the other indexes"
+  run indexes calls -n "$PWD/calls_copy.db" --json
+  grep -qi 'primary' <<<"$out" || fail "the primary key comes without --indexes: $out"
   cd "$work" || return
 }
 
