@@ -136,13 +136,17 @@ void FillCalls(Db& db, std::int64_t calls, std::int64_t users, Random& r) {
     if (r.Chance(15))
       ins.Null();
     else
-      ins.Text(Words(r, 5 + static_cast<int>(r.Below(60))) + "\n\tline 2: \"quoted\" \\ end");
+      // Notes of up to about 2,000 characters.
+      ins.Text(Words(r, 5 + static_cast<int>(r.Below(280))) + "\n\tline 2: \"quoted\" \\ end");
     ins.Text(DateText(r, 2019));
     if (closed)
       ins.Text(DateText(r, 2024));
     else
       ins.Null();
-    ins.Int(r.Chance(10) ? -1 : 0).Int(r.Chance(50) ? -1 : 0).Int(r.Below(10000));
+    // Minutes past 2^31 in one call of twenty: a 64-bit column.
+    ins.Int(r.Chance(10) ? -1 : 0)
+        .Int(r.Chance(50) ? -1 : 0)
+        .Int(r.Chance(5) ? std::int64_t{3000000000} + r.Below(10000) : r.Below(10000));
     if (r.Chance(30))
       ins.Null();
     else
@@ -160,23 +164,25 @@ void FillCalls(Db& db, std::int64_t calls, std::int64_t users, Random& r) {
 
 const std::vector<WorkloadTable>& WorkloadTables() {
   static const std::vector<WorkloadTable> tables = {
+      // Declared as other SQLite programs declare columns, by SQLite's own names: a copy must
+      // keep their meaning (TEXT unbounded, REAL a double, NUMERIC exact, INTEGER 64-bit).
       {"tblCalls",
-       {{"nCallId", "LONG", "INTEGER"},
-        {"tSubject", "TEXT(255)", "VARCHAR(255)"},
-        {"tStatus", "TEXT(20)", "VARCHAR(20)"},
-        {"tPriority", "TEXT(10)", "VARCHAR(10)"},
-        {"tCaller", "TEXT(50)", "VARCHAR(50)"},
-        {"tEmail", "TEXT(80)", "VARCHAR(80)"},
-        {"mDescription", "MEMO", "TEXT"},
+       {{"nCallId", "INTEGER", "INTEGER"},
+        {"tSubject", "TEXT", "TEXT"},
+        {"tStatus", "VARCHAR(20)", "VARCHAR(20)"},
+        {"tPriority", "VARCHAR(10)", "VARCHAR(10)"},
+        {"tCaller", "VARCHAR(50)", "VARCHAR(50)"},
+        {"tEmail", "VARCHAR(80)", "VARCHAR(80)"},
+        {"mDescription", "TEXT", "TEXT"},
         {"dOpened", "DATETIME", "TIMESTAMP"},
         {"dClosed", "DATETIME", "TIMESTAMP"},
         {"fUrgent", "BIT", "@BOOL"},
         {"fBillable", "BIT", "@BOOL"},
-        {"nMinutes", "LONG", "INTEGER"},
-        {"dblRating", "DOUBLE", "DOUBLE PRECISION"},
-        {"curCharge", "CURRENCY", "@MONEY"},
-        {"nUserId", "LONG", "INTEGER"},
-        {"tCategory", "TEXT(30)", "VARCHAR(30)"}}},
+        {"nMinutes", "INTEGER", "BIGINT"},
+        {"dblRating", "REAL", "DOUBLE PRECISION"},
+        {"curCharge", "NUMERIC(19,4)", "@MONEY"},
+        {"nUserId", "INTEGER", "INTEGER"},
+        {"tCategory", "VARCHAR(30)", "VARCHAR(30)"}}},
       {"tblUser",
        {{"nUserId", "LONG", "INTEGER"},
         {"tLogin", "TEXT(50)", "VARCHAR(50)"},
