@@ -8,9 +8,11 @@
 // is created first, the rows then go in one transaction, and a table this copy created is
 // dropped again when the copy fails. The source is only read.
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <map>
 #include <set>
 
 #include "platform/dialect.h"
@@ -100,6 +102,83 @@ std::set<std::string> BooleanColumns(Connection& cn, const std::string& table) {
       platform::SqlLiteral(table) + " AND COLUMN_TYPE = 'tinyint(1)'");
   for (; !rs->Eof(); rs->MoveNext()) out.insert(rs->Fields(0).Value().ToText());
   return out;
+}
+
+// A column default as a literal every engine reads alike ("0", "-1.5", "'open'"), or "" for a
+// default the engine computes (a function, a sequence), which has no portable text. Outer
+// parentheses (SQL Server's "((0))") and PostgreSQL's cast ("'open'::character varying") go.
+std::string PortableDefault(std::string t) {
+  const auto trim = [&] {
+    while (!t.empty() && std::isspace(static_cast<unsigned char>(t.back()))) t.pop_back();
+    while (!t.empty() && std::isspace(static_cast<unsigned char>(t.front()))) t.erase(0, 1);
+  };
+  trim();
+  while (t.size() >= 2 && t.front() == '(' && t.back() == ')') {
+    t = t.substr(1, t.size() - 2);
+    trim();
+  }
+  if (t.empty()) return {};
+  if (t.front() == '\'') {
+    // The literal's end: the quote that is not doubled.
+    std::size_t i = 1;
+    for (; i < t.size(); ++i) {
+      if (t[i] != '\'') continue;
+      if (i + 1 < t.size() && t[i + 1] == '\'') {
+        ++i;
+        continue;
+      }
+      break;
+    }
+    if (i >= t.size()) return {};
+    const std::string rest = t.substr(i + 1);
+    if (!rest.empty() && rest.rfind("::", 0) != 0) return {};
+    return t.substr(0, i + 1);
+  }
+  if (const std::size_t cast = t.find("::"); cast != std::string::npos) t.erase(cast);
+  trim();
+  std::size_t i = t[0] == '-' || t[0] == '+' ? 1 : 0;
+  bool digits = false, point = false;
+  for (; i < t.size(); ++i) {
+    if (std::isdigit(static_cast<unsigned char>(t[i])))
+      digits = true;
+    else if (t[i] == '.' && !point)
+      point = true;
+    else
+      return {};
+  }
+  return digits ? t : std::string();
+}
+
+// The portable defaults of `table`'s columns, by lower-case column name.
+std::map<std::string, std::string> ColumnDefaults(Connection& cn, const std::string& table) {
+  std::vector<Variant> r;
+  r.reserve(3);
+  r.emplace_back();
+  r.emplace_back();
+  r.emplace_back(table);
+  std::map<std::string, std::string> out;
+  auto rs = cn.OpenSchema(ado::adSchemaColumns, Variant::Array(std::move(r)));
+  for (; !rs->Eof(); rs->MoveNext()) {
+    const Variant d = rs->Value("COLUMN_DEFAULT");
+    if (d.IsNull() || d.IsEmpty()) continue;
+    const std::string literal = PortableDefault(d.ToText());
+    if (!literal.empty()) out[platform::AsciiLower(rs->Value("COLUMN_NAME").ToText())] = literal;
+  }
+  return out;
+}
+
+// " DEFAULT x" for a column of the target, "" when it has none. A Boolean takes the engine's
+// spelling of a number's truth (PostgreSQL's BOOLEAN takes no -1).
+std::string DefaultClause(const std::map<std::string, std::string>& defaults,
+                          const std::string& column, bool boolean, std::int32_t provider) {
+  const auto it = defaults.find(platform::AsciiLower(column));
+  if (it == defaults.end()) return {};
+  std::string value = it->second;
+  if (boolean && provider == kProviderPostgreSql) {
+    if (value.front() == '\'') return {};
+    value = std::strtod(value.c_str(), nullptr) != 0 ? "TRUE" : "FALSE";
+  }
+  return " DEFAULT " + value;
 }
 
 // The primary key first: the table has its key before anything else refers to its rows.
@@ -605,6 +684,12 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
       at = 10;
       auto rs = EmptySelect(*source_cn, table);
       const auto booleans = BooleanColumns(*source_cn, table);
+      // SQL Server and Oracle get the statement they always got; the engines that run here
+      // get the columns' literal defaults as well.
+      const bool defaults_too =
+          target_provider == kProviderPostgreSql || target_provider == kProviderMySql;
+      const auto defaults =
+          defaults_too ? ColumnDefaults(*source_cn, table) : std::map<std::string, std::string>{};
       at = 20;
       std::string columns;
       auto& fields = rs->GetFields();
@@ -615,6 +700,7 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
             " [" + f.Name() + "] " +
             TargetType(f, *target_cn, target_provider, dao, booleans.count(f.Name()) > 0);
         if (dao == 10) column += " (" + std::to_string(f.DefinedSize()) + ")";
+        column += DefaultClause(defaults, f.Name(), dao == 1, target_provider);
         bool nullable = Nullable(f);
         if (target_provider == kProviderSqlServer && dao == 1) {
           column += " DEFAULT '0' ";
@@ -665,6 +751,7 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
       at = 10;
       auto rs = EmptySelect(*source_cn, table);
       const auto booleans = BooleanColumns(*source_cn, table);
+      const auto defaults = ColumnDefaults(*source_cn, table);
       std::string columns;
       auto& fields = rs->GetFields();
       for (std::int32_t i = 0; i < fields.Count(); ++i) {
@@ -673,6 +760,7 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
         std::string column =
             " [" + f.Name() + "] " +
             TargetType(f, *target_cn, kProviderJet, dao, booleans.count(f.Name()) > 0);
+        column += DefaultClause(defaults, f.Name(), dao == 1, kProviderJet);
         if (!Nullable(f)) column += " NOT NULL";
         columns += column + ",";
       }

@@ -172,6 +172,14 @@ TEST_P(CopyTypesTest, EveryValueOfEveryTypeSurvivesEveryPairOfEngines) {
     EXPECT_EQ(f.Item("wide").NumericScale(), 10);
     EXPECT_EQ(f.Item("bin").Type(), zt::ado::adLongVarBinary);
     EXPECT_EQ(f.Item("v").Attributes() & zt::ado::adFldIsNullable, 0);
+    rs->Close();
+    // The NOT NULL column's default came too: a row without it takes ''.
+    cn->Execute(std::string("INSERT INTO ") + kTypes + " (nId) VALUES (99)");
+    EXPECT_EQ(cn->Execute(std::string("SELECT v FROM ") + kTypes + " WHERE nId = 99")
+                  ->Fields(0)
+                  .Value()
+                  .ToText(),
+              "");
   }
 }
 
