@@ -379,7 +379,12 @@ bool CZtDTMgr::CopyTableDifferentDB(CZtDataStore& source,
     const std::int32_t provider = target.GeneralProviderType();
     const bool ddl_in_tx = cn->Dialect().TransactionalDdl();
     at = 15;
-    RequireSafeTarget(*cn, table, !(options & kCopyAppend) && TableExists(cn, table));
+    // Relationships are looked up on the engines that report them (SQL Server's statements stay
+    // those it has always been sent).
+    const bool relationships =
+        provider == kProviderJet || provider == kProviderPostgreSql || provider == kProviderMySql;
+    RequireSafeTarget(*cn, table,
+                      relationships && !(options & kCopyAppend) && TableExists(cn, table));
     // A new or replaced table between the engines that run here goes the fast way; rows added
     // to a table that stays (append, or its rows replaced) go record by record in one
     // transaction.
