@@ -53,9 +53,10 @@ namespace platform {
 
 std::unique_ptr<StatementBackend> Session::PrepareText(const std::string& sql) {
   return Guard([&] {
-    return backend->Prepare(PrepareSqlText(sql, Quirks(), provider, [&](const std::string& name) {
-      return backend->HasExactName(name);
-    }));
+    return backend->Prepare(
+        PrepareSqlText(sql, Quirks(), provider, [&](const std::string& name, bool unquoted) {
+          return backend->CatalogSpelling(name, unquoted);
+        }));
   });
 }
 

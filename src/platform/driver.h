@@ -42,14 +42,15 @@ enum class QuoteStyle {
   kBackticks,     // `name`: MySQL, MariaDB
 };
 
-// How the engine folds unquoted names. The library's SQL names the same table both ways
-// ("[tblTesselVersion]" in one statement, "tblTesselVersion" in the next), as SQL Server and
-// Jet treat names without regard to case. On an engine that folds unquoted names, a bracketed
-// name is folded the same way when it is rewritten, so both spellings reach one table.
+// How a bracketed name reaches an engine whose quoted names are case-sensitive. The library's
+// SQL names one table several ways ("[tblTesselVersion]" in one statement, "[tbltesselversion]"
+// in the next), as SQL Server and Jet treat names without regard to case.
 enum class NameFolding {
-  kNone,   // names keep their case (SQLite, SQL Server, MySQL)
-  kLower,  // PostgreSQL
-  kUpper,  // Oracle
+  kNone,     // names keep their case, the engine compares them itself (SQLite, SQL Server, MySQL)
+  kLower,    // folded to lower case, as the engine folds unquoted names (PostgreSQL over ODBC)
+  kUpper,    // folded to upper case (Oracle)
+  kCatalog,  // the catalog's own spelling of a name that matches whatever its case; a name the
+             // catalog does not hold (a table being made) keeps its case (native PostgreSQL)
 };
 
 // What an UPDATE reports as its row count.
@@ -83,6 +84,7 @@ struct ZT_TEST_EXPORT DriverQuirks {
   bool row_identity_moves = false;  // each write gives the row a new identity, which the
                                     // statement hands back with RETURNING (PostgreSQL's ctid)
   OneRowDelete one_row_delete = OneRowDelete::kNone;
+  std::size_t max_name_bytes = 0;  // longer names are cut by the engine; 0: no limit known
 };
 
 // One column of a result, described once when a statement is executed.
@@ -204,12 +206,16 @@ class ZT_TEST_EXPORT ConnectionBackend {
   // Seconds a statement may run before it is cancelled with a time-out error; 0 = no limit.
   virtual void SetCommandTimeout(int seconds) { (void)seconds; }
 
-  // True when the engine holds a table or view of exactly `name`, case included, where that
-  // differs from the folded name (a table created with a quoted mixed-case name). The rewrite of
-  // `[name]` then keeps the name's case. Default: false (nothing to tell apart).
-  virtual bool HasExactName(const std::string& name) {
+  // The engine's own spelling of `name` (a schema, table, view, column, index or constraint it
+  // holds): `name` itself when an object has exactly that name, else the spelling of one that
+  // matches it without regard to ASCII case, else "". For an `unquoted` word of the SQL text:
+  // the spelling to quote it in when the engine's folding of it reaches nothing the catalog
+  // holds but a match in another case does, else "" (keywords included). Engines whose quirks
+  // fold names ask this only to keep an exactly named object's case. Default: "".
+  virtual std::string CatalogSpelling(const std::string& name, bool unquoted) {
     (void)name;
-    return false;
+    (void)unquoted;
+    return {};
   }
 
   // A cheap check that the server is still there. Default: runs "SELECT 1".

@@ -19,6 +19,8 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "platform/driver.h"
 #include "platform/errors.h"
@@ -298,7 +300,7 @@ class PgConnection : public ConnectionBackend {
   std::string DefaultSchema() override;
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
   Variant LastInsertId() override;
-  bool HasExactName(const std::string& name) override;
+  std::string CatalogSpelling(const std::string& name, bool unquoted) override;
   std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                const std::vector<std::string>& columns) override;
 
@@ -335,6 +337,7 @@ class PgConnection : public ConnectionBackend {
     bases_.clear();
     default_schema_.clear();
     relations_.reset();
+    missing_.clear();
   }
   void ApplyTimeout();
 
@@ -345,18 +348,45 @@ class PgConnection : public ConnectionBackend {
   RowStream* stream_ = nullptr;
   int statements_ = 0;
   std::string default_schema_;
+  std::string schema_;  // the schema the connection string asked for, "" for the server's
   std::map<Oid, std::map<int, BaseColumn>> bases_;
-  // Names of the tables and views this session sees, read when first needed.
-  std::optional<std::set<std::string>> relations_;
+  // The names of the user's schemas, relations, columns, indexes and constraints, read when
+  // first needed: each as spelled, and each lower-cased name with its spelling.
+  struct Spellings {
+    std::unordered_set<std::string> exact;
+    std::unordered_map<std::string, std::string> caseless;
+    std::uint64_t read_at = 0;  // prepares_ when read
+  };
+  // Reads relations_ (and keywords_ the first time); false when the server refuses.
+  bool ReadCatalog();
+  std::uint64_t prepares_ = 0;               // statements prepared so far
+  std::unordered_set<std::string> missing_;  // lower-case names a fresh read did not hold
+  // The server's keywords (lower case), which an unquoted word is never taken for a name as.
+  std::optional<std::unordered_set<std::string>> keywords_;
+  std::optional<Spellings> relations_;
   int timeout_ = 0;
   int applied_timeout_ = 0;
 };
+
+// True when libpq takes `keyword` in its connection parameters.
+bool KnownLibpqKeyword(const std::string& keyword) {
+  static const std::set<std::string> known = [] {
+    std::set<std::string> out;
+    if (PQconninfoOption* options = PQconndefaults()) {
+      for (PQconninfoOption* o = options; o->keyword; ++o) out.insert(o->keyword);
+      PQconninfoFree(options);
+    }
+    return out;
+  }();
+  return known.count(keyword) > 0;
+}
 
 DriverQuirks PgQuirks() {
   DriverQuirks q;
   q.engine = "PostgreSQL";
   q.quote = QuoteStyle::kDoubleQuotes;
-  q.fold = NameFolding::kLower;
+  q.fold = NameFolding::kCatalog;
+  q.max_name_bytes = 63;  // NAMEDATALEN - 1
   q.transactional_ddl = true;
   q.has_schemas = true;
   q.dollar_quotes = true;
@@ -371,25 +401,39 @@ PgConnection::PgConnection(const ConnectParams& p)
   quirks_.read_only = p.read_only;
   const std::string port = p.port ? std::to_string(p.port) : std::string();
   const std::string timeout = std::to_string(p.login_timeout > 0 ? p.login_timeout : 15);
+  std::vector<const char*> keys = {
+      "host",           "port", "dbname", "user", "password", "connect_timeout", "application_name",
+      "client_encoding"};
+  std::vector<const char*> values = {
+      p.data_source.c_str(), port.c_str(),    p.database.c_str(), p.user.c_str(),
+      p.password.c_str(),    timeout.c_str(), "ZtDBTools",        "UTF8"};
+  // Items of the connection string that libpq knows (sslmode, sslrootcert, ...) go to it as
+  // they are; "Schema" makes that schema the one names are found and made in.
+  std::string schema_option;
+  for (const auto& [key, value] : p.extra) {
+    const std::string k = AsciiLower(key);
+    if (k == "schema") {
+      // The options text is split at blanks, and a backslash keeps one inside the value.
+      for (char c : QuoteIdentifier(value, PgQuirks())) {
+        if (c == ' ' || c == '\\') schema_option += '\\';
+        schema_option += c;
+      }
+      schema_ = value;
+    } else if (k != "options" && KnownLibpqKeyword(k)) {
+      keys.push_back(key.c_str());
+      values.push_back(value.c_str());
+    }
+  }
   // DateStyle ISO keeps timestamps readable whatever the server's default is; a read-only
   // connection is read-only on the server too, so a function that writes is refused as well.
   const std::string options = std::string("-c DateStyle=ISO,MDY") +
-                              (p.read_only ? " -c default_transaction_read_only=on" : "");
-  const char* keys[] = {"host",
-                        "port",
-                        "dbname",
-                        "user",
-                        "password",
-                        "connect_timeout",
-                        "application_name",
-                        "client_encoding",
-                        "options",
-                        nullptr};
-  const char* values[] = {
-      p.data_source.c_str(), port.c_str(),    p.database.c_str(), p.user.c_str(),
-      p.password.c_str(),    timeout.c_str(), "ZtDBTools",        "UTF8",
-      options.c_str(),       nullptr};
-  pg_ = PQconnectdbParams(keys, values, 0);
+                              (p.read_only ? " -c default_transaction_read_only=on" : "") +
+                              (schema_option.empty() ? "" : " -c search_path=" + schema_option);
+  keys.push_back("options");
+  values.push_back(options.c_str());
+  keys.push_back(nullptr);
+  values.push_back(nullptr);
+  pg_ = PQconnectdbParams(keys.data(), values.data(), 0);
   if (PQstatus(pg_) != CONNECTION_OK) {
     const std::string message = DriverMessage(pg_ ? PQerrorMessage(pg_) : "out of memory");
     // libpq gives no SQLSTATE for a failed start-up; its text tells a refused login apart.
@@ -401,6 +445,15 @@ PgConnection::PgConnection(const ConnectParams& p)
   }
   PQsetNoticeProcessor(
       pg_, [](void*, const char*) {}, nullptr);
+  if (!schema_.empty() && DefaultSchema() != schema_) {
+    // A search path naming a missing schema is no error to PostgreSQL; tables would be looked
+    // for and made elsewhere.
+    PQfinish(pg_);
+    pg_ = nullptr;
+    RaiseSqlState(
+        source_, "3F000", 0,
+        "The schema '" + schema_ + "' does not exist in the database '" + p.database + "'.");
+  }
 }
 
 void PgConnection::Fail(const PGresult* r) const {
@@ -470,17 +523,61 @@ Variant PgConnection::LastInsertId() {
   return Variant(v);
 }
 
-bool PgConnection::HasExactName(const std::string& name) {
-  // Read once until this connection runs DDL (ForgetCatalog); tables that other sessions create
-  // meanwhile are not seen, as with the column cache below.
-  if (!relations_) {
-    Result r = Check(PQexec(conn(),
-                            "SELECT c.relname FROM pg_class c WHERE c.relkind IN "
-                            "('r', 'v', 'm', 'p', 'f') AND pg_table_is_visible(c.oid)"));
-    relations_.emplace();
-    for (int i = 0; i < PQntuples(r.get()); ++i) relations_->insert(PQgetvalue(r.get(), i, 0));
+bool PgConnection::ReadCatalog() {
+  // The schemas of the search path (less pg_catalog): another schema's tables are not what an
+  // unqualified name reaches, and other sessions' schemas may hold the same names.
+  static const char* const kNames =
+      "WITH s AS (SELECT oid FROM pg_namespace WHERE nspname = ANY (current_schemas(false))) "
+      "SELECT c.relname FROM pg_class c WHERE c.relnamespace IN (SELECT oid FROM s) AND "
+      "c.relkind IN ('r', 'v', 'm', 'p', 'f', 'i', 'I', 'S') "
+      "UNION SELECT a.attname FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid WHERE "
+      "c.relnamespace IN (SELECT oid FROM s) AND a.attnum > 0 AND NOT a.attisdropped AND "
+      "c.relkind IN ('r', 'v', 'm', 'p', 'f') "
+      "UNION SELECT k.conname FROM pg_constraint k WHERE k.connamespace IN (SELECT oid FROM s) "
+      "UNION SELECT nspname FROM pg_namespace WHERE nspname NOT LIKE 'pg\\_%'";
+  // A failed read (a transaction the server has already aborted) leaves names as written: the
+  // statement itself then reports what is wrong.
+  if (!keywords_) {
+    Result k(PQexec(conn(), "SELECT word FROM pg_get_keywords()"));
+    if (!k || PQresultStatus(k.get()) != PGRES_TUPLES_OK) return false;
+    keywords_.emplace();
+    for (int i = 0; i < PQntuples(k.get()); ++i) keywords_->insert(PQgetvalue(k.get(), i, 0));
   }
-  return relations_->count(name) > 0;
+  Result r(PQexec(conn(), kNames));
+  if (!r || PQresultStatus(r.get()) != PGRES_TUPLES_OK) return false;
+  Spellings names;
+  names.read_at = prepares_;
+  for (int i = 0; i < PQntuples(r.get()); ++i) {
+    std::string spelled = PQgetvalue(r.get(), i, 0);
+    std::string key = AsciiLower(spelled);
+    // Of two spellings that differ only in case, the lower-case one is what unquoted SQL
+    // reaches, so it is the one a caseless reference means.
+    auto [at, fresh] = names.caseless.emplace(key, spelled);
+    if (!fresh && spelled == key) at->second = spelled;
+    names.exact.insert(std::move(spelled));
+  }
+  relations_ = std::move(names);
+  return true;
+}
+
+std::string PgConnection::CatalogSpelling(const std::string& name, bool unquoted) {
+  const std::string key = AsciiLower(name);
+  if (!relations_ && !ReadCatalog()) return {};
+  if (unquoted && keywords_->count(key)) return {};
+  // Names are read once until this connection runs DDL (ForgetCatalog). A name the copy does
+  // not hold may have been made since by another session: the catalog is read again, at most
+  // once per statement, and a name still missing then is not looked for again.
+  auto it = relations_->caseless.find(key);
+  if (it == relations_->caseless.end() && relations_->read_at != prepares_ &&
+      !missing_.count(key)) {
+    if (!ReadCatalog()) return {};
+    it = relations_->caseless.find(key);
+    if (it == relations_->caseless.end()) missing_.insert(key);
+  }
+  if (it == relations_->caseless.end()) return {};
+  if (unquoted)  // the server folds the word to `key`: quoted only when that reaches nothing
+    return relations_->exact.count(key) ? std::string() : it->second;
+  return relations_->exact.count(name) ? name : it->second;
 }
 
 const BaseColumn* PgConnection::Base(Oid table, int column) {
@@ -773,6 +870,7 @@ void PgStatement::Describe(const PGresult* r) {
 }
 
 std::unique_ptr<StatementBackend> PgConnection::Prepare(const std::string& sql) {
+  ++prepares_;
   return std::make_unique<PgStatement>(*this, sql);
 }
 

@@ -201,7 +201,13 @@ namespace {
 // The engine's spelling of the bracketed name `written` (as it stands in the text, brackets
 // included), which stands for `name` ("]]" already read as "]").
 std::string EngineName(const std::string& written, const std::string& name,
-                       const DriverQuirks& quirks, const ExactNameProbe& exact_name) {
+                       const DriverQuirks& quirks, const std::string& source,
+                       const NameResolver& resolve) {
+  if (quirks.max_name_bytes && name.size() > quirks.max_name_bytes)
+    throw ZtError(hr::kCommand, source,
+                  "The name '" + name + "' is longer than the " +
+                      std::to_string(quirks.max_name_bytes) + " bytes " + quirks.engine +
+                      " keeps of a name; it would be cut short. Use a shorter name.");
   if (quirks.quote == QuoteStyle::kBrackets) {
     // The engine reads [..] itself. One that has no escape for "]" inside brackets (SQLite ends
     // the name at the first "]") gets the name in double quotes, which it reads in full; else
@@ -209,17 +215,44 @@ std::string EngineName(const std::string& written, const std::string& name,
     if (quirks.bracket_escapes || name.find(']') == std::string::npos) return written;
     return Quoted(name, '"', '"');
   }
+  if (quirks.fold == NameFolding::kCatalog) {
+    std::string spelled = resolve ? resolve(name, false) : std::string();
+    return QuoteIdentifier(spelled.empty() ? name : spelled, quirks);
+  }
   // A name that folds to another spelling keeps its own when the engine holds an object of
   // exactly that name (made with a quoted name): that object is what the caller named.
   const std::string folded = FoldName(name, quirks.fold);
-  if (folded != name && exact_name && exact_name(name)) return QuoteIdentifier(name, quirks);
+  if (folded != name && resolve && resolve(name, false) == name)
+    return QuoteIdentifier(name, quirks);
   return QuoteIdentifier(folded, quirks);
+}
+
+// The quoted spelling an unquoted word needs on an engine that keeps names as written, "" to
+// leave it alone. The engine folds an unquoted name to lower case, so a column made as "tMajor"
+// is out of reach of the library's own "SET tMajor=..." unless the word is quoted as the
+// catalog spells it. Numbers, function names, casts' types and the E of E'..' are no names;
+// keywords and words that reach an object as they are the resolver leaves alone. `previous` is
+// the word before (upper case): after INTO, TABLE, ON or REFERENCES a "(" opens a column list.
+std::string BareName(const std::string& sql, std::size_t from, std::size_t to,
+                     const std::string& previous, const DriverQuirks& quirks,
+                     const NameResolver& resolve) {
+  if (quirks.fold != NameFolding::kCatalog || !resolve) return {};
+  if (std::isdigit(static_cast<unsigned char>(sql[from]))) return {};
+  if (from >= 2 && sql.compare(from - 2, 2, "::") == 0) return {};
+  std::size_t next = to;
+  while (next < sql.size() && std::isspace(static_cast<unsigned char>(sql[next]))) ++next;
+  const bool table =
+      previous == "INTO" || previous == "TABLE" || previous == "ON" || previous == "REFERENCES";
+  if (next < sql.size() &&
+      ((sql[next] == '(' && !table) || (next == to && (sql[next] == '\'' || sql[next] == '&'))))
+    return {};
+  return resolve(sql.substr(from, to - from), true);
 }
 
 }  // namespace
 
 std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
-                           const std::string& source, const ExactNameProbe& exact_name) {
+                           const std::string& source, const NameResolver& resolve) {
   std::string out;
   out.reserve(sql.size() + 8);
   Scanner sc{sql, quirks};
@@ -230,6 +263,7 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
   bool head = true, first = true;
   bool trigger = false;
   int block_depth = 0;
+  std::string previous;  // the word before, upper case
   while (!sc.AtEnd()) {
     const std::size_t end = sc.SkipOpaque();
     if (end != sc.i) {
@@ -254,7 +288,12 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
       }
       if (trigger && (w == "BEGIN" || (w == "CASE" && block_depth > 0))) ++block_depth;
       if (trigger && w == "END" && block_depth > 0) --block_depth;
-      out.append(sql, sc.i, j - sc.i);
+      const std::string spelled = BareName(sql, sc.i, j, previous, quirks, resolve);
+      previous = w;
+      if (spelled.empty())
+        out.append(sql, sc.i, j - sc.i);
+      else
+        out += QuoteIdentifier(spelled, quirks);
       sc.i = j;
       continue;
     }
@@ -292,7 +331,7 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
         out.append(sql, sc.i, std::string::npos);
         break;
       }
-      out += EngineName(sql.substr(sc.i, j + 1 - sc.i), name, quirks, exact_name);
+      out += EngineName(sql.substr(sc.i, j + 1 - sc.i), name, quirks, source, resolve);
       sc.i = j + 1;
       continue;
     }

@@ -11,8 +11,9 @@
 
 namespace zt::platform {
 
-// Answers whether the engine holds an object (table, view) of exactly this name, case included.
-using ExactNameProbe = std::function<bool(const std::string& name)>;
+// The engine's spelling of a name it holds, "" when it holds none; for an unquoted word, the
+// spelling it must be quoted in, "" to leave it alone (ConnectionBackend::CatalogSpelling).
+using NameResolver = std::function<std::string(const std::string& name, bool unquoted)>;
 
 // Rewrites `[name]` to the engine's quoting and refuses a second statement: a ";" followed by
 // anything but blanks and comments throws ZtError 0x80040E14, so a value pasted into SQL text
@@ -25,12 +26,17 @@ using ExactNameProbe = std::function<bool(const std::string& name)>;
 // them, and an engine without an escape for "]" inside brackets gets the name in double quotes.
 // A caller's name can therefore never end early and turn its rest into SQL.
 //
-// On an engine that folds unquoted names, a bracketed name is folded, so that the library's mixed
-// spellings of one table reach that table, unless `exact_name` reports an object of exactly the
-// name as written: then that object is meant and the name keeps its case.
+// A bracketed name reaches the engine as `quirks.fold` says: on a case-sensitive engine that
+// keeps names as written (kCatalog) it takes the spelling `resolve` gives, so the library's
+// mixed spellings of one table and tables that other programs made with quoted mixed-case names
+// are all found, and a new name keeps the case it was written in; an unquoted word that names
+// such an object only in another case is quoted in the catalog's spelling. On an engine that folds,
+// it is folded unless `resolve` reports an object of exactly that name. A name longer than
+// `quirks.max_name_bytes` is refused (ZtError 0x80040E14): the engine would cut it silently
+// and a later statement could not find it again.
 ZT_TEST_EXPORT std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
                                           const std::string& source,
-                                          const ExactNameProbe& exact_name = {});
+                                          const NameResolver& resolve = {});
 
 // Rewrites "?" parameters (outside literals and comments) to "$1", "$2" ... for engines that
 // number their parameters.

@@ -197,6 +197,13 @@ Variant Restrict(const std::string& table, const std::string& extra = {}) {
   return Variant::Array(std::move(r));
 }
 
+// The field's name as the table spells it. A statement that restates a column (MariaDB's
+// MODIFY) gives it the spelling it is written in, so a caller's "tNAME" would rename "tName".
+std::string OwnSpelling(Connection& cn, const std::string& table, const std::string& field) {
+  auto rs = cn.OpenSchema(ado::adSchemaColumns, Restrict(table, field));
+  return rs->Eof() ? field : rs->Value("COLUMN_NAME").ToText();
+}
+
 }  // namespace
 
 struct CZtDTMgr::Impl {
@@ -747,7 +754,8 @@ bool CZtDTMgr::AlterFieldType(CZtDataStore& ds, const std::string& table, const 
       at = 20;
       std::int32_t dao_type = new_type;
       const std::string type = TypeText(cn, provider, dao_type, new_size, false);
-      const auto plan = cn->Dialect().PlanAlterColumn(*cn, table, field, type, nullable);
+      const auto plan =
+          cn->Dialect().PlanAlterColumn(*cn, table, OwnSpelling(*cn, table, field), type, nullable);
       impl_->Apply(*cn, plan);
       if (!DryRun())
         LogOp(".AlterFieldType, Field: " + Br(field) +
@@ -926,7 +934,8 @@ bool CZtDTMgr::SetFieldNullability(bool nullable, CZtDataStore& ds, const std::s
         if (SameName(f.name, field))
           dao_type = f.dao_type, size = static_cast<std::int32_t>(f.size);
       const std::string type = TypeText(cn, provider, dao_type, size, false);
-      impl_->Apply(*cn, cn->Dialect().PlanSetNullable(*cn, table, field, type, nullable));
+      impl_->Apply(*cn, cn->Dialect().PlanSetNullable(*cn, table, OwnSpelling(*cn, table, field),
+                                                      type, nullable));
       return true;
     }
     const std::string type = GetFieldDataTypeNameSQLServer(*cn, table, field);

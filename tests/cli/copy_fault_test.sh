@@ -57,14 +57,16 @@ ask() {
           -p"$DBTEST_MY_PASSWORD" "$DBTEST_MY_DB" -e "$2" 2>/dev/null || true ;;
   esac
 }
+# The table's name quoted for the engine, which keeps it as written.
+quoted() { [[ $1 == pg ]] && echo "\"$2\"" || echo "\`$2\`"; }
 # The rows of a table, "absent" when there is no such table.
 rows_of() {
   local tables n
   tables=$(ask "$1" "$( [[ $1 == pg ]] &&
-    echo "SELECT lower(relname) FROM pg_class WHERE relkind = 'r' AND relnamespace = 'public'::regnamespace" ||
-    echo "SELECT lower(table_name) FROM information_schema.tables WHERE table_schema = DATABASE()")")
-  grep -qx "$(tr '[:upper:]' '[:lower:]' <<<"$2")" <<<"$tables" || { echo absent; return; }
-  n=$(ask "$1" "SELECT COUNT(*) FROM $2")
+    echo "SELECT relname FROM pg_class WHERE relkind = 'r' AND relnamespace = 'public'::regnamespace" ||
+    echo "SELECT table_name FROM information_schema.tables WHERE table_schema = DATABASE()")")
+  grep -qx "$2" <<<"$tables" || { echo absent; return; }
+  n=$(ask "$1" "SELECT COUNT(*) FROM $(quoted "$1" "$2")")
   echo "${n:-unknown}"
 }
 # Waits (10 s at most) until the target is writing rows of the copy.
@@ -95,7 +97,7 @@ finish_job() {
     echo "SELECT COUNT(*) FROM pg_class WHERE relname LIKE 'zt_copy_%'" ||
     echo "SELECT COUNT(*) FROM information_schema.tables WHERE table_name LIKE 'zt_copy_%'")")
   [[ $leftovers == 0 ]] || fail "$what: a working table was left behind"
-  ask "$engine" "DROP TABLE tblBig" >/dev/null
+  ask "$engine" "DROP TABLE $(quoted "$engine" tblBig)" >/dev/null
 }
 
 for engine in pg my; do

@@ -11,6 +11,7 @@ groups=("$@")
   dataviews settings xml sqlserver servers)
 
 work=$(mktemp -d /tmp/ztdb-test.XXXXXX)
+data="$(cd "$(dirname "$0")/../data" && pwd)"
 trap 'cd /; chmod -R u+rwx "$work" 2>/dev/null; rm -rf "$work"' EXIT
 failures=0
 fail() { echo "FAIL [$group]: $*" >&2; failures=$((failures + 1)); }
@@ -107,6 +108,13 @@ test_url() {
   run -S "postgres://tessel@db.example:5433/helpdesk" connstr
   expect_rc 0 "postgres URL"
   expect_out "Data Source=db\.example,5433;Database=helpdesk;User ID=tessel;" "postgres URL parts"
+  run -S "postgresql://tessel@db.example/helpdesk?sslmode=disable&schema=Music%20Store" connstr
+  expect_rc 0 "postgres URL with parameters"
+  expect_out "Database=helpdesk;.*sslmode=disable;Schema=Music Store" "URL parameters as items"
+  run -S "postgresql://tessel@db.example/helpdesk?password=x" connstr
+  expect_rc 2 "password as a URL parameter"
+  run -S "postgresql://tessel@db.example/helpdesk?a=b;Password=x" connstr
+  expect_rc 2 "a URL parameter that smuggles in another item"
 }
 
 test_deletes() {
@@ -956,6 +964,21 @@ test_servers() {
         -U "$DBTEST_PG_USER" -d "$DBTEST_PG_DB" -c "DROP DATABASE $1"
     }
     server_round PostgreSQL "postgresql://$DBTEST_PG_USER@$DBTEST_PG_HOST:$DBTEST_PG_PORT" pg_drop
+    # A copy into a schema of the URL's choosing keeps the names as written.
+    local pg="postgresql://$DBTEST_PG_USER@$DBTEST_PG_HOST:$DBTEST_PG_PORT/$DBTEST_PG_DB" schema="zt_Cli_$$"
+    PGPASSWORD=$DBTEST_PG_PASSWORD psql -q -h "$DBTEST_PG_HOST" -p "$DBTEST_PG_PORT" \
+      -U "$DBTEST_PG_USER" -d "$DBTEST_PG_DB" -c "CREATE SCHEMA \"$schema\""
+    ZTDB_TARGET_PASSWORD=$DBTEST_PG_PASSWORD run copy "$data/chinook.sqlite" "$pg" \
+      --target-schema "$schema" --tables Artist Album --verify
+    expect_rc 0 "copy into a schema"
+    run --store "$pg?schema=$schema" tables
+    expect_out "^  Album$" "the table is made in the schema as written"
+    ZTDB_TARGET_PASSWORD=$DBTEST_PG_PASSWORD run copy "$data/chinook.sqlite" "$pg?schema=zt_none_$$" \
+      --tables Artist
+    expect_rc 1 "copy into a schema that does not exist"
+    expect_err "The schema 'zt_none_$$' does not exist" "says which schema"
+    PGPASSWORD=$DBTEST_PG_PASSWORD psql -q -h "$DBTEST_PG_HOST" -p "$DBTEST_PG_PORT" \
+      -U "$DBTEST_PG_USER" -d "$DBTEST_PG_DB" -c "DROP SCHEMA \"$schema\" CASCADE" 2>/dev/null
     ran=$((ran + 1))
   fi
   if [[ $ran -lt 2 ]]; then

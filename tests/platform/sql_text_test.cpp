@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -76,22 +77,50 @@ TEST(SqlTextNames, TrailingBlanksReachTheEngine) {
 }
 
 TEST(SqlTextNames, AnObjectOfExactlyTheNameWinsOverFolding) {
-  const DriverQuirks pg = Style(QuoteStyle::kDoubleQuotes, true, NameFolding::kLower);
-  const std::set<std::string> tables = {"TblMixed", "tblmixed", "tblother"};
-  std::vector<std::string> asked;
-  const ExactNameProbe probe = [&](const std::string& name) {
-    asked.push_back(name);
-    return tables.count(name) > 0;
+  const DriverQuirks folding = Style(QuoteStyle::kDoubleQuotes, true, NameFolding::kUpper);
+  const NameResolver exact = [](const std::string& name, bool unquoted) {
+    return name == "TblMixed" && !unquoted ? name : std::string();
   };
-  EXPECT_EQ(PrepareSqlText("DELETE FROM [TblMixed] WHERE [nId] = 1", pg, "P", probe),
-            "DELETE FROM \"TblMixed\" WHERE \"nid\" = 1");
-  EXPECT_EQ(PrepareSqlText("SELECT * FROM [tblOther]", pg, "P", probe),
-            "SELECT * FROM \"tblother\"");
-  // Names that fold to themselves need no answer; without a probe every name folds.
-  EXPECT_EQ(PrepareSqlText("SELECT * FROM [tblmixed]", pg, "P", probe),
-            "SELECT * FROM \"tblmixed\"");
-  EXPECT_EQ(asked, (std::vector<std::string>{"TblMixed", "nId", "tblOther"}));
-  EXPECT_EQ(PrepareSqlText("DELETE FROM [TblMixed]", pg, "P"), "DELETE FROM \"tblmixed\"");
+  EXPECT_EQ(PrepareSqlText("DELETE FROM [TblMixed] WHERE [nId] = 1", folding, "O", exact),
+            "DELETE FROM \"TblMixed\" WHERE \"NID\" = 1");
+  EXPECT_EQ(PrepareSqlText("DELETE FROM [TblMixed]", folding, "O"), "DELETE FROM \"TBLMIXED\"");
+}
+
+TEST(SqlTextNames, CaseSensitiveEnginesGetTheCatalogsSpellingOrTheNameAsWritten) {
+  DriverQuirks pg = Style(QuoteStyle::kDoubleQuotes, true, NameFolding::kCatalog);
+  pg.engine = "PostgreSQL";
+  pg.max_name_bytes = 63;
+  const std::map<std::string, std::string> catalog = {
+      {"tblmixed", "tblMixed"}, {"nid", "nId"}, {"tname", "tname"}, {"tmajor", "tMajor"}};
+  // As the server answers: an unquoted word that its folding already reaches stays.
+  const NameResolver resolve = [&](const std::string& name, bool unquoted) {
+    const auto it = catalog.find(AsciiLower(name));
+    if (it == catalog.end() || (unquoted && it->second == it->first)) return std::string();
+    return it->second;
+  };
+  EXPECT_EQ(PrepareSqlText("UPDATE [TBLMIXED] SET [tName] = 'x' WHERE [nID] = 1", pg, "P", resolve),
+            "UPDATE \"tblMixed\" SET \"tname\" = 'x' WHERE \"nId\" = 1");
+  // The library's own texts name columns unquoted; functions, casts, numbers and E'' stay.
+  EXPECT_EQ(PrepareSqlText("UPDATE [tblTesselVersion]SET tMajor='8' WHERE nId > 3 AND "
+                           "lower(tName) = E'x' AND TMAJOR::text <> nid (1)",
+                           pg, "P", resolve),
+            "UPDATE \"tblTesselVersion\"SET \"tMajor\"='8' WHERE \"nId\" > 3 AND "
+            "lower(tName) = E'x' AND \"tMajor\"::text <> nid (1)");
+  EXPECT_EQ(PrepareSqlText("INSERT INTO tblMixed(nId) VALUES (1)", pg, "P", resolve),
+            "INSERT INTO \"tblMixed\"(\"nId\") VALUES (1)");
+  EXPECT_EQ(PrepareSqlText("CREATE TABLE [tblNew] ([Ärger] INT)", pg, "P", resolve),
+            "CREATE TABLE \"tblNew\" (\"Ärger\" INT)");
+  // 63 bytes pass whole; one more would be cut by the server, so nothing is sent.
+  const std::string longest(63, 'n');
+  EXPECT_EQ(PrepareSqlText("DROP TABLE [" + longest + "]", pg, "P", resolve),
+            "DROP TABLE \"" + longest + "\"");
+  try {
+    PrepareSqlText("CREATE TABLE [" + longest + "x] (a INT)", pg, "P", resolve);
+    ADD_FAILURE() << "a name PostgreSQL would cut was sent";
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Number(), hr::kCommand);
+    EXPECT_NE(e.Description().find("63 bytes"), std::string::npos) << e.Description();
+  }
 }
 
 }  // namespace

@@ -39,13 +39,6 @@ void PrintTo(const Pair& p, std::ostream* os) {
   *os << p.from << "->" << p.to;
 }
 
-// PostgreSQL folds the names the library writes in brackets to lower case (the data-access
-// layer's rule there, so that every spelling of a name reaches the same column): names are
-// compared as written except on it.
-std::string Name(const std::string& name, bool folds) {
-  return folds ? zt::platform::AsciiLower(name) : name;
-}
-
 // One value as text that every engine gives alike: Booleans as -1/0, numbers to four decimals,
 // dates to the second.
 std::string Canonical(const Variant& v) {
@@ -69,15 +62,14 @@ std::string Canonical(const Variant& v) {
 }
 
 // Every row in key order, every value canonical.
-std::vector<std::string> Rows(Connection& cn, const std::string& table, const std::string& key,
-                              bool folds) {
+std::vector<std::string> Rows(Connection& cn, const std::string& table, const std::string& key) {
   std::vector<std::string> out;
   auto rs = cn.Execute("SELECT * FROM [" + table + "] ORDER BY [" + key + "]");
   for (; !rs->Eof(); rs->MoveNext()) {
     std::string row;
     auto& f = rs->GetFields();
     for (std::int32_t i = 0; i < f.Count(); ++i)
-      row += Name(f.Item(i).Name(), folds) + "=" + Canonical(f.Item(i).Value()) + ";";
+      row += f.Item(i).Name() + "=" + Canonical(f.Item(i).Value()) + ";";
     out.push_back(row);
   }
   return out;
@@ -89,23 +81,22 @@ std::vector<std::string> Rows(Connection& cn, const std::string& table, const st
 // DAO code than the one they were made from, on the engines where the library itself declares
 // them so: Currency as DECIMAL(19,4) reads as Decimal (20), MariaDB's TINYINT(1) Boolean as
 // Byte (2).
-std::string Shape(zt::CZtDTMgr& dt, const std::shared_ptr<Connection>& cn, const std::string& table,
-                  bool folds) {
+std::string Shape(zt::CZtDTMgr& dt, const std::shared_ptr<Connection>& cn,
+                  const std::string& table) {
   std::string out;
   for (const auto& f : dt.GetAllFieldsInfo(cn, table)) {
     std::int32_t dao = f.dao_type == 20 ? 5 : f.dao_type;
     if (dao == 2 && zt::platform::AsciiLower(cn->Engine()) == "mariadb") dao = 1;
-    out += Name(f.name, folds) + " dao=" + std::to_string(dao) + " size=" + std::to_string(f.size) +
+    out += f.name + " dao=" + std::to_string(dao) + " size=" + std::to_string(f.size) +
            (f.nullable ? " null" : " not null") + "\n";
   }
   auto indexes = dt.GetTableIndexes(cn, table);
-  for (auto& i : indexes)
-    i.name = i.kind == zt::kIndexKindPrimaryKey ? "<primary key>" : Name(i.name, folds);
+  for (auto& i : indexes) i.name = i.kind == zt::kIndexKindPrimaryKey ? "<primary key>" : i.name;
   std::sort(indexes.begin(), indexes.end(),
             [](const auto& a, const auto& b) { return a.name < b.name; });
   for (const auto& i : indexes) {
     out += "index " + i.name + " kind=" + std::to_string(i.kind);
-    for (const auto& c : i.columns) out += " " + Name(c, folds);
+    for (const auto& c : i.columns) out += " " + c;
     out += "\n";
   }
   return out;
@@ -195,9 +186,6 @@ class CopyEngineTest : public ::testing::TestWithParam<Pair> {
     Insert(cn, kUsers, {7, "admin"});
   }
 
-  // Whether either side folds names (see Name).
-  bool F() const { return GetParam().from == "PostgreSQL" || GetParam().to == "PostgreSQL"; }
-
   std::filesystem::path dir_;
   zt::testing::RecordingEnv env_;
   std::shared_ptr<CZtDataStore> source_, target_;
@@ -212,9 +200,9 @@ TEST_P(CopyEngineTest, TablesArriveWithTheirShapeAndRows) {
   for (const char* table : {kCalls, kUsers}) {
     ASSERT_TRUE(dt_.CopyTable(*source_, src_cn_, table, *target_, zt::kCopyIndexes)) << table;
     EXPECT_EQ(dt_.RecordsFailed(), 0);
-    EXPECT_EQ(Shape(dt_, src_cn_, table, F()), Shape(dt_, tgt_cn_, table, F())) << table;
+    EXPECT_EQ(Shape(dt_, src_cn_, table), Shape(dt_, tgt_cn_, table)) << table;
     const std::string key = table == std::string(kCalls) ? "nId" : "nUserId";
-    EXPECT_EQ(Rows(*src_cn_, table, key, F()), Rows(*tgt_cn_, table, key, F())) << table;
+    EXPECT_EQ(Rows(*src_cn_, table, key), Rows(*tgt_cn_, table, key)) << table;
   }
   ASSERT_EQ(dt_.LastCopyResults().size(), 1u);
   EXPECT_EQ(dt_.LastCopyResults()[0].rows, 1);
@@ -225,18 +213,18 @@ TEST_P(CopyEngineTest, TablesArriveWithTheirShapeAndRows) {
 
   // Copied again without option 1: the old rows go, the table holds the copy once.
   ASSERT_TRUE(dt_.CopyTable(*source_, src_cn_, kCalls, *target_, 0));
-  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId", F()), Rows(*tgt_cn_, kCalls, "nId", F()));
+  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId"), Rows(*tgt_cn_, kCalls, "nId"));
   // With option 1 the rows are added to those there: the key refuses all three.
   ASSERT_TRUE(dt_.CopyTable(*source_, src_cn_, kCalls, *target_, zt::kCopyAppend));
   EXPECT_EQ(dt_.RecordsCopied(), 0);
   EXPECT_EQ(dt_.RecordsFailed(), 3);
-  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId", F()), Rows(*tgt_cn_, kCalls, "nId", F()));
+  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId"), Rows(*tgt_cn_, kCalls, "nId"));
   // A row the target lacks goes in beside the refused ones.
   tgt_cn_->Execute(std::string("DELETE FROM [") + kCalls + "] WHERE [nId] = 2");
   ASSERT_TRUE(dt_.CopyTable(*source_, src_cn_, kCalls, *target_, zt::kCopyAppend));
   EXPECT_EQ(dt_.RecordsCopied(), 1);
   EXPECT_EQ(dt_.RecordsFailed(), 2);
-  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId", F()), Rows(*tgt_cn_, kCalls, "nId", F()));
+  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId"), Rows(*tgt_cn_, kCalls, "nId"));
   EXPECT_TRUE(dt_.VerifySameFields(*source_, *target_, kCalls));
 }
 
@@ -255,14 +243,12 @@ TEST_P(CopyEngineTest, ARecordTooLongIsCountedAndTheRestCopied) {
   EXPECT_EQ(dt_.RecordsFailed(), 1);
   const auto& r = dt_.LastCopyResults().at(0);
   ASSERT_EQ(r.messages.size(), 2u);
-  EXPECT_EQ(r.messages[0],
-            ".CopyFieldValue, Field: " + Name("tName", GetParam().to == "PostgreSQL") +
-                ", Value: " + std::string(60, 'b') +
-                "  Source field value too long for target field.");
+  EXPECT_EQ(r.messages[0], ".CopyFieldValue, Field: tName, Value: " + std::string(60, 'b') +
+                               "  Source field value too long for target field.");
   EXPECT_EQ(r.messages[1], "1 records could not be copied.");
-  auto rows = Rows(*tgt_cn_, kBad, "nId", F());
+  auto rows = Rows(*tgt_cn_, kBad, "nId");
   ASSERT_EQ(rows.size(), 2u);
-  EXPECT_EQ(rows[1], Name("nId", F()) + "=3.0000;" + Name("tName", F()) + "='c';");
+  EXPECT_EQ(rows[1], "nId=3.0000;tName='c';");
 }
 
 TEST_P(CopyEngineTest, AFailedCopyLeavesTheTargetAsItWas) {
@@ -271,7 +257,7 @@ TEST_P(CopyEngineTest, AFailedCopyLeavesTheTargetAsItWas) {
   Insert(*tgt_cn_, kBad, {41});
   Insert(*tgt_cn_, kBad, {42});
   EXPECT_THROW(dt_.CopyTable(*source_, src_cn_, kBad, *target_, 0), zt::ZtError);
-  EXPECT_EQ(Rows(*tgt_cn_, kBad, "nId", F()).size(), 2u);
+  EXPECT_EQ(Rows(*tgt_cn_, kBad, "nId").size(), 2u);
   EXPECT_FALSE(dt_.LastCopyResults().at(0).copied);
   EXPECT_FALSE(dt_.LastCopyResults().at(0).error.empty());
   Drop(*tgt_cn_, kBad);
@@ -309,7 +295,7 @@ TEST_P(CopyEngineTest, AWholeStoreWithoutTheSystemTables) {
   }
   EXPECT_EQ(counts[kCalls], 3);
   EXPECT_EQ(counts[kUsers], 1);
-  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId", F()), Rows(*tgt_cn_, kCalls, "nId", F()));
+  EXPECT_EQ(Rows(*src_cn_, kCalls, "nId"), Rows(*tgt_cn_, kCalls, "nId"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Live, CopyEngineTest,

@@ -15,11 +15,13 @@
 
 #include "platform/dialect.h"
 #include "platform/sql_text.h"
+#include "recordset/record_mgr_internal.h"
 #include "support/engines.h"
 #include "zt/datastore.h"
 #include "zt/error.h"
 #include "zt/error_codes.h"
 #include "zt/platform.h"
+#include "zt/recordset/recordset_utils.h"
 #include "zt/schema/dt_mgr.h"
 
 namespace zt::testing {
@@ -407,6 +409,70 @@ TEST_P(SchemaEngineTest, CreateAndDeleteIndexesAndKeys) {
   EXPECT_TRUE(after.indexes.count("in_" + table_ + "_num"));
   EXPECT_EQ(after.rows, 5);
   EXPECT_EQ(after.checksum, before.checksum);
+}
+
+// Names reach the engine as written and every spelling finds them, as on SQL Server and Jet:
+// the table is made with mixed-case names by another session after this one has read the
+// catalog, as another program would make it; statements, record removal, index and field
+// changes then find it whatever spelling they are given.
+TEST_P(SchemaEngineTest, MixedCaseNamesAreKeptAndFoundInAnySpelling) {
+  // MariaDB on Linux compares table names by case itself (lower_case_table_names=0); its
+  // columns, like every name elsewhere, are found in any spelling.
+  const bool caseless_tables = GetParam().name != "MariaDB";
+  const std::string mixed = "tblMixed_" + table_.substr(7, 12);
+  const std::string upper = caseless_tables ? "TBLMIXED_" + table_.substr(7, 12) : mixed;
+  const std::string lower = caseless_tables ? AsciiLower(mixed) : mixed;
+  cn_->Execute("DROP TABLE IF EXISTS [" + upper + "]");
+  auto other = std::make_shared<Connection>();
+  other->Open(GetParam().ConnectionString((dir_ / "schema.db").string()));
+  other->Execute("CREATE TABLE [" + mixed + "] ([nId] " + cn_->ColumnType(4) +
+                 " NOT NULL PRIMARY KEY, [tName] " + cn_->ColumnType(10, 20) + ")");
+  other->Close();
+  cn_->Execute("INSERT INTO " + mixed + "(nId, tName) VALUES (1, 'a')");
+  cn_->Execute("INSERT INTO [" + upper + "] ([NID], [tname]) VALUES (2, NULL)");
+  cn_->Execute("INSERT INTO [" + lower + "] ([nID], [TNAME]) VALUES (3, 'a')");
+  std::vector<std::string> tables, columns;
+  auto rs = cn_->OpenSchema(adSchemaTables, Variant::Array({Variant(), Variant(), Variant(upper)}));
+  for (; !rs->Eof(); rs->MoveNext()) tables.push_back(rs->Fields("TABLE_NAME").Value().ToText());
+  EXPECT_EQ(tables, std::vector<std::string>{mixed});
+  rs = cn_->Execute("SELECT * FROM [" + upper + "]");
+  for (std::int32_t i = 0; i < rs->GetFields().Count(); ++i)
+    columns.push_back(rs->Fields(i).Name());
+  EXPECT_EQ(columns, (std::vector<std::string>{"nId", "tName"}));
+  rs.reset();  // an open read would keep SQLite's rebuild below from committing
+
+  CZtRecordMgr records;
+  EXPECT_TRUE(records.RemoveDuplicateRecords(upper, cn_, Variant::Array({"TNAME"})));
+  EXPECT_EQ(records.LastRecordsDeleted(), 1);
+  std::int64_t deleted = 0;
+  recordset::RemoveNullRecords(lower, cn_, Variant::Array({"tname"}), &deleted);
+  EXPECT_EQ(deleted, 1);
+  ops_->CreateIndex(upper, {"TName"}, "IX_Mixed", kIndexKindPlain);
+  ops_->AlterField(lower, "tNAME", dao::dbText, 40, true);
+  rs = cn_->Execute("SELECT [NId], [tname] FROM [" + mixed + "]");
+  ASSERT_FALSE(rs->Eof());
+  EXPECT_EQ(rs->Fields(0).Value().ToInt32(), 1);
+  EXPECT_EQ(rs->Fields(1).Value().ToText(), "a");
+  rs->MoveNext();
+  EXPECT_TRUE(rs->Eof());
+  rs.reset();
+  CZtDTMgr dt;
+  std::vector<IndexNameInfo> indexes;
+  EXPECT_TRUE(dt.GetIndexNames(cn_, upper, "tname", indexes));
+  ASSERT_EQ(indexes.size(), 1u);
+  EXPECT_EQ(indexes[0].columns, std::vector<std::string>{"tName"});
+
+  // PostgreSQL keeps 63 bytes of a name: a longer one is refused before anything is made
+  // (MariaDB refuses one over 64 itself).
+  const std::string too_long = "t" + std::string(64, 'x');
+  const std::int32_t refused =
+      ZT_THROWN(cn_->Execute("CREATE TABLE [" + too_long + "] ([n] " + cn_->ColumnType(4) + ")"));
+  EXPECT_EQ(refused != 0, !GetParam().is_file);
+  if (GetParam().name == "PostgreSQL") {
+    EXPECT_EQ(refused, hr::kCommand);
+  }
+  if (!refused) cn_->Execute("DROP TABLE [" + too_long + "]");
+  cn_->Execute("DROP TABLE [" + upper + "]");
 }
 
 INSTANTIATE_TEST_SUITE_P(Live, SchemaEngineTest, ::testing::ValuesIn(LiveEngines()), EngineName());

@@ -32,6 +32,7 @@ struct CopyOptions {
   bool dry_run = false, json = false, yes = false;
   bool ask_source_password = false, ask_target_password = false;
   std::string source_odbc_driver, target_odbc_driver;
+  std::string target_schema;
 };
 
 std::string Lower(std::string text) {
@@ -150,6 +151,12 @@ int Copy(Context& cx) {
   if (o.replace && o.append) throw UsageError("--replace and --append exclude each other");
   auto source = Side(o.source, o.source_odbc_driver, o.ask_source_password, "ZTDB_PASSWORD");
   auto target = Side(o.target, o.target_odbc_driver, o.ask_target_password, "ZTDB_TARGET_PASSWORD");
+  if (!o.target_schema.empty()) {
+    if (target->GeneralProviderType() != zt::kProviderPostgreSql)
+      throw UsageError("--target-schema needs a PostgreSQL target");
+    const std::string alt = target->AltConnString();
+    target->AltConnString((alt.empty() ? "" : alt + ";") + "Schema=" + o.target_schema);
+  }
   if (!IsServer(*source) && !IsServer(*target) && fs::exists(target->FullPath()) &&
       fs::equivalent(source->FullPath(), target->FullPath()))
     throw UsageError("the source and the target are the same file");
@@ -382,6 +389,9 @@ std::vector<Command> CopyCommands() {
                         "ODBC driver of the source (e.g. \"MariaDB Unicode\")")
              ->group(group);
          app.add_option("--target-odbc-driver", o.target_odbc_driver, "ODBC driver of the target")
+             ->group(group);
+         app.add_option("--target-schema", o.target_schema,
+                        "PostgreSQL schema the tables are made in (it must exist)")
              ->group(group);
        },
        Copy},

@@ -1,6 +1,7 @@
 // The URL form of a data store on the command line.
 #include "store_url.h"
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 
@@ -53,7 +54,32 @@ void ApplyStoreUrl(const std::string& url, StoreOptions& given) {
     given = o;
     return;
   }
-  o.name = slash == std::string::npos ? "" : PercentDecoded(rest.substr(slash + 1));
+  // "?key=value&..." after a server's database: "schema" picks the schema names are found and
+  // made in; any other key goes on to the driver as a connection string item (sslmode=...).
+  std::string path = slash == std::string::npos ? "" : rest.substr(slash + 1);
+  const auto query = path.find('?');
+  if (query != std::string::npos) {
+    std::string items = path.substr(query + 1);
+    path.resize(query);
+    for (std::size_t start = 0; start <= items.size();) {
+      const std::size_t end = std::min(items.find('&', start), items.size());
+      const std::string item = items.substr(start, end - start);
+      start = end + 1;
+      if (item.empty()) continue;
+      const auto eq = item.find('=');
+      const std::string key = PercentDecoded(item.substr(0, eq));
+      const std::string value = eq == std::string::npos ? "" : PercentDecoded(item.substr(eq + 1));
+      if (key.empty() || eq == std::string::npos ||
+          key.find_first_of(";={}") != std::string::npos ||
+          value.find_first_of(";{}") != std::string::npos)
+        throw UsageError("the URL parameter '" + item + "' is not of the form key=value");
+      if (key == "password" || key == "pwd")
+        throw UsageError("a password never goes on the command line; use $ZTDB_PASSWORD or -W");
+      o.alt += (o.alt.empty() ? "" : ";") + (key == "schema" ? std::string("Schema") : key) + "=" +
+               value;
+    }
+  }
+  o.name = PercentDecoded(path);
   if (at != std::string::npos) {
     o.user = PercentDecoded(authority.substr(0, at));
     authority = authority.substr(at + 1);

@@ -36,9 +36,10 @@ std::string PercentDecoded(const std::string& text);
 
 // Sets `o` from a data store URL: sqlite:///path/file.db, postgresql://user@host:port/db,
 // mysql://..., sqlserver://..., oracle://user@host:port. The user, the database name and the
-// file path may carry percent-escapes; a port is handed on after a comma (host,port). A URL
-// with a password in it, an unknown scheme or no file/server is a UsageError and leaves `o`
-// as it was.
+// file path may carry percent-escapes; a port is handed on after a comma (host,port). A server
+// URL may end in "?key=value&...": "schema=x" makes x the schema the store's names live in, and
+// other keys reach the driver as connection string items (sslmode=disable). A URL with a
+// password in it, an unknown scheme or no file/server is a UsageError and leaves `o` as it was.
 void ApplyStoreUrl(const std::string& url, StoreOptions& o);
 
 }  // namespace ztdb
