@@ -2,7 +2,7 @@
 // the tool relies on: any text either is refused with UsageError, changing nothing, or names a
 // store of a known type whose server or file is given, a URL that carries a password (user:pw@) is
 // always refused, and a URL written from parts (user, host, port, database or file path, with
-// percent-escapes) is read back to the same parts.
+// percent-escapes, and a schema parameter) is read back to the same parts.
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <cctype>
@@ -91,12 +91,16 @@ void FuzzServerUrl(FuzzedDataProvider& in) {
   const std::string port = std::to_string(in.ConsumeIntegralInRange(1, 65535));
   const bool with_db = in.ConsumeBool();
   const std::string db = in.ConsumeRandomLengthString(24);
+  const bool with_schema = with_db && in.ConsumeBool();
+  std::string schema = in.ConsumeRandomLengthString(16);
+  std::erase_if(schema, [](char c) { return c == ';' || c == '{' || c == '}'; });
 
   std::string url = scheme + "://";
   if (with_user) url += Escaped(in, user, ":@/%") + "@";
   url += host;
   if (with_port) url += ":" + port;
-  if (with_db) url += "/" + Escaped(in, db, "%");
+  if (with_db) url += "/" + Escaped(in, db, "%?");
+  if (with_schema) url += "?schema=" + Escaped(in, schema, "%&");
 
   ztdb::StoreOptions o;
   Check(Parses(url, o));
@@ -104,6 +108,7 @@ void FuzzServerUrl(FuzzedDataProvider& in) {
   Check(o.user == (with_user ? user : ""));
   Check(o.location == host + (with_port ? "," + port : ""));
   Check(o.name == (with_db ? db : ""));
+  Check(o.alt == (with_schema ? "Schema=" + schema : ""));
 }
 
 void FuzzFileUrl(FuzzedDataProvider& in) {
