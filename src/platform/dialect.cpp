@@ -434,9 +434,14 @@ class PostgresDialect : public Dialect {
   std::string AlterColumn(const std::string& table, const std::string& column,
                           const std::string& type) const override {
     // USING converts what has no implicit cast (text to a number); a value that does not
-    // convert fails the statement, and the plan's transaction undoes the rest.
+    // convert fails the statement, and the plan's transaction undoes the rest. Not for a text
+    // type: an explicit cast to VARCHAR(n) cuts a longer value silently, where the assignment
+    // the plain TYPE clause makes refuses it ("value too long for type ...").
+    const std::string base = TypeBase(type);
+    const bool text = base == "varchar" || base == "char" || base == "text" ||
+                      base == "character varying" || base == "character";
     return AlterTable(table) + "ALTER COLUMN " + BracketName(column) + " TYPE " + type +
-           " USING CAST(" + BracketName(column) + " AS " + type + ")";
+           (text ? "" : " USING CAST(" + BracketName(column) + " AS " + type + ")");
   }
   SchemaPlan PlanDropIndex(Connection& cn, const std::string& table, const std::string& name,
                            bool constraint) const override {

@@ -306,6 +306,15 @@ TEST_P(SchemaEngineTest, FailedChangesLeaveTheTableAsItWas) {
   EXPECT_EQ(ZT_THROWN(ops_->AlterField(table_, "tNum", 10, 10, false)), hr::kIntegrity);
   EXPECT_EQ(State(), before);
 
+  // A text shorter than values it holds: nothing is cut. The servers refuse the change; SQLite
+  // keeps every value whole whatever length a column declares.
+  const std::int32_t shorter = ZT_THROWN(ops_->AlterField(table_, "tNote", 10, 3, true));
+  EXPECT_EQ(Values("tNote"), (std::vector<std::string>{"one", "two", "<null>", "four", "five"}));
+  if (!Sqlite()) {
+    EXPECT_NE(shorter, 0);
+    EXPECT_EQ(State(), before);
+  }
+
   // A text that does not read as a number.
   cn_->Execute("UPDATE [" + table_ + "] SET [tNote] = '12' WHERE [tNote] IS NOT NULL");
   cn_->Execute("UPDATE [" + table_ + "] SET [tNote] = 'x12' WHERE [nId] = 2");
