@@ -10,7 +10,9 @@
 //                                            MariaDB interface the library has; no row is
 //                                            judged or converted), one transaction; goal >= 0.8
 //
-// Each pair also runs the whole `ztdb copy` command (BM_*_Ztdb), the way administrators copy.
+// Each pair also runs the whole `ztdb copy` command (BM_*_Ztdb), the way administrators copy,
+// and PostgreSQL and SQLite with --verify (BM_*_ZtdbVerify; goal: verifying takes no longer
+// than the copy, so at most twice BM_*_Ztdb). Every target has the source's key and index.
 //
 // The servers are those of tests/servers/servers.sh (DBTEST_PG_*, DBTEST_MY_*); a pair whose
 // server is not configured is skipped. Each iteration starts from an empty target table made with
@@ -129,8 +131,9 @@ struct Target {
       cn.Execute("DROP TABLE [tblCalls]");
     } catch (const zt::ZtError&) {
     }
-    cn.Execute(zt::bench::CreateTableSql(WorkloadTableNamed("tblCalls"), !prefix.empty(),
-                                         boolean_type, money_type));
+    const auto& calls = WorkloadTableNamed("tblCalls");
+    cn.Execute(zt::bench::CreateTableSql(calls, !prefix.empty(), boolean_type, money_type));
+    for (const std::string& index : zt::bench::CreateIndexSql(calls)) cn.Execute(index);
     if (name == "PostgreSQL") cn.Execute("VACUUM ANALYZE [tblCalls]");
   }
 };
@@ -224,7 +227,7 @@ void AppendEscaped(std::string& out, const unsigned char* p, int n) {
 }
 
 void BareCopy(PGconn* pg) {
-  PGresult* res = PQexec(pg, "COPY tblCalls FROM STDIN");
+  PGresult* res = PQexec(pg, "COPY \"tblCalls\" FROM STDIN");
   if (PQresultStatus(res) != PGRES_COPY_IN) throw std::runtime_error(PQerrorMessage(pg));
   PQclear(res);
   SourceRows src;
@@ -404,7 +407,7 @@ void BM_MariaDB_Stream(benchmark::State& state) {
 // The whole `ztdb copy SOURCE TARGET --tables tblCalls --replace` as an administrator runs it: a
 // process of its own (start-up, connections, the count of the source rows, the structure and the
 // rename included). max_rss_mb is then the ztdb process's peak.
-void RunZtdb(benchmark::State& state, const Target& t) {
+void RunZtdb(benchmark::State& state, const Target& t, bool verify = false) {
   if (!t.Available()) return state.SkipWithError((t.prefix + "_PORT is not set").c_str());
   SourcePath();
   std::string url, password;
@@ -424,6 +427,7 @@ void RunZtdb(benchmark::State& state, const Target& t) {
   for (auto _ : state) {
     std::vector<std::string> args = {ZT_ZTDB,    "copy",     SourcePath(), url,
                                      "--tables", "tblCalls", "--replace"};
+    if (verify) args.push_back("--verify");
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());
     argv.push_back(nullptr);
@@ -457,6 +461,13 @@ void BM_SQLite_Ztdb(benchmark::State& state) {
 void BM_MariaDB_Ztdb(benchmark::State& state) {
   RunZtdb(state, kMaria);
 }
+// The same with --verify: what verifying costs is the difference to the run without it.
+void BM_PostgreSQL_ZtdbVerify(benchmark::State& state) {
+  RunZtdb(state, kPg, true);
+}
+void BM_SQLite_ZtdbVerify(benchmark::State& state) {
+  RunZtdb(state, kSqlite, true);
+}
 
 #define ZT_COPY_BENCH(fn) \
   BENCHMARK(fn)->Iterations(1)->Repetitions(1)->UseRealTime()->Unit(benchmark::kMillisecond)
@@ -464,9 +475,11 @@ void BM_MariaDB_Ztdb(benchmark::State& state) {
 ZT_COPY_BENCH(BM_PostgreSQL_BareCopy);
 ZT_COPY_BENCH(BM_PostgreSQL_Stream);
 ZT_COPY_BENCH(BM_PostgreSQL_Ztdb);
+ZT_COPY_BENCH(BM_PostgreSQL_ZtdbVerify);
 ZT_COPY_BENCH(BM_SQLite_BareAttach);
 ZT_COPY_BENCH(BM_SQLite_Stream);
 ZT_COPY_BENCH(BM_SQLite_Ztdb);
+ZT_COPY_BENCH(BM_SQLite_ZtdbVerify);
 ZT_COPY_BENCH(BM_MariaDB_BareInsert);
 ZT_COPY_BENCH(BM_MariaDB_Stream);
 ZT_COPY_BENCH(BM_MariaDB_Ztdb);

@@ -124,7 +124,8 @@ void FillCalls(Db& db, std::int64_t calls, std::int64_t users, Random& r) {
     // About one call in ten repeats the number of an earlier call.
     const std::int64_t id = (i > 1 && r.Chance(10)) ? 1 + r.Below(i - 1) : i;
     const bool closed = r.Chance(60);
-    ins.Int(id)
+    ins.Int(i)
+        .Int(id)
         .Text(Words(r, 1 + static_cast<int>(r.Below(8))))
         .Text(kStatus[static_cast<std::size_t>(r.Below(kStatus.size()))])
         .Text(kPriority[static_cast<std::size_t>(r.Below(kPriority.size()))])
@@ -167,7 +168,8 @@ const std::vector<WorkloadTable>& WorkloadTables() {
       // Declared as other SQLite programs declare columns, by SQLite's own names: a copy must
       // keep their meaning (TEXT unbounded, REAL a double, NUMERIC exact, INTEGER 64-bit).
       {"tblCalls",
-       {{"nCallId", "INTEGER", "INTEGER"},
+       {{"nId", "INTEGER NOT NULL PRIMARY KEY", "BIGINT NOT NULL PRIMARY KEY"},
+        {"nCallId", "INTEGER", "INTEGER"},
         {"tSubject", "TEXT", "TEXT"},
         {"tStatus", "VARCHAR(20)", "VARCHAR(20)"},
         {"tPriority", "VARCHAR(10)", "VARCHAR(10)"},
@@ -182,23 +184,27 @@ const std::vector<WorkloadTable>& WorkloadTables() {
         {"dblRating", "REAL", "DOUBLE PRECISION"},
         {"curCharge", "NUMERIC(19,4)", "@MONEY"},
         {"nUserId", "INTEGER", "INTEGER"},
-        {"tCategory", "VARCHAR(30)", "VARCHAR(30)"}}},
+        {"tCategory", "VARCHAR(30)", "VARCHAR(30)"}},
+       {"dOpened"}},
       {"tblUser",
        {{"nUserId", "LONG", "INTEGER"},
         {"tLogin", "TEXT(50)", "VARCHAR(50)"},
         {"tFullName", "TEXT(100)", "VARCHAR(100)"},
         {"fActive", "BIT", "@BOOL"},
-        {"dCreated", "DATETIME", "TIMESTAMP"}}},
+        {"dCreated", "DATETIME", "TIMESTAMP"}},
+       {}},
       {"tblSettings",
        {{"tName", "TEXT(100)", "VARCHAR(100)"},
         {"tValue", "TEXT(255)", "VARCHAR(255)"},
-        {"nUserId", "LONG", "INTEGER"}}},
+        {"nUserId", "LONG", "INTEGER"}},
+       {}},
       {"tblFields",
        {{"nFieldId", "LONG", "INTEGER"},
         {"tFieldName", "TEXT(64)", "VARCHAR(64)"},
         {"nDataType", "LONG", "INTEGER"},
         {"nSize", "LONG", "INTEGER"},
-        {"fRequired", "BIT", "@BOOL"}}},
+        {"fRequired", "BIT", "@BOOL"}},
+       {}},
   };
   return tables;
 }
@@ -222,16 +228,27 @@ std::string CreateTableSql(const WorkloadTable& table, bool server, const std::s
   return sql + ")";
 }
 
+std::vector<std::string> CreateIndexSql(const WorkloadTable& table) {
+  std::vector<std::string> out;
+  for (const std::string& c : table.indexed)
+    out.push_back("CREATE INDEX [IN_" + table.name + "_" + c + "] ON [" + table.name + "] ([" + c +
+                  "])");
+  return out;
+}
+
 void WriteHelpDeskStore(const std::string& path, std::int64_t calls, std::uint64_t seed) {
   std::filesystem::remove(path);
   Db db(path);
   db.Exec("PRAGMA journal_mode=OFF");
   db.Exec("PRAGMA synchronous=OFF");
   for (const WorkloadTable& t : WorkloadTables()) {
-    std::string sql = CreateTableSql(t, false);
-    for (char& ch : sql)
-      if (ch == '[' || ch == ']') ch = '"';
-    db.Exec(sql);
+    std::vector<std::string> statements = CreateIndexSql(t);
+    statements.insert(statements.begin(), CreateTableSql(t, false));
+    for (std::string& sql : statements) {
+      for (char& ch : sql)
+        if (ch == '[' || ch == ']') ch = '"';
+      db.Exec(sql);
+    }
   }
   Random r(seed);
   const std::int64_t users = std::max<std::int64_t>(10, calls / 50);

@@ -1,4 +1,5 @@
-// A synthetic help-desk data store for benchmarks: a calls table of N rows with 16 mixed columns
+// A synthetic help-desk data store for benchmarks: a calls table of N rows with a key, an index
+// and 16 mixed columns
 // (texts of varied length in several scripts, a memo, dates, -1/0 Booleans, Long, Double,
 // Currency, Nulls, about 10% repeated call numbers), a user table, settings and field
 // definitions. The same seed gives the same store, byte for byte.
@@ -21,6 +22,7 @@ struct WorkloadColumn {
 struct WorkloadTable {
   std::string name;
   std::vector<WorkloadColumn> columns;
+  std::vector<std::string> indexed;  // columns with an index of their own ("IN_<table>_<column>")
 };
 
 // tblCalls, tblUser, tblSettings and tblFields.
@@ -33,6 +35,9 @@ const WorkloadTable& WorkloadTableNamed(const std::string& name);
 std::string CreateTableSql(const WorkloadTable& table, bool server,
                            const std::string& boolean_type = "BOOLEAN",
                            const std::string& money_type = "NUMERIC(19,4)");
+
+// "CREATE INDEX [IN_table_column] ON [table] ([column])" for each of the table's indexed columns.
+std::vector<std::string> CreateIndexSql(const WorkloadTable& table);
 
 // Writes the store into a new SQLite file at `path` (an existing file is replaced): `calls`
 // rows of tblCalls, one user per 50 calls (at least 10), 200 settings and 120 field
