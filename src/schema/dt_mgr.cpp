@@ -836,11 +836,33 @@ void CZtDTMgr::DeleteDefaultConstraintSQLServer(Connection& cn, const std::strin
 void CZtDTMgr::DropField(Connection& cn, std::int32_t provider, const std::string& table,
                          const std::string& field, bool with_indexes) {
   auto shared = cn.shared_from_this();
-  if (with_indexes) {
-    std::vector<IndexNameInfo> indexes;
-    GetIndexNames(shared, table, field, indexes);
-    for (const auto& index : indexes) DeleteIndex(shared, table, index.name, index.kind);
+  std::vector<IndexNameInfo> indexes;
+  if (with_indexes) GetIndexNames(shared, table, field, indexes);
+  if (TakesPlans(provider) && cn.Dialect().TransactionalDdl()) {
+    // The indexes and the column in one transaction, so that a column a view, a trigger or a
+    // CHECK still needs keeps its indexes when the engine refuses to drop it. A step that
+    // rebuilds the table (SQLite) cannot join others: then each goes on its own, below.
+    platform::SchemaPlan all;
+    auto join = [&](const platform::SchemaPlan& step) {
+      all.statements.insert(all.statements.end(), step.statements.begin(), step.statements.end());
+      return !step.rebuild;
+    };
+    bool joined = true;
+    for (const auto& index : indexes)
+      joined = joined && join(cn.Dialect().PlanDropIndex(
+                             cn, table, index.name,
+                             index.kind == kIndexKindPrimaryKey || index.kind == kIndexKindUnique));
+    if (joined) {
+      const platform::SchemaPlan column = cn.Dialect().PlanDropColumn(cn, table, field);
+      if (indexes.empty() || join(column)) {
+        impl_->Apply(cn, indexes.empty() ? column : all);
+        if (!DryRun())
+          for (const auto& index : indexes) Log("Index: " + Br(index.name) + " deleted= True");
+        return;
+      }
+    }
   }
+  for (const auto& index : indexes) DeleteIndex(shared, table, index.name, index.kind);
   if (TakesPlans(provider)) {
     impl_->Apply(cn, cn.Dialect().PlanDropColumn(cn, table, field));
     return;
@@ -860,9 +882,10 @@ bool CZtDTMgr::DeleteField(CZtDataStore& ds, const std::string& table, const std
     if (!TakesSqlTexts(provider) && !TakesPlans(provider)) NotSupported(provider);
     auto cn = ds.GetConnection(1);
     if (!FieldExists(cn, table, field)) return false;
-    // The indexes, the default and the column go together on SQL Server. On the other engines
-    // each step is a plan of its own: where a later one fails, the indexes dropped before it
-    // stay dropped (the column and its rows are still there).
+    // The indexes, the default and the column go together on SQL Server, and on the engines
+    // with transactional DDL unless a step rebuilds the table. Elsewhere each step is a plan of
+    // its own: where a later one fails, the indexes dropped before it stay dropped (the column
+    // and its rows are still there).
     if (TakesSqlTexts(provider))
       impl_->Atomically(*cn, [&] { DropField(*cn, provider, table, field, true); });
     else

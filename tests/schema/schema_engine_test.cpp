@@ -333,6 +333,16 @@ TEST_P(SchemaEngineTest, FailedChangesLeaveTheTableAsItWas) {
   EXPECT_THROW(ops_->CreateIndex(table_, {"tNote"}, "PK_" + table_, kIndexKindPrimaryKey), ZtError);
   EXPECT_EQ(State(), no_key);
 
+  // A column that a view needs: a server that checks views refuses to drop it, and the
+  // column's index is still there afterwards (SQLite and MariaDB do not check views).
+  if (!Sqlite() && cn_->Dialect().TransactionalDdl()) {
+    cn_->Execute("CREATE VIEW [" + table_ + "_pv] AS SELECT [nQty] FROM [" + table_ + "]");
+    const TableState viewed = State();
+    EXPECT_NE(ZT_THROWN(ops_->DeleteField(table_, "nQty")), 0);
+    EXPECT_EQ(State(), viewed);
+    cn_->Execute("DROP VIEW [" + table_ + "_pv]");
+  }
+
   // Missing table or column: 3265, nothing changed.
   EXPECT_EQ(ZT_THROWN(ops_->RenameField(table_, "tNone", "tOther")), kItemNotFound);
   // A field that is not there is nothing to delete: no error, nothing sent.
