@@ -6,8 +6,10 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <system_error>
 
+#include "foundation/sibling_file.h"
 #include "zt/env.h"
 
 namespace zt {
@@ -64,22 +66,11 @@ std::optional<std::string> Env::ReadFile(const std::string& path) {
 }
 
 std::error_code Env::ReplaceFile(const std::string& path, const std::string& text) {
-  const std::string temp = path + ".new";
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) return LastError();
-    out << text;
-    out.flush();
-    if (!out) {
-      auto ec = LastError();
-      ::unlink(temp.c_str());
-      return ec;
-    }
-  }
-  std::error_code ec;
-  fs::rename(temp, path, ec);
-  if (ec) ::unlink(temp.c_str());
-  return ec;
+  SiblingFile file(path);
+  std::ostream out(&file);
+  out << text;
+  out.flush();
+  return file.Commit();
 }
 
 }  // namespace zt

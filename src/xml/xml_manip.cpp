@@ -3,6 +3,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "foundation/sibling_file.h"
 #include "xml/rowset_format.h"
 #include "zt/env.h"
 #include "zt/error_codes.h"
@@ -309,20 +310,20 @@ bool CZtXMLManip::SaveRSToXMLFile(Recordset& rs, const std::string& path, bool e
   return at.Reraising([&] {
     at = 10;
     Env& env = Env::Current();
-    const std::string temp = path + ".tmp";
-    {
-      std::ofstream file(temp, std::ios::binary | std::ios::trunc);
-      if (!file)
-        throw ZtError(hr::kFail, std::string(kXmlManip), temp + ": the file cannot be written");
-      at = 20;
-      try {
-        Save(rs, file, encode, keep_recordset, encoding);
-      } catch (...) {
-        file.close();
-        env.RemoveFile(temp);
-        throw;
-      }
-    }
+    // Written beside the file under a name of its own, never through whatever may already be
+    // at a fixed name there; a failed save leaves nothing behind.
+    SiblingFile sibling(path);
+    if (sibling.Error())
+      throw ZtError(hr::kFail, std::string(kXmlManip),
+                    path + ": the file cannot be written (" + sibling.Error().message() + ")");
+    std::ostream file(&sibling);
+    at = 20;
+    Save(rs, file, encode, keep_recordset, encoding);
+    file.flush();
+    // A full disk shows here, before the old file is moved aside.
+    if (sibling.Error())
+      throw ZtError(hr::kFail, std::string(kXmlManip),
+                    path + ": the file cannot be written (" + sibling.Error().message() + ")");
     at = 30;
     if (env.FileExists(path)) {
       const std::string backup = path + ".bak";
@@ -333,7 +334,7 @@ bool CZtXMLManip::SaveRSToXMLFile(Recordset& rs, const std::string& path, bool e
             path + ": the old file cannot be kept as " + backup + " (" + ec.message() + ")");
     }
     at = 40;
-    if (auto ec = env.RenameFile(temp, path))
+    if (auto ec = sibling.Commit())
       throw ZtError(hr::kFail, std::string(kXmlManip),
                     path + ": the file cannot be written (" + ec.message() + ")");
     return true;

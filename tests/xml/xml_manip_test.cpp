@@ -230,6 +230,26 @@ TEST(XmlRoundTrip, EveryTypeAndAwkwardValueComesBackExactly) {
   EXPECT_TRUE(env.Errors().empty());
 }
 
+// Whatever stands at the names a save might use is left alone: a link planted at "F.tmp" is
+// not written through, a user's own "F.tmp" survives, and a private file stays private.
+TEST(XmlRoundTrip, FileSaveWritesThroughNothingThatWasThere) {
+  RecordingEnv env;
+  CZtXMLManip x;
+  const std::string path = TempPath("private.xml"), victim = TempPath("victim.txt");
+  std::ofstream(victim) << "precious";
+  std::ofstream(path) << "old";
+  fs::permissions(path, fs::perms::owner_read | fs::perms::owner_write);
+  fs::create_symlink(victim, path + ".tmp");
+  auto rs = EveryType();
+  ASSERT_TRUE(x.SaveRSToXMLFile(*rs, path));
+  EXPECT_EQ(ReadFile(victim), "precious");
+  EXPECT_TRUE(fs::is_symlink(path + ".tmp"));
+  EXPECT_NE(ReadFile(path).find("<xml"), std::string::npos);
+  EXPECT_EQ(fs::status(path).permissions() & fs::perms::all,
+            fs::perms::owner_read | fs::perms::owner_write);
+  for (const std::string& p : {path, path + ".tmp", path + ".bak", victim}) fs::remove(p);
+}
+
 TEST(XmlRoundTrip, FileSaveKeepsOldFileAndAFailedSaveChangesNothing) {
   RecordingEnv env;
   CZtXMLManip x;
@@ -254,7 +274,10 @@ TEST(XmlRoundTrip, FileSaveKeepsOldFileAndAFailedSaveChangesNothing) {
     EXPECT_NE(e.Description().find("column tName in row 2"), std::string::npos) << e.Description();
   }
   EXPECT_EQ(ReadFile(path), kept);
-  EXPECT_FALSE(fs::exists(path + ".tmp"));
+  for (const auto& entry : fs::directory_iterator(fs::path(path).parent_path()))
+    EXPECT_NE(entry.path().filename().string().rfind("." + fs::path(path).filename().string(), 0),
+              0u)
+        << "a failed save left " << entry.path();
   ASSERT_FALSE(env.Errors().empty());
   EXPECT_NE(env.Errors().back().find("CZtXMLManip.SaveRSToXMLFile, @Line#20"), std::string::npos);
 
