@@ -308,8 +308,16 @@ void SqliteStatement::Execute() {
     done_ = true;
     Fail(rc);
   }
-  // DDL leaves sqlite3_changes() at the last DML's count, so count what this step changed.
-  affected_ = sqlite3_stmt_readonly(st_) ? -1 : sqlite3_total_changes64(conn_.db()) - before;
+  // DDL leaves sqlite3_changes() at the last DML's count, so a step that changed nothing counts
+  // 0. One that changed rows counts its own (sqlite3_changes), not those its triggers changed
+  // in other tables, which the total holds as well.
+  if (sqlite3_stmt_readonly(st_))
+    affected_ = -1;
+  else if (sqlite3_total_changes64(conn_.db()) == before)
+    affected_ = 0;
+  else
+    affected_ =
+        done_ ? sqlite3_changes64(conn_.db()) : sqlite3_total_changes64(conn_.db()) - before;
   if (!described_) Describe();
 }
 
