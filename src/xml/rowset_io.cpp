@@ -111,6 +111,14 @@ void XmlRowsetWriter::Row(const std::vector<Variant>& values) {
     line_ += '\'';
   }
   line_ += "/>\n";
+  // The reader (libxml2) refuses a look-ahead of 10,000,000 bytes ("Huge input lookup"),
+  // counted from where its buffer starts, a little before the element: a row near that size is
+  // refused here, so that an export that succeeds can always be imported again.
+  constexpr std::size_t kLongestRow = 9000000;
+  if (line_.size() > kLongestRow)
+    Raise(hr::kCantConvert, "Row " + std::to_string(rows_ + 1) + " takes " +
+                                std::to_string(line_.size()) + " bytes in XML, more than the " +
+                                std::to_string(kLongestRow) + " that an XML import can read");
   out_ << line_;
   ++rows_;
 }
