@@ -191,7 +191,15 @@ int Import(Context& cx) {
     load.Finish();
   } catch (...) {
     progress.Finish(done, "failed");
-    if (created) cn->Execute("DROP TABLE [" + o.table + "]");
+    // The load's own error is what the user needs; a clean-up that fails too (the server is
+    // gone) only says what it leaves behind.
+    if (created) {
+      try {
+        cn->Execute("DROP TABLE [" + o.table + "]");
+      } catch (const zt::ZtError&) {
+        cx.out.Note("The new table " + o.table + " could not be removed again; drop it by hand.");
+      }
+    }
     throw;
   }
   progress.Finish(done);
