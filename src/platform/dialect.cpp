@@ -295,8 +295,10 @@ class SqliteDialect : public Dialect {
     const std::size_t at = RequireItem(def, table, column);
     if (def.DropsInPlace(column)) return OneStatement(DropColumn(table, column));
     def.items.erase(def.items.begin() + static_cast<std::ptrdiff_t>(at));
+    def.ForgetIndexesOn(column);
     return def.Plan();
   }
+  bool DropColumnTakesItsIndexes() const override { return true; }
 
   SchemaPlan PlanCreateIndex(Connection& cn, const std::string& table,
                              const std::vector<std::string>& columns, const std::string& name,
@@ -993,6 +995,20 @@ void RunSchemaPlan(Connection& cn, const SchemaPlan& plan) {
         throw ZtError(hr::kIntegrity, kRebuildSource,
                       "The change would break a relationship of table '" +
                           bad->Fields(0).Value().ToText() + "'.");
+      // A view is text that SQLite reads when it is used: one that names a column the rebuilt
+      // table no longer has would only fail later, in the application.
+      std::vector<std::string> views;
+      for (auto v = cn.Execute("SELECT name FROM sqlite_master WHERE type = 'view'"); !v->Eof();
+           v->MoveNext())
+        views.push_back(v->Fields(0).Value().ToText());
+      for (const auto& view : views) {
+        try {
+          cn.Execute("SELECT * FROM " + BracketName(view) + " LIMIT 0");
+        } catch (const ZtError& e) {
+          throw ZtError(hr::kIntegrity, kRebuildSource,
+                        "The change would break the view '" + view + "': " + e.Description());
+        }
+      }
     }
     cn.CommitTrans();
   } catch (...) {

@@ -122,6 +122,8 @@ class ZT_TEST_EXPORT Dialect {
   // True when changing a column's type or constraints needs the table rebuilt (new table, copy
   // the rows, swap, recreate indexes), as on SQLite.
   virtual bool RebuildsTables() const { return false; }
+  // True when PlanDropColumn also drops every index over the column, in the same plan.
+  virtual bool DropColumnTakesItsIndexes() const { return false; }
   // Rebuilds `table` on `cn` with the item of `column` replaced by change(item): a new table
   // beside the old one, the rows copied, the old one dropped and the new one renamed, indexes,
   // triggers and views created again, all in one transaction; nothing changes when a step fails.

@@ -286,6 +286,43 @@ SqliteTableDef SqliteTableDef::Read(Connection& cn, const std::string& table) {
   return d;
 }
 
+namespace {
+
+// Whether the last parenthesised list of `sql` (an index's or a constraint's columns) names
+// `column`: the first word of an entry, read as a name.
+bool ListNames(const std::string& sql, const std::string& column) {
+  const std::vector<Token> tokens = Tokens(sql);
+  for (auto t = tokens.rbegin(); t != tokens.rend(); ++t) {
+    if (sql[t->begin] != '(') continue;
+    const std::string list = sql.substr(t->begin + 1, t->end - t->begin - 2);
+    bool entry_start = true;
+    for (const Token& part : Tokens(list)) {
+      const std::string text = list.substr(part.begin, part.end - part.begin);
+      if (entry_start && AsciiLower(Unquote(text)) == AsciiLower(column)) return true;
+      entry_start = text == ",";
+    }
+    return false;
+  }
+  return false;
+}
+
+}  // namespace
+
+void SqliteTableDef::ForgetIndexesOn(const std::string& column) {
+  std::erase_if(recreate_, [&](const std::string& sql) {
+    const std::vector<Token> t = Tokens(sql);
+    const bool index = t.size() > 2 && t[0].upper == "CREATE" &&
+                       (t[1].upper == "INDEX" || (t[1].upper == "UNIQUE" && t[2].upper == "INDEX"));
+    return index && ListNames(sql, column);
+  });
+  std::erase_if(items, [&](const std::string& item) {
+    const std::vector<Token> t = Tokens(item);
+    const bool constraint = !t.empty() && (t[0].upper == "CONSTRAINT" || t[0].upper == "PRIMARY" ||
+                                           t[0].upper == "UNIQUE");
+    return constraint && SqliteItemName(item).empty() && ListNames(item, column);
+  });
+}
+
 int SqliteTableDef::ItemOf(const std::string& column) const {
   for (std::size_t i = 0; i < items.size(); ++i)
     if (AsciiLower(SqliteItemName(items[i])) == AsciiLower(column) &&

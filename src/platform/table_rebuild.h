@@ -32,6 +32,10 @@ class SqliteTableDef {
   // rebuild).
   bool DropsInPlace(const std::string& column) const;
 
+  // Leaves out of the rebuild every index over `column`: CREATE INDEX statements and key or
+  // UNIQUE table constraints whose column list names it. Dropping a column drops them with it.
+  void ForgetIndexesOn(const std::string& column);
+
   // The rebuild. `copy` gives, for each column of the new table that receives values, the
   // expression over the old table's columns that fills it ("[a]", "''"); empty: every present
   // column that the new table still defines, copied as it is.

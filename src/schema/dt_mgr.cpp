@@ -838,6 +838,12 @@ void CZtDTMgr::DropField(Connection& cn, std::int32_t provider, const std::strin
   auto shared = cn.shared_from_this();
   std::vector<IndexNameInfo> indexes;
   if (with_indexes) GetIndexNames(shared, table, field, indexes);
+  if (TakesPlans(provider) && cn.Dialect().DropColumnTakesItsIndexes()) {
+    impl_->Apply(cn, cn.Dialect().PlanDropColumn(cn, table, field));
+    if (!DryRun())
+      for (const auto& index : indexes) Log("Index: " + Br(index.name) + " deleted= True");
+    return;
+  }
   if (TakesPlans(provider) && cn.Dialect().TransactionalDdl()) {
     // The indexes and the column in one transaction, so that a column a view, a trigger or a
     // CHECK still needs keeps its indexes when the engine refuses to drop it. A step that
