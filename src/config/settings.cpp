@@ -127,6 +127,13 @@ void CZtSetting::GetSettingValue(const std::shared_ptr<Connection>& connection, 
 }
 
 std::string CZtSetting::SetValueStatement(std::int32_t id, const std::string& value) {
+  // The value goes between the quotes as it is: a quote in it would end the literal and let
+  // the rest of the value run as SQL ("x' WHERE 1=1 --" rewrites every row). Such a value can
+  // only fail, so it fails here, before any statement is sent or shown as one that would be.
+  if (value.find('\'') != std::string::npos)
+    throw ZtError(hr::kCommand, kSetting,
+                  std::string(kSetting) + ".SetSettingValue - the value for setting " +
+                      std::to_string(id) + " holds a single quote and cannot be written");
   return "UPDATE [tblSettings] SET [tValue] ='" + value + "' WHERE [nID] =" + std::to_string(id);
 }
 
@@ -137,15 +144,9 @@ void CZtSetting::SetSettingValue(const std::shared_ptr<Connection>& connection, 
   at.Reraising([&] {
     RequireConnection(connection, kSetting, "SetSettingValue");
     const std::string setting = "setting " + std::to_string(id);
-    // The value goes between the quotes as it is: a quote in it would end the literal and let
-    // the rest of the value run as SQL ("x' WHERE 1=1 --" rewrites every row). Such a value can
-    // only fail, so it fails here, before the statement is sent.
-    if (value.find('\'') != std::string::npos)
-      throw ZtError(hr::kCommand, kSetting,
-                    std::string(kSetting) + ".SetSettingValue - the value for " + setting +
-                        " holds a single quote and cannot be written");
+    const std::string sql = SetValueStatement(id, value);
     try {
-      connection->Execute(SetValueStatement(id, value), nullptr, ado::adExecuteNoRecords);
+      connection->Execute(sql, nullptr, ado::adExecuteNoRecords);
     } catch (const ZtError& e) {
       ErrorInfo info = e.Info();
       info.description =

@@ -782,6 +782,8 @@ test_settings() {
   expect_err "setting 2" "the refusal names the setting"
   run settings set 2 "x' WHERE 1=1 --"
   expect_rc 1 "settings set of a value rewriting every row"
+  run settings set 2 "x' WHERE 1=1 --" --dry-run
+  expect_rc 1 "a dry run refuses what the real run refuses"
   run settings set 99 5
   expect_rc 1 "settings set of a missing ID"
   [[ $(sha1sum helpdesk.db) == "$before" ]] || fail "refused settings set changed the file"

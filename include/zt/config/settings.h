@@ -83,7 +83,8 @@ class ZT_EXPORT CZtSetting : public Object, public IZtProperty {
   // nothing is sent.
   void SetSettingValue(const std::shared_ptr<Connection>& connection, std::int32_t id,
                        const std::string& value);
-  // The statement SetSettingValue sends for `id` and `value` (for a dry run).
+  // The statement SetSettingValue sends for `id` and `value` (for a dry run); a value holding a
+  // single quote is refused (0x80040E14) here as it is there.
   static std::string SetValueStatement(std::int32_t id, const std::string& value);
 
  private:
