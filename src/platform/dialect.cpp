@@ -1018,6 +1018,20 @@ void RunSchemaPlan(Connection& cn, const SchemaPlan& plan) {
       // The plan's own error is the one to report.
     }
     if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");
+    if (plan.rebuild) {
+      // The engine names the rebuild's working table ("NOT NULL constraint failed:
+      // zt_rebuild_tblTickets.tTitle"); the user knows only the table itself.
+      try {
+        throw;
+      } catch (const ZtError& e) {
+        ErrorInfo info = e.Info();
+        static const std::string kWorking = "zt_rebuild_";
+        for (auto at = info.description.find(kWorking); at != std::string::npos;
+             at = info.description.find(kWorking, at))
+          info.description.erase(at, kWorking.size());
+        throw ZtError(std::move(info));
+      }
+    }
     throw;
   }
   if (fk_on) cn.Execute("PRAGMA foreign_keys = ON");

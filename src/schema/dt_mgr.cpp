@@ -611,6 +611,10 @@ std::string CZtDTMgr::TypeText(const std::shared_ptr<Connection>& cn, std::int32
     platform::RaiseAdo(AdoError::kInvalidArgument, std::string(kTypeName),
                        "(no column type for field type " + std::to_string(dao_type) +
                            " on provider " + std::to_string(provider) + ")");
+  if (dao_type == 10 && size < 1)
+    platform::RaiseAdo(
+        AdoError::kInvalidArgument, std::string(kTypeName),
+        "(a Text field needs a size of at least 1 character, not " + std::to_string(size) + ")");
   if (dao_type == 10) name += (blank_before_size ? " (" : "(") + std::to_string(size) + ")";
   return name;
 }

@@ -303,6 +303,11 @@ TEST_P(SchemaEngineTest, FailedChangesLeaveTheTableAsItWas) {
 
   // NOT NULL over Nulls.
   EXPECT_EQ(ZT_THROWN(ops_->SetNullable(table_, "nQty", 4, 0, false)), hr::kIntegrity);
+  try {  // the refusal names the user's table, not one the change works with
+    ops_->SetNullable(table_, "nQty", 4, 0, false);
+  } catch (const ZtError& e) {
+    EXPECT_EQ(e.Description().find("zt_"), e.Description().find("zt_sch_")) << e.Description();
+  }
   EXPECT_EQ(ZT_THROWN(ops_->AlterField(table_, "tNum", 10, 10, false)), hr::kIntegrity);
   EXPECT_EQ(State(), before);
 
@@ -352,6 +357,11 @@ TEST_P(SchemaEngineTest, FailedChangesLeaveTheTableAsItWas) {
   EXPECT_EQ(ZT_THROWN(ops_->RenameField(table_, "tNone", "tOther")), kItemNotFound);
   // A field that is not there is nothing to delete: no error, nothing sent.
   EXPECT_FALSE(ops_->DeleteField("zt_sch_no_table", "tNote"));
+  // A text of no or negative length is no type; an empty name is no field.
+  const std::int32_t invalid = AdoErrorNumber(AdoError::kInvalidArgument);
+  EXPECT_EQ(ZT_THROWN(ops_->AddField(table_, "tBad", dao::dbText, 0, true)), invalid);
+  EXPECT_EQ(ZT_THROWN(ops_->AlterField(table_, "tNote", dao::dbText, -5, true)), invalid);
+  EXPECT_EQ(ZT_THROWN(ops_->AddField(table_, "", dao::dbText, 10, true)), invalid);
   EXPECT_EQ(State(), no_key);
 }
 
