@@ -92,7 +92,11 @@ py::object Wrap(std::shared_ptr<zt::Object> object) {
 
 constexpr double kSecond = 1.0 / 86400.0;
 
-Variant ToVariant(py::handle o) {
+// Lists and tuples nest at most this deep in an argument: a deeper one, or one that contains
+// itself, is a ValueError instead of a stack overflow.
+constexpr int kMaxArrayDepth = 64;
+
+Variant ToVariant(py::handle o, int depth = 0) {
   if (o.is_none()) return Variant::Null();
   if (py::isinstance<py::bool_>(o)) return o.cast<bool>();
   if (py::isinstance<py::int_>(o)) {
@@ -135,8 +139,11 @@ Variant ToVariant(py::handle o) {
     return zt::Decimal::Parse(py::str("{:f}").attr("format")(o).cast<std::string>());
   }
   if (py::isinstance<py::list>(o) || py::isinstance<py::tuple>(o)) {
+    if (depth >= kMaxArrayDepth)
+      throw py::value_error("lists and tuples may nest at most " + std::to_string(kMaxArrayDepth) +
+                            " deep in an argument (or one contains itself)");
     std::vector<Variant> items;
-    for (py::handle item : o) items.push_back(ToVariant(item));
+    for (py::handle item : o) items.push_back(ToVariant(item, depth + 1));
     return Variant::Array(std::move(items));
   }
   if (py::isinstance<Handle>(o)) return o.cast<Handle&>().shared();

@@ -73,6 +73,20 @@ zt_status Guard(zt_error* error, Body body) {
   return ZT_E_FAIL;
 }
 
+// Arrays nest at most this deep in an argument (the header says so): deeper, or an array that
+// contains itself, would only exhaust the stack.
+constexpr int kMaxArrayDepth = 64;
+
+// Whether `v` can be read: every array's items are there for its count, and arrays nest at
+// most kMaxArrayDepth deep.
+bool Readable(const zt_variant& v, int depth = 0) {
+  if (v.type != ZT_VT_ARRAY) return true;
+  if (depth >= kMaxArrayDepth || (v.value.array.count && !v.value.array.items)) return false;
+  for (size_t i = 0; i < v.value.array.count; ++i)
+    if (!Readable(v.value.array.items[i], depth + 1)) return false;
+  return true;
+}
+
 Variant FromC(const zt_variant& v) {
   switch (v.type) {
     case ZT_VT_EMPTY:
@@ -205,6 +219,8 @@ zt_status Call(zt_object* object, const char* name, zt::server::MemberKind kind,
                size_t arg_count, zt_variant* result, zt_error* error) {
   return Guard(error, [&]() -> zt_status {
     if (!object || !object->object || !name || (arg_count && !args)) return ZT_E_INVALIDARG;
+    for (size_t i = 0; i < arg_count; ++i)
+      if (!Readable(args[i])) return ZT_E_INVALIDARG;
     std::vector<Variant> values;
     values.reserve(arg_count);
     for (size_t i = 0; i < arg_count; ++i) values.push_back(FromC(args[i]));

@@ -134,6 +134,15 @@ def test_values_round_trip(sqlite_ds):
     assert caught.value.number == 13
     setting.Value = sqlite_ds
     assert setting.Value == sqlite_ds and setting.Value.Location == sqlite_ds.Location
+    # Arrays nest 64 deep at most: a list that holds itself is a ValueError, not a crash.
+    looped = [1]
+    looped.append(looped)
+    deep = []
+    for _ in range(50000):
+        deep = [deep]
+    for bad in (looped, deep):
+        with pytest.raises(ValueError):
+            setting.Value = bad
 
     # Values read from a table take the Python type of their column.
     cn = sqlite_ds.GetConnection(1)

@@ -53,6 +53,21 @@ int main(void) {
     zt_variant_clear(&result);
   }
   zt_variant_clear(&value);
+  {
+    /* Arrays that cannot be read (one holding itself, a count without items) are refused
+     * before the call instead of exhausting the stack or reading through NULL. */
+    zt_variant self, hole;
+    zt_variant_init(&self);
+    self.type = ZT_VT_ARRAY;
+    self.value.array.items = &self;
+    self.value.array.count = 1;
+    if (zt_put(ds, "Location", &self, &e) != ZT_E_INVALIDARG) ++failures;
+    zt_variant_init(&hole);
+    hole.type = ZT_VT_ARRAY;
+    hole.value.array.items = NULL;
+    hole.value.array.count = 5;
+    if (zt_invoke(ds, "Location", &hole, 1, NULL, &e) != ZT_E_INVALIDARG) ++failures;
+  }
   zt_release(ds);
   zt_release(views);
   if (zt_live_objects() != 0 || DllCanUnloadNow() != 0) ++failures;

@@ -138,7 +138,9 @@ ZT_C_API void zt_release(zt_object* object);
 ZT_C_API const char* zt_object_class(zt_object* object);
 
 /* Late-bound calls. `result` may be NULL when the caller does not want it; otherwise it must
- * be Empty or cleared, and receives a value the caller owns. */
+ * be Empty or cleared, and receives a value the caller owns. An argument whose arrays nest more
+ * than 64 deep (or contain themselves), or an array with a count but no items, is refused with
+ * ZT_E_INVALIDARG before the call. */
 ZT_C_API zt_status zt_get(zt_object* object, const char* name, zt_variant* result, zt_error* error);
 ZT_C_API zt_status zt_put(zt_object* object, const char* name, const zt_variant* value,
                           zt_error* error);
