@@ -29,17 +29,12 @@ bool NoRecords(std::int32_t options) {
   return options > 0 && (options & ado::adExecuteNoRecords);
 }
 
-// `e` with every occurrence of `password` in its Description masked. Drivers word their login
-// failures themselves; whatever a driver chooses to repeat, the password does not travel on
-// into error handlers and logs. Passwords shorter than four characters are left alone, as
-// masking them would garble the message while hiding next to nothing.
-// A driver that echoes its connection string has its password items masked too, by item.
+// `e` with the password items of its Description masked: a driver that echoes its connection
+// string does not carry the password on into error handlers and logs. The engine's own words
+// are never searched for the password: a password that is a common word ("running", "exist")
+// would garble the message and, by the gaps, give itself away.
 ZtError WithoutPassword(const ZtError& e, const std::string& password) {
   std::string text = text_detail::MaskPasswordItems(e.Description(), {password});
-  if (password.size() >= 4)
-    for (std::size_t at = text.find(password); at != std::string::npos;
-         at = text.find(password, at + 4))
-      text.replace(at, password.size(), "****");
   if (text == e.Description()) return e;
   // The engine's report (SQLSTATE, native code, category) stays with the masked text.
   ErrorInfo info = e.Info();

@@ -30,6 +30,8 @@ void Diagnostic(const std::string& text) {
 
 // `text` with every occurrence of `secret` replaced by "*": a driver or server may quote what
 // it was given back in its message.
+// `text` with `secret` masked where it stands: for messages about a statement that the library
+// wrote the secret into (a new login's password), which the server may quote.
 std::string WithoutSecret(std::string text, const std::string& secret) {
   if (secret.empty()) return text;
   for (std::size_t at = text.find(secret); at != std::string::npos; at = text.find(secret, at + 1))
@@ -121,8 +123,8 @@ void CZtSQLServer::LogIn(const std::string& server, const std::string& login,
       cn->Open(text);
     } catch (const ZtError& e) {
       ErrorInfo info = e.Info();
-      info.description =
-          WithoutSecret(info.description, password) + " (" + ds->MaskedConnectionString(text) + ")";
+      // Connection::Open has masked what the driver echoed; the server's words stay as they are.
+      info.description += " (" + ds->MaskedConnectionString(text) + ")";
       throw ZtError(std::move(info));
     }
     at = 40;
@@ -538,7 +540,6 @@ bool CZtSQLServer::InitializeForTessel(const std::string& server) {
             return true;
           } catch (const ZtError& e) {
             ErrorInfo info = e.Info();
-            info.description = WithoutSecret(info.description, *password);
             why = info.description;
             ErrorHandler().LogError(at.LocationText(), &info, kEventWarning, kLevelError);
           }

@@ -31,12 +31,11 @@ TEST(OpenErrorMasking, EchoedPasswordItemsAreMaskedWhateverTheirLength) {
                    "Cannot connect with Server=127.0.0.1;UID=sa;PWD=127;APP=x;PWD={1;2}");
   EXPECT_EQ(OpenError("Provider=Scripted;Data Source=echo;User ID=sa;Password=127"),
             "Cannot connect with Server=127.0.0.1;UID=sa;PWD=*;APP=x;PWD=*");
-  // Prose that repeats a longer password keeps being masked where it stands.
-  script->FailOpen(platform::hr::kLogin, "Login failed (password 'Secr3t;pw'; pwd=Secr3t;pw)");
-  const std::string text =
-      OpenError("Provider=Scripted;Data Source=echo;User ID=sa;Password={Secr3t;pw}");
-  EXPECT_EQ(text.find("Secr3t"), std::string::npos) << text;
-  EXPECT_EQ(text.find(";pw"), std::string::npos) << text;
+  // The engine's prose is its own: a password that is a common word is not searched for in
+  // it, which would garble the message and give the password away by the gap.
+  script->FailOpen(platform::hr::kLogin, "Is the server running on that host?;pwd=running");
+  EXPECT_EQ(OpenError("Provider=Scripted;Data Source=echo;User ID=sa;Password=running"),
+            "Is the server running on that host?;pwd=*");
   platform::UnregisterDriverScript("echo");
 }
 
