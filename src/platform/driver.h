@@ -209,8 +209,9 @@ class ZT_TEST_EXPORT ConnectionBackend {
   // The engine's own spelling of `name` (a schema, table, view, column, index or constraint it
   // holds): `name` itself when an object has exactly that name, else the spelling of one that
   // matches it without regard to ASCII case, else "". For an `unquoted` word of the SQL text:
-  // the spelling to quote it in when the engine's folding of it reaches nothing the catalog
-  // holds but a match in another case does, else "" (keywords included). Engines whose quirks
+  // the spelling to quote it in when the catalog holds it exactly as written, or when the
+  // engine's folding of it reaches nothing but a match in another case does; else "" (keywords
+  // included). Engines whose quirks
   // fold names ask this only to keep an exactly named object's case. Default: "".
   virtual std::string CatalogSpelling(const std::string& name, bool unquoted) {
     (void)name;

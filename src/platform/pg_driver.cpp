@@ -575,8 +575,13 @@ std::string PgConnection::CatalogSpelling(const std::string& name, bool unquoted
     if (it == relations_->caseless.end()) missing_.insert(key);
   }
   if (it == relations_->caseless.end()) return {};
-  if (unquoted)  // the server folds the word to `key`: quoted only when that reaches nothing
+  if (unquoted) {
+    // A name spelled exactly as written is what the word means (of "nId" and "nID", made by two
+    // tables, "nId" is meant by nId). Else the server folds the word to `key`: it is quoted only
+    // when that reaches nothing.
+    if (name != key && relations_->exact.count(name)) return name;
     return relations_->exact.count(key) ? std::string() : it->second;
+  }
   return relations_->exact.count(name) ? name : it->second;
 }
 

@@ -249,6 +249,60 @@ std::string BareName(const std::string& sql, std::size_t from, std::size_t to,
   return resolve(sql.substr(from, to - from), true);
 }
 
+// Where a name stands in the statement. A name that the statement makes (the names of a new
+// table and its columns, a column added or renamed to, a new view, index or constraint) keeps
+// the case it is written in; every other name is looked up, so a new column "nId" does not take
+// the spelling of another table's "nid". The target of REFERENCES is looked up, being made
+// nowhere.
+class NamePositions {
+ public:
+  void Word(const std::string& w) {
+    if (first_.empty()) {
+      first_ = w;
+    } else if (first_ == "CREATE" && w == "TABLE") {
+      create_table_ = true;
+    }
+    if (w == "SELECT") create_table_ = false;  // CREATE TABLE ... AS SELECT reads other tables
+    if (references_ == kAfterTable)
+      references_ = kNone;  // no column list after the target
+    else if (references_ == kTable)
+      references_ = kAfterTable;  // the target, unquoted
+    if (w == "REFERENCES") references_ = kTable;
+    before_previous_ = previous_;
+    previous_ = w;
+  }
+  void Name() {
+    if (references_ == kTable) references_ = kAfterTable;
+    before_previous_ = previous_;
+    previous_ = "[]";
+  }
+  void Char(char c) {
+    if (c == '(') {
+      ++depth_;
+      if (references_ == kAfterTable) references_ = kList, list_depth_ = depth_;
+    } else if (c == ')') {
+      if (references_ == kList && depth_ == list_depth_) references_ = kNone;
+      --depth_;
+    }
+  }
+  // Whether a name here is one the statement makes.
+  bool Makes() const {
+    if (references_ == kTable || references_ == kList) return false;
+    if (create_table_) return true;
+    const std::string& p = previous_;
+    return p == "ADD" || p == "TO" || (p == "COLUMN" && before_previous_ == "ADD") ||
+           (p == "CONSTRAINT" && before_previous_ != "DROP") ||
+           (first_ == "CREATE" && (p == "INDEX" || p == "VIEW"));
+  }
+  const std::string& Previous() const { return previous_; }
+
+ private:
+  enum { kNone, kTable, kAfterTable, kList } references_ = kNone;
+  std::string first_, previous_, before_previous_;
+  bool create_table_ = false;
+  int depth_ = 0, list_depth_ = 0;
+};
+
 }  // namespace
 
 std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
@@ -263,7 +317,7 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
   bool head = true, first = true;
   bool trigger = false;
   int block_depth = 0;
-  std::string previous;  // the word before, upper case
+  NamePositions at;
   while (!sc.AtEnd()) {
     const std::size_t end = sc.SkipOpaque();
     if (end != sc.i) {
@@ -288,8 +342,9 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
       }
       if (trigger && (w == "BEGIN" || (w == "CASE" && block_depth > 0))) ++block_depth;
       if (trigger && w == "END" && block_depth > 0) --block_depth;
-      const std::string spelled = BareName(sql, sc.i, j, previous, quirks, resolve);
-      previous = w;
+      const std::string spelled =
+          at.Makes() ? std::string() : BareName(sql, sc.i, j, at.Previous(), quirks, resolve);
+      at.Word(w);
       if (spelled.empty())
         out.append(sql, sc.i, j - sc.i);
       else
@@ -331,10 +386,13 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
         out.append(sql, sc.i, std::string::npos);
         break;
       }
-      out += EngineName(sql.substr(sc.i, j + 1 - sc.i), name, quirks, source, resolve);
+      out += EngineName(sql.substr(sc.i, j + 1 - sc.i), name, quirks, source,
+                        at.Makes() ? NameResolver() : resolve);
+      at.Name();
       sc.i = j + 1;
       continue;
     }
+    at.Char(c);
     out += c;
     ++sc.i;
   }

@@ -108,6 +108,21 @@ TEST(SqlTextNames, CaseSensitiveEnginesGetTheCatalogsSpellingOrTheNameAsWritten)
             "lower(tName) = E'x' AND \"tMajor\"::text <> nid (1)");
   EXPECT_EQ(PrepareSqlText("INSERT INTO tblMixed(nId) VALUES (1)", pg, "P", resolve),
             "INSERT INTO \"tblMixed\"(\"nId\") VALUES (1)");
+  // What a statement makes keeps its case; what it names besides is looked up.
+  EXPECT_EQ(PrepareSqlText("CREATE TABLE [tblNew] ([nId] INT, [tName] TEXT, CONSTRAINT [pk] "
+                           "PRIMARY KEY ([nId]), FOREIGN KEY ([nUser]) REFERENCES [TBLMIXED] "
+                           "([NID]) ON DELETE CASCADE, [TNAME2] INT REFERENCES tblmixed)",
+                           pg, "P", resolve),
+            "CREATE TABLE \"tblNew\" (\"nId\" INT, \"tName\" TEXT, CONSTRAINT \"pk\" "
+            "PRIMARY KEY (\"nId\"), FOREIGN KEY (\"nUser\") REFERENCES \"tblMixed\" "
+            "(\"nId\") ON DELETE CASCADE, \"TNAME2\" INT REFERENCES \"tblMixed\")");
+  EXPECT_EQ(PrepareSqlText("ALTER TABLE [TBLMIXED] ADD [TName] TEXT", pg, "P", resolve),
+            "ALTER TABLE \"tblMixed\" ADD \"TName\" TEXT");
+  EXPECT_EQ(
+      PrepareSqlText("ALTER TABLE [tblmixed] RENAME COLUMN [NID] TO [nKey]", pg, "P", resolve),
+      "ALTER TABLE \"tblMixed\" RENAME COLUMN \"nId\" TO \"nKey\"");
+  EXPECT_EQ(PrepareSqlText("CREATE INDEX [IX_Name] ON [TBLMIXED] ([TNAME])", pg, "P", resolve),
+            "CREATE INDEX \"IX_Name\" ON \"tblMixed\" (\"tname\")");
   EXPECT_EQ(PrepareSqlText("CREATE TABLE [tblNew] ([Ärger] INT)", pg, "P", resolve),
             "CREATE TABLE \"tblNew\" (\"Ärger\" INT)");
   // 63 bytes pass whole; one more would be cut by the server, so nothing is sent.
