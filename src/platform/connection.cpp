@@ -48,6 +48,7 @@ namespace platform {
 
 std::unique_ptr<StatementBackend> Session::PrepareText(const std::string& sql) {
   return Guard([&] {
+    backend->BeginStatement(sql);
     return backend->Prepare(
         PrepareSqlText(sql, Quirks(), provider, [&](const std::string& name, bool unquoted) {
           return backend->CatalogSpelling(name, unquoted);

@@ -213,6 +213,9 @@ class ZT_TEST_EXPORT ConnectionBackend {
   // engine's folding of it reaches nothing but a match in another case does; else "" (keywords
   // included). Engines whose quirks
   // fold names ask this only to keep an exactly named object's case. Default: "".
+  // Called with a statement's text before its names are asked for (CatalogSpelling), so that
+  // a name spelled differently by two tables is taken from the table the statement names.
+  virtual void BeginStatement(const std::string& sql) { (void)sql; }
   virtual std::string CatalogSpelling(const std::string& name, bool unquoted) {
     (void)name;
     (void)unquoted;

@@ -9,6 +9,7 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
@@ -301,6 +302,7 @@ class PgConnection : public ConnectionBackend {
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
   Variant LastInsertId() override;
   std::string CatalogSpelling(const std::string& name, bool unquoted) override;
+  void BeginStatement(const std::string& sql) override;
   std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                const std::vector<std::string>& columns) override;
 
@@ -352,11 +354,20 @@ class PgConnection : public ConnectionBackend {
   std::map<Oid, std::map<int, BaseColumn>> bases_;
   // The names of the user's schemas, relations, columns, indexes and constraints, read when
   // first needed: each as spelled, and each lower-cased name with its spelling.
+  struct Spelling {
+    std::string owner;  // the lower-case name of the table a column, index or key belongs to
+    std::string spelled;
+  };
   struct Spellings {
     std::unordered_set<std::string> exact;
-    std::unordered_map<std::string, std::string> caseless;
-    std::uint64_t read_at = 0;  // prepares_ when read
+    std::unordered_map<std::string, std::vector<Spelling>> caseless;  // by lower-case name
+    std::uint64_t read_at = 0;                                        // prepares_ when read
   };
+  // Of the spellings of one lower-case name, the one `name` means: the only one; else the one
+  // belonging to a table the statement names; else `name` itself; else the lower-case one.
+  std::string Choose(const std::vector<Spelling>& spellings, const std::string& name) const;
+  // The lower-case words of the statement being prepared (BeginStatement).
+  std::unordered_set<std::string> statement_words_;
   // Reads relations_ (and keywords_ the first time); false when the server refuses.
   bool ReadCatalog();
   std::uint64_t prepares_ = 0;               // statements prepared so far
@@ -528,13 +539,17 @@ bool PgConnection::ReadCatalog() {
   // unqualified name reaches, and other sessions' schemas may hold the same names.
   static const char* const kNames =
       "WITH s AS (SELECT oid FROM pg_namespace WHERE nspname = ANY (current_schemas(false))) "
-      "SELECT c.relname FROM pg_class c WHERE c.relnamespace IN (SELECT oid FROM s) AND "
-      "c.relkind IN ('r', 'v', 'm', 'p', 'f', 'i', 'I', 'S') "
-      "UNION SELECT a.attname FROM pg_attribute a JOIN pg_class c ON c.oid = a.attrelid WHERE "
-      "c.relnamespace IN (SELECT oid FROM s) AND a.attnum > 0 AND NOT a.attisdropped AND "
-      "c.relkind IN ('r', 'v', 'm', 'p', 'f') "
-      "UNION SELECT k.conname FROM pg_constraint k WHERE k.connamespace IN (SELECT oid FROM s) "
-      "UNION SELECT nspname FROM pg_namespace WHERE nspname NOT LIKE 'pg\\_%'";
+      "SELECT c.relname, c.relname FROM pg_class c WHERE c.relnamespace IN (SELECT oid FROM s) "
+      "AND c.relkind IN ('r', 'v', 'm', 'p', 'f', 'S') "
+      "UNION ALL SELECT t.relname, i.relname FROM pg_index x JOIN pg_class i ON i.oid = "
+      "x.indexrelid JOIN pg_class t ON t.oid = x.indrelid WHERE t.relnamespace IN (SELECT oid "
+      "FROM s) "
+      "UNION ALL SELECT c.relname, a.attname FROM pg_attribute a JOIN pg_class c ON c.oid = "
+      "a.attrelid WHERE c.relnamespace IN (SELECT oid FROM s) AND a.attnum > 0 AND NOT "
+      "a.attisdropped AND c.relkind IN ('r', 'v', 'm', 'p', 'f') "
+      "UNION ALL SELECT coalesce(t.relname, ''), k.conname FROM pg_constraint k LEFT JOIN "
+      "pg_class t ON t.oid = k.conrelid WHERE k.connamespace IN (SELECT oid FROM s) "
+      "UNION ALL SELECT '', nspname FROM pg_namespace WHERE nspname NOT LIKE 'pg\\_%'";
   // A failed read (a transaction the server has already aborted) leaves names as written: the
   // statement itself then reports what is wrong.
   if (!keywords_) {
@@ -548,12 +563,8 @@ bool PgConnection::ReadCatalog() {
   Spellings names;
   names.read_at = prepares_;
   for (int i = 0; i < PQntuples(r.get()); ++i) {
-    std::string spelled = PQgetvalue(r.get(), i, 0);
-    std::string key = AsciiLower(spelled);
-    // Of two spellings that differ only in case, the lower-case one is what unquoted SQL
-    // reaches, so it is the one a caseless reference means.
-    auto [at, fresh] = names.caseless.emplace(key, spelled);
-    if (!fresh && spelled == key) at->second = spelled;
+    std::string spelled = PQgetvalue(r.get(), i, 1);
+    names.caseless[AsciiLower(spelled)].push_back({AsciiLower(PQgetvalue(r.get(), i, 0)), spelled});
     names.exact.insert(std::move(spelled));
   }
   relations_ = std::move(names);
@@ -575,14 +586,69 @@ std::string PgConnection::CatalogSpelling(const std::string& name, bool unquoted
     if (it == relations_->caseless.end()) missing_.insert(key);
   }
   if (it == relations_->caseless.end()) return {};
-  if (unquoted) {
-    // A name spelled exactly as written is what the word means (of "nId" and "nID", made by two
-    // tables, "nId" is meant by nId). Else the server folds the word to `key`: it is quoted only
-    // when that reaches nothing.
-    if (name != key && relations_->exact.count(name)) return name;
-    return relations_->exact.count(key) ? std::string() : it->second;
+  const std::string chosen = Choose(it->second, name);
+  // An unquoted word is folded by the server to `key`: it is quoted only when it means another
+  // spelling.
+  if (unquoted) return chosen == key ? std::string() : chosen;
+  return chosen;
+}
+
+std::string PgConnection::Choose(const std::vector<Spelling>& spellings,
+                                 const std::string& name) const {
+  auto all_same = [&](auto&& keep) {
+    std::string found;
+    for (const Spelling& s : spellings) {
+      if (!keep(s)) continue;
+      if (!found.empty() && found != s.spelled) return std::string();
+      found = s.spelled;
+    }
+    return found;
+  };
+  // Columns of different tables may differ in case alone ("nid" here, "nId" there): the table
+  // the statement names decides.
+  if (std::string only = all_same([](const Spelling&) { return true; }); !only.empty()) return only;
+  if (std::string named = all_same(
+          [&](const Spelling& s) { return !s.owner.empty() && statement_words_.count(s.owner); });
+      !named.empty())
+    return named;
+  for (const Spelling& s : spellings)
+    if (s.spelled == name) return name;
+  const std::string key = AsciiLower(name);
+  for (const Spelling& s : spellings)
+    if (s.spelled == key) return key;
+  return spellings.front().spelled;
+}
+
+void PgConnection::BeginStatement(const std::string& sql) {
+  // Every word and quoted or bracketed name, lower-cased: more than the tables it names, which
+  // does no harm, as only a table's name can match a table's.
+  statement_words_.clear();
+  std::string word;
+  bool quoted = false;
+  char close = 0;
+  for (char c : sql) {
+    if (quoted) {
+      if (c == close) {
+        statement_words_.insert(AsciiLower(word));
+        word.clear();
+        quoted = false;
+      } else {
+        word += c;
+      }
+    } else if (c == '[' || c == '"') {
+      if (!word.empty()) statement_words_.insert(AsciiLower(word));
+      word.clear();
+      quoted = true;
+      close = c == '[' ? ']' : '"';
+    } else if (std::isalnum(static_cast<unsigned char>(c)) || c == '_' ||
+               static_cast<unsigned char>(c) >= 0x80) {
+      word += c;
+    } else if (!word.empty()) {
+      statement_words_.insert(AsciiLower(word));
+      word.clear();
+    }
   }
-  return relations_->exact.count(name) ? name : it->second;
+  if (!word.empty()) statement_words_.insert(AsciiLower(word));
 }
 
 const BaseColumn* PgConnection::Base(Oid table, int column) {

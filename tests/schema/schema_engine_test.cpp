@@ -482,6 +482,17 @@ TEST_P(SchemaEngineTest, MixedCaseNamesAreKeptAndFoundInAnySpelling) {
   EXPECT_EQ(columns, (std::vector<std::string>{"nId", "tName"}));
   rs.reset();  // an open read would keep SQLite's rebuild below from committing
 
+  // Another table spells the column in lower case: each statement reaches its own table's.
+  const std::string other_table = "zt_lower_" + table_.substr(7, 12);
+  cn_->Execute("DROP TABLE IF EXISTS [" + other_table + "]");
+  cn_->Execute("CREATE TABLE [" + other_table + "] ([nid] " + cn_->ColumnType(4) + ")");
+  cn_->Execute("INSERT INTO [" + other_table + "] (NID) VALUES (7)");
+  EXPECT_EQ(cn_->Execute("SELECT [NID] FROM [" + other_table + "]")->Fields(0).Value().ToInt32(),
+            7);
+  EXPECT_EQ(cn_->Execute("SELECT COUNT([NID]) FROM [" + upper + "]")->Fields(0).Value().ToInt32(),
+            3);
+  cn_->Execute("DROP TABLE [" + other_table + "]");
+
   CZtRecordMgr records;
   EXPECT_TRUE(records.RemoveDuplicateRecords(upper, cn_, Variant::Array({"TNAME"})));
   EXPECT_EQ(records.LastRecordsDeleted(), 1);
