@@ -165,7 +165,9 @@ class SqliteDialect : public Dialect {
   std::string_view Engine() const override { return "SQLite"; }
   // Jet's names where Jet has the type, so that DAO codes read back; SQLite's own names keep
   // their meaning (type_map.h). A decimal wider than a double is declared with text affinity
-  // ("DECIMAL TEXT(38,10)"), so the engine stores its digits instead of a rounded double.
+  // ("DECIMAL TEXT(38,10)"), so the engine stores its digits instead of a rounded double. An
+  // unbounded text is "TEXT", not Jet's "MEMO": SQLite gives MEMO numeric affinity, which stores
+  // the text "007" as the number 7; TEXT without a length reads back as a memo all the same.
   const EngineTypes& Types() const override {
     static constexpr EngineTypes kTypes = {"BIT",
                                            "BYTE",
@@ -186,7 +188,7 @@ class SqliteDialect : public Dialect {
                                            "CHAR(%)",
                                            "TEXT(%)",
                                            INT32_MAX,
-                                           "MEMO",
+                                           "TEXT",
                                            "BINARY(%)",
                                            "VARBINARY(%)",
                                            INT32_MAX,

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "platform/dialect.h"
@@ -482,8 +483,9 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
   if (TableExists(cn, work)) DeleteTable(cn, work);
   bool ok = false;
   try {
-    ok = provider == kProviderJet ? CopyTableStructureJet(source_cn, cn, table, work, false)
-                                  : CopyTableStructure(source_cn, cn, table, work, false, provider);
+    ok = provider == kProviderJet
+             ? CopyTableStructureJet(source_cn, cn, table, work, false, /*key_for=*/table)
+             : CopyTableStructure(source_cn, cn, table, work, false, provider);
   } catch (const ZtError& e) {
     result.error = e.Description();
     Err().Clear();
@@ -502,7 +504,8 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
     // with the CREATE TABLE: the copy is undone and reported, not raised.
     const auto make_indexes = [&](const std::string& on_table) {
       try {
-        CopyIndexesByPlan(source_cn, *cn, table, table, on_table, !indexes);
+        CopyIndexesByPlan(source_cn, *cn, table, table, on_table, !indexes,
+                          /*key_made=*/provider == kProviderJet);
         return true;
       } catch (const ZtError& e) {
         VariantArray args;
@@ -748,7 +751,7 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
 bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_cn,
                                      const std::shared_ptr<Connection>& target_cn,
                                      const std::string& table, const std::string& new_table,
-                                     bool create_indexes) {
+                                     bool create_indexes, const std::string& key_for) {
   Trap at(kTypeName, "CopyTableStructureJet");
   at.Key(", BaseTable:" + table + ", NewTable:" + new_table);
   return at.Reraising([&] {
@@ -757,25 +760,43 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
       auto rs = EmptySelect(*source_cn, table);
       const auto booleans = BooleanColumns(*source_cn, table);
       const auto defaults = ColumnDefaults(*source_cn, table);
+      // SQLite takes a primary key only with the table's definition: declared here, the rows
+      // go in once instead of being copied again by a rebuild that adds the key.
+      std::optional<IndexNameInfo> key;
+      if (!key_for.empty())
+        for (auto& index : GetTableIndexes(source_cn, table))
+          if (index.kind == kIndexKindPrimaryKey) key = std::move(index);
+      const std::string rowid_key =
+          key && key->columns.size() == 1 ? key->columns.front() : std::string();
       std::string columns;
       auto& fields = rs->GetFields();
       for (std::int32_t i = 0; i < fields.Count(); ++i) {
         Field& f = fields.Item(i);
         std::int32_t dao = 0;
-        std::string column =
-            " [" + f.Name() + "] " +
+        std::string type =
             TargetType(f, *target_cn, kProviderJet, dao, booleans.count(f.Name()) > 0);
+        // A 64-bit key of one column declared INTEGER is the table's rowid: no second b-tree
+        // to keep, and rows in key order append (INTEGER reads back as the same 64-bit type).
+        if (rowid_key == f.Name() && platform::AsciiLower(type) == "bigint") type = "INTEGER";
+        std::string column = " [" + f.Name() + "] " + type;
         column += DefaultClause(defaults, f.Name(), dao == 1, kProviderJet);
         if (!Nullable(f)) column += " NOT NULL";
         columns += column + ",";
       }
       if (!columns.empty()) columns.pop_back();
+      if (key) {
+        std::string list;
+        for (const auto& c : key->columns) list += (list.empty() ? "[" : ", [") + c + "]";
+        columns += ", CONSTRAINT [" + GeneratedIndexName(key_for, key->name, key->kind) +
+                   "] PRIMARY KEY (" + list + ")";
+      }
       at = 20;
       const std::string sql = "CREATE TABLE [" + new_table + "] (" + columns + " )";
       Log("CopyTableStructure: Creating table: " + sql);
       RunStatement(*target_cn, sql);
       at = 30;
-      if (create_indexes) CopyIndexesByPlan(source_cn, *target_cn, table, new_table);
+      if (create_indexes)
+        CopyIndexesByPlan(source_cn, *target_cn, table, new_table, {}, false, key.has_value());
       return true;
     } catch (const ZtError& e) {
       RaiseStructureNotCopied(e, new_table);
@@ -789,10 +810,11 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
 void CZtDTMgr::CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn,
                                  Connection& target_cn, const std::string& table,
                                  const std::string& new_table, const std::string& on_table,
-                                 bool primary_only) {
+                                 bool primary_only, bool key_made) {
   const std::string& target_table = on_table.empty() ? new_table : on_table;
   for (const auto& index : PrimaryFirst(GetTableIndexes(source_cn, table))) {
     if (primary_only && index.kind != kIndexKindPrimaryKey) break;
+    if (key_made && index.kind == kIndexKindPrimaryKey) continue;
     // An engine that folds names (PostgreSQL) reports "in_..." for an "IN_..." index: the
     // prefix is the library's, in its own spelling, so that it is not added a second time.
     std::string written = index.name;

@@ -109,8 +109,10 @@ class CopyTypesTest : public ::testing::TestWithParam<std::string> {
          -32768, 0, false, -2.2250738585072014e-308, -3.75, zt::Decimal::Parse("-0.01"),
          "-0.0000000001", zt::Currency{-9000000000001234}, "", "", std::string(),
          At(1000, 1, 1, 0, 0, 0), "{00000000-0000-0000-0000-000000000000}"},
+        // Texts that look like numbers stay texts ("007" is no 7).
         {3, std::int64_t{3000000000}, null, null, null, null, 0.1, null, zt::Decimal::Parse("0"),
-         null, null, "x", "y", std::string(1, '\xff'), At(2024, 2, 29, 13, 45, 59, 123456), null},
+         null, null, "007", " 42", std::string(1, '\xff'), At(2024, 2, 29, 13, 45, 59, 123456),
+         null},
         {4, null, null, null, null, null, null, null, null, null, null, null, "", null, null, null},
     };
     for (const auto& row : rows) {
@@ -162,6 +164,15 @@ TEST_P(CopyTypesTest, EveryValueOfEveryTypeSurvivesEveryPairOfEngines) {
     for (const auto& index : dt_.GetTableIndexes(cn, kTypes))
       key = key || (index.kind == zt::kIndexKindPrimaryKey && index.columns.size() == 1);
     EXPECT_TRUE(key);
+    // On SQLite a one-column 64-bit key is the rowid: no second b-tree for it.
+    if (std::string(to) == "SQLite") {
+      EXPECT_EQ(cn->Execute(std::string("SELECT count(*) FROM pragma_index_list('") + kTypes +
+                            "') WHERE origin = 'pk'")
+                    ->Fields(0)
+                    .Value()
+                    .ToInt64(),
+                0);
+    }
     auto rs = cn->Execute(std::string("SELECT * FROM ") + kTypes + " WHERE 1=0");
     auto& f = rs->GetFields();
     EXPECT_EQ(f.Item("i64").Type(), zt::ado::adBigInt);

@@ -326,9 +326,12 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
                           const std::string& new_table, bool create_indexes,
                           std::int32_t target_provider);
   // An SQLite (Jet) target: the Jet type names, so that the DAO view reads the types back.
+  // With `key_for`, the source's primary key is part of the CREATE TABLE, named after the table
+  // `key_for` (the table the new one will become); a one-column 64-bit key is the rowid.
   bool CopyTableStructureJet(const std::shared_ptr<Connection>& source_cn,
                              const std::shared_ptr<Connection>& target_cn, const std::string& table,
-                             const std::string& new_table, bool create_indexes);
+                             const std::string& new_table, bool create_indexes,
+                             const std::string& key_for = {});
   // The rows of one table from source to target (the one place the rows of a table copy go
   // through). Counts into `result`.
   void CopyRows(const std::shared_ptr<Connection>& source_cn,
@@ -345,10 +348,12 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   void ReportProgress(std::int64_t rows_done, bool done);
   // The source table's indexes on the new table of an SQLite, PostgreSQL or MariaDB target,
   // through the engine's index plans, inside the copy's transaction.
-  // `on_table`, when given, is the table that gets the indexes named after `new_table`.
+  // `on_table`, when given, is the table that gets the indexes named after `new_table`;
+  // `key_made`: the primary key came with the CREATE TABLE and is left out.
   void CopyIndexesByPlan(const std::shared_ptr<Connection>& source_cn, Connection& target_cn,
                          const std::string& table, const std::string& new_table,
-                         const std::string& on_table = {}, bool primary_only = false);
+                         const std::string& on_table = {}, bool primary_only = false,
+                         bool key_made = false);
   // A new (or replaced) table on SQLite, PostgreSQL or MariaDB: the rows streamed through the
   // engine's bulk path into a working table, which takes the table's name once complete.
   bool CopyTableByStreaming(CZtDataStore& source, const std::shared_ptr<Connection>& source_cn,
