@@ -187,7 +187,10 @@ class RowStream {
   std::int64_t Rows() const { return rows_; }
 
  private:
+  // A block is handed over at 2,048 rows or 512 KiB of cells, whichever comes first: rows of
+  // long notes would otherwise hold tens of megabytes per side in flight.
   static constexpr std::size_t kBlock = 2048;
+  static constexpr std::size_t kBlockBytes = 512 * 1024;
   static constexpr std::size_t kBlocksAhead = 4;
 
   void Produce() {
@@ -197,6 +200,7 @@ class RowStream {
       FieldsCollection& f = rs->GetFields();
       std::vector<Row> block;
       block.reserve(kBlock);
+      std::size_t bytes = 0;
       for (; !rs->Eof(); rs->MoveNext()) {
         Row row;
         row.key.reserve(keys_);
@@ -207,9 +211,13 @@ class RowStream {
           row.ends.push_back(static_cast<std::uint32_t>(row.cells.size()));
           if (i < keys_) row.key.push_back(std::move(v));
         }
+        bytes += row.cells.size() + sizeof(Row);
         block.push_back(std::move(row));
         ++rows_;
-        if (block.size() == kBlock && !Hand(block)) return;
+        if (block.size() == kBlock || bytes >= kBlockBytes) {
+          if (!Hand(block)) return;
+          bytes = 0;
+        }
       }
       rs->Close();
       if (!block.empty()) Hand(block);
