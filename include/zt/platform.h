@@ -253,12 +253,14 @@ class ZT_EXPORT PreparedStatement {
 // in one transaction elsewhere). All or nothing: the rows are kept only when Finish succeeds.
 // A load that fails, or is destroyed before Finish, leaves the table as it was. It keeps the
 // connection's engine session alive until it is destroyed.
+// Started inside a transaction opened with BeginTrans, the load is part of that transaction:
+// Finish commits nothing, and after a failure the caller rolls back (on engines with
+// transactional DDL, a CREATE TABLE and its load can so be kept or undone together).
 class ZT_EXPORT BulkInserter {
  public:
   // Starts the load of `columns` of `table` (plain names, quoted here for the engine). Raises
-  // 3704 when the connection is closed, 3219 inside a transaction opened with BeginTrans (the
-  // load runs in its own), the engine's error for an unknown table or column (some engines only
-  // report that with the first rows).
+  // 3704 when the connection is closed, the engine's error for an unknown table or column (some
+  // engines only report that with the first rows).
   BulkInserter(const Connection& connection, const std::string& table,
                const std::vector<std::string>& columns);
   ~BulkInserter();

@@ -269,10 +269,19 @@ BulkInserter::BulkInserter(const Connection& connection, const std::string& tabl
                            const std::vector<std::string>& columns)
     : session_(connection.SessionPtr()), columns_(columns.size()) {
   platform::Session& s = connection.RequireSession();
-  if (s.transaction_level > 0)
-    RaiseAdo(AdoError::kIllegalOperation, kConnectionSource,
-             "(a bulk load runs in its own transaction)");
-  writer_ = s.Guard([&] { return s.backend->BeginBulk(table, columns); });
+  const bool joined = s.transaction_level > 0;
+  writer_ = s.Guard([&] {
+    // Read by the writer's constructor only; never left set for a later load.
+    s.backend->caller_transaction = joined;
+    try {
+      auto w = s.backend->BeginBulk(table, columns);
+      s.backend->caller_transaction = false;
+      return w;
+    } catch (...) {
+      s.backend->caller_transaction = false;
+      throw;
+    }
+  });
 }
 
 BulkInserter::~BulkInserter() = default;

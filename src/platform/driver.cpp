@@ -224,8 +224,9 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
   return out;
 }
 
-ScopedTransaction::ScopedTransaction(ConnectionBackend& conn) : conn_(conn) {
-  conn_.BeginTransaction();
+ScopedTransaction::ScopedTransaction(ConnectionBackend& conn)
+    : conn_(conn), joined_(conn.caller_transaction) {
+  if (!joined_) conn_.BeginTransaction();
   open_ = true;
 }
 
@@ -235,6 +236,7 @@ void ScopedTransaction::RequireOpen() const {
 
 void ScopedTransaction::Commit() {
   open_ = false;
+  if (joined_) return;
   try {
     conn_.Commit();
   } catch (const ZtError&) {
@@ -247,6 +249,7 @@ void ScopedTransaction::Commit() {
 void ScopedTransaction::Abandon() {
   if (!open_) return;
   open_ = false;
+  if (joined_) return;
   try {
     conn_.Rollback();
   } catch (const ZtError&) {

@@ -166,6 +166,7 @@ class ZT_TEST_EXPORT ScopedTransaction {
  private:
   ConnectionBackend& conn_;
   bool open_ = false;
+  bool joined_ = false;  // inside the owner's transaction: nothing to begin, commit or undo
 };
 
 // "INSERT INTO t (a, b) VALUES (?, ?)" with `rows` lists of "?", names quoted for the engine.
@@ -247,6 +248,10 @@ class ZT_TEST_EXPORT ConnectionBackend {
   // Starts a bulk load. Default: one prepared INSERT per row inside one transaction.
   virtual std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
                                                        const std::vector<std::string>& columns);
+
+  // True while the owner runs a transaction of its own (BeginTrans): a bulk load started then
+  // is part of it, beginning and committing nothing, and after a failure the owner rolls back.
+  bool caller_transaction = false;
 
  protected:
   // Runs `sql` with `params` and buffers its whole result (a helper for the defaults).

@@ -2,7 +2,8 @@
 # ztdb copy when things go wrong for real, on private PostgreSQL and MariaDB servers of its own
 # (the shared test servers go on serving the other tests meanwhile):
 #   - the target server dies in the middle of a table copy and comes back;
-#   - the ztdb process is killed with SIGKILL in the middle of a table copy.
+#   - the ztdb process is killed with SIGKILL in the middle of a table copy;
+#   - both again for `ztdb import` of an XML file into a new table (and SIGKILL on SQLite).
 # Afterwards the source file is byte for byte what it was, a table the target had before is as
 # it was, the copied table is absent or complete (no row lost or twice), and the next copy
 # finishes the job without a working table left behind.
@@ -133,4 +134,56 @@ for engine in pg my; do
   check_after "$engine" "ztdb killed mid-copy to $engine"
   finish_job "$engine" "$url" "ztdb killed mid-copy to $engine"
 done
-echo "copy faults: 4 passed, 0 failed"
+
+# An import into a new table either makes the whole table or leaves no table at all; a working
+# table that a killed import leaves (MariaDB) goes with the next import.
+"$ztdb" -S "sqlite://$work/source.db" export tblBig --xml big.xml >/dev/null 2>&1 || fail "export"
+import_gone() {
+  local n
+  for ((i = 0; i < 100; i++)); do
+    n=$(rows_of "$1" tblImp)
+    [[ $n == absent ]] && return 0
+    sleep 0.1
+  done
+  fail "$2: the import left tblImp with $n rows"
+}
+# Starts an import into tblImp and returns once its rows are going in.
+start_import() {
+  "$ztdb" -S "$url" import big.xml --into tblImp >import.log 2>&1 &
+  pid=$!
+  wait_for_rows "$engine" || fail "$engine: the import never started writing rows"
+}
+for engine in pg my; do
+  if [[ $engine == pg ]]; then url=$pg_url ZTDB_PASSWORD=$DBTEST_PG_PASSWORD; else
+    url=$my_url ZTDB_PASSWORD=$DBTEST_MY_PASSWORD; fi
+  export ZTDB_PASSWORD
+  start_import
+  kill -KILL "$pid"
+  wait "$pid" 2>/dev/null || true
+  import_gone "$engine" "ztdb killed mid-import to $engine"
+  start_import
+  "$servers" crash "$engine"
+  rc=0
+  wait "$pid" || rc=$?
+  [[ $rc == 1 ]] || { cat import.log >&2; fail "$engine: an import whose server died exited $rc"; }
+  "$servers" resume "$engine" 2>/dev/null
+  import_gone "$engine" "$engine server stopped mid-import"
+  "$ztdb" -S "$url" import big.xml --into tblImp >import.log 2>&1 ||
+    { cat import.log >&2; fail "$engine: the next import failed"; }
+  [[ $(rows_of "$engine" tblImp) == "$ROWS" ]] || fail "$engine: the next import is not complete"
+  [[ $(ask "$engine" "SELECT COUNT(*) FROM $( [[ $engine == pg ]] && echo pg_class WHERE relname ||
+    echo information_schema.tables WHERE table_name) LIKE 'zt_import_%'") == 0 ]] ||
+    fail "$engine: the import left a working table behind"
+  echo "copy faults: $engine imports killed and crashed: nothing left, then complete"
+done
+sqlite3 imp.db "CREATE TABLE tblKeep (n)"
+before_imp=$(sqlite3 imp.db .dump)
+"$ztdb" -S "sqlite://$work/imp.db" import big.xml --into tblImp >import.log 2>&1 &
+pid=$!
+# Its transaction has begun writing once the rollback journal is there.
+for ((i = 0; i < 400; i++)); do [[ -e imp.db-journal ]] && break; sleep 0.025; done
+[[ -e imp.db-journal ]] || fail "the SQLite import never started writing"
+kill -KILL "$pid"
+wait "$pid" 2>/dev/null || true
+[[ $(sqlite3 imp.db .dump) == "$before_imp" ]] || fail "a killed SQLite import changed the file"
+echo "copy faults: 7 passed, 0 failed"

@@ -157,25 +157,40 @@ int Import(Context& cx) {
     while (reader->Next(row)) ++total;
   }
   auto cn = cx.store->GetConnection(1);
-  bool created = false;
-  if (!TableExists(*cx.store, o.table)) {
-    std::string sql = "CREATE TABLE [" + o.table + "] (";
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-      if (columns[i].name.find(']') != std::string::npos)
-        throw ToolError("ztdb does not handle column names holding ']': " + columns[i].name);
-      sql += (i ? ", [" : "[") + columns[i].name + "] " + ColumnTypeFor(*cn, columns[i]);
-      if (!(columns[i].attributes & zt::ado::adFldIsNullable)) sql += " NOT NULL";
-    }
-    cn->Execute(sql + ")");
-    created = true;
+  const bool created = !TableExists(*cx.store, o.table);
+  // A new table appears only complete. Where the engine's DDL is transactional (SQLite,
+  // PostgreSQL) the CREATE TABLE and the load are one transaction, so that a killed import or
+  // a lost server leaves nothing. Elsewhere (MariaDB) the rows go into a working table that
+  // takes the name when complete; one left by a killed import goes with the next import.
+  const std::string engine = Lower(cn->Engine());
+  const bool one_transaction = engine == "sqlite" || engine == "postgresql";
+  std::string into = o.table;
+  if (created && !one_transaction) {
+    into = "zt_import_" + o.table;
+    if (TableExists(*cx.store, into)) cn->Execute("DROP TABLE [" + into + "]");
   }
   Progress progress(Progress::StderrIsTerminal());
   progress.Start("import " + o.table, total);
   std::int64_t done = 0;
+  bool in_transaction = false;
   try {
-    const std::vector<std::string> names = EngineColumnNames(*cn, o.table, columns);
+    if (created) {
+      std::string sql = "CREATE TABLE [" + into + "] (";
+      for (std::size_t i = 0; i < columns.size(); ++i) {
+        if (columns[i].name.find(']') != std::string::npos)
+          throw ToolError("ztdb does not handle column names holding ']': " + columns[i].name);
+        sql += (i ? ", [" : "[") + columns[i].name + "] " + ColumnTypeFor(*cn, columns[i]);
+        if (!(columns[i].attributes & zt::ado::adFldIsNullable)) sql += " NOT NULL";
+      }
+      if (one_transaction) {
+        cn->BeginTrans();
+        in_transaction = true;
+      }
+      cn->Execute(sql + ")");
+    }
+    const std::vector<std::string> names = EngineColumnNames(*cn, into, columns);
     // One load, kept only when every row went in.
-    zt::BulkInserter load(*cn, EngineTableName(*cn, o.table), names);
+    zt::BulkInserter load(*cn, EngineTableName(*cn, into), names);
     auto reader = zt::XmlRowsetReader::FromFile(o.file);
     std::vector<zt::Variant> row;
     std::string decoded;
@@ -189,16 +204,19 @@ int Import(Context& cx) {
       if (++done % 1000 == 0) progress.Update(done);
     }
     load.Finish();
+    if (into != o.table) cn->Execute("RENAME TABLE [" + into + "] TO [" + o.table + "]");
+    if (in_transaction) cn->CommitTrans();
   } catch (...) {
     progress.Finish(done, "failed");
     // The load's own error is what the user needs; a clean-up that fails too (the server is
     // gone) only says what it leaves behind.
-    if (created) {
-      try {
-        cn->Execute("DROP TABLE [" + o.table + "]");
-      } catch (const zt::ZtError&) {
-        cx.out.Note("The new table " + o.table + " could not be removed again; drop it by hand.");
-      }
+    try {
+      if (in_transaction && cn->InTransaction()) cn->RollbackTrans();
+      if (created && !one_transaction) cn->Execute("DROP TABLE IF EXISTS [" + into + "]");
+    } catch (const zt::ZtError&) {
+      if (!one_transaction)
+        cx.out.Note("The working table " + into + " could not be removed; the next import of " +
+                    o.table + " removes it.");
     }
     throw;
   }
