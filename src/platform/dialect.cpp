@@ -974,6 +974,38 @@ SchemaPlan Dialect::PlanDropIndex(Connection& cn, const std::string& table, cons
   return OneStatement("DROP INDEX " + BracketName(name));
 }
 
+void RequireWorkingViews(Connection& cn) {
+  if (AsciiLower(cn.Engine()) != "sqlite") return;
+  std::vector<std::string> views;
+  for (auto v = cn.Execute("SELECT name FROM sqlite_master WHERE type = 'view'"); !v->Eof();
+       v->MoveNext())
+    views.push_back(v->Fields(0).Value().ToText());
+  for (const auto& view : views) {
+    try {
+      cn.Execute("SELECT * FROM " + BracketName(view) + " LIMIT 0");
+    } catch (const ZtError& e) {
+      throw ZtError(hr::kIntegrity, kRebuildSource,
+                    "The change would break the view '" + view + "': " + e.Description());
+    }
+  }
+}
+
+void WithTableSwap(Connection& cn, const std::function<void()>& work) {
+  if (AsciiLower(cn.Engine()) != "sqlite") return work();
+  cn.Execute("PRAGMA legacy_alter_table = ON");
+  try {
+    work();
+  } catch (...) {
+    try {
+      cn.Execute("PRAGMA legacy_alter_table = OFF");
+    } catch (const ZtError&) {
+      // the work's own error is the one to report
+    }
+    throw;
+  }
+  cn.Execute("PRAGMA legacy_alter_table = OFF");
+}
+
 void RunSchemaPlan(Connection& cn, const SchemaPlan& plan) {
   if (cn.InTransaction())
     RaiseAdo(AdoError::kIllegalOperation, kSchemaSource,
@@ -990,27 +1022,20 @@ void RunSchemaPlan(Connection& cn, const SchemaPlan& plan) {
   if (fk_on) cn.Execute("PRAGMA foreign_keys = OFF");
   cn.BeginTrans();
   try {
-    for (const auto& sql : plan.statements) cn.Execute(sql);
+    const auto run = [&] {
+      for (const auto& sql : plan.statements) cn.Execute(sql);
+    };
+    if (plan.rebuild)
+      WithTableSwap(cn, run);
+    else
+      run();
     if (plan.rebuild) {
       auto bad = cn.Execute("PRAGMA foreign_key_check");
       if (bad->State() == ado::adStateOpen && !bad->Eof())
         throw ZtError(hr::kIntegrity, kRebuildSource,
                       "The change would break a relationship of table '" +
                           bad->Fields(0).Value().ToText() + "'.");
-      // A view is text that SQLite reads when it is used: one that names a column the rebuilt
-      // table no longer has would only fail later, in the application.
-      std::vector<std::string> views;
-      for (auto v = cn.Execute("SELECT name FROM sqlite_master WHERE type = 'view'"); !v->Eof();
-           v->MoveNext())
-        views.push_back(v->Fields(0).Value().ToText());
-      for (const auto& view : views) {
-        try {
-          cn.Execute("SELECT * FROM " + BracketName(view) + " LIMIT 0");
-        } catch (const ZtError& e) {
-          throw ZtError(hr::kIntegrity, kRebuildSource,
-                        "The change would break the view '" + view + "': " + e.Description());
-        }
-      }
+      RequireWorkingViews(cn);
     }
     cn.CommitTrans();
   } catch (...) {

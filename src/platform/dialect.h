@@ -216,6 +216,20 @@ class ZT_TEST_EXPORT Dialect {
 // the caller opened, and the failing statement's error.
 ZT_TEST_EXPORT void RunSchemaPlan(Connection& cn, const SchemaPlan& plan);
 
+// Runs `work`, in which a table is dropped and another renamed to its name, so that the views
+// and triggers of other tables that name it survive. SQLite checks every view and trigger when a
+// table is renamed and refuses while the name they use is missing; its documented table-rebuild
+// procedure renames with legacy_alter_table on, which touches nothing but the renamed table.
+// Other engines run `work` as it is.
+ZT_TEST_EXPORT void WithTableSwap(Connection& cn, const std::function<void()>& work);
+
+// SQLite: raises 0x80040E2F ("The change would break the view 'v': ...") for the first view
+// that no longer reads, so that a change inside the caller's transaction can be undone. A view
+// is text that SQLite reads only when it is used: one that names a column a changed table no
+// longer has would otherwise fail later, in the application. Other engines check their views
+// themselves.
+ZT_TEST_EXPORT void RequireWorkingViews(Connection& cn);
+
 // The dialect of the engine named `engine` (as DriverQuirks::engine names it, case ignored);
 // the portable defaults for an engine without one of its own.
 ZT_TEST_EXPORT const Dialect& DialectFor(std::string_view engine);

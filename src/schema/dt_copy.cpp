@@ -540,8 +540,11 @@ bool CZtDTMgr::CopyTableByStreaming(CZtDataStore& source,
       // first, and the swap with the new indexes is one transaction.
       cn->BeginTrans();
       try {
-        if (replace) RunStatement(*cn, "DROP TABLE " + Br(table));
-        RunStatement(*cn, "ALTER TABLE " + Br(work) + " RENAME TO " + Br(table));
+        platform::WithTableSwap(*cn, [&] {
+          if (replace) RunStatement(*cn, "DROP TABLE " + Br(table));
+          RunStatement(*cn, "ALTER TABLE " + Br(work) + " RENAME TO " + Br(table));
+        });
+        if (replace) platform::RequireWorkingViews(*cn);
         if (!make_indexes(table)) {
           RollbackQuietly(*cn);
           return structure_refused();

@@ -141,4 +141,45 @@ TEST_F(DTMgrSqliteTest, NullabilityThroughTheDaoViewAndDryRun) {
   EXPECT_FALSE(db->TableDefs("tblCalls").Fields("tNotes").Required());
 }
 
+// A rebuild of the table and a copy that replaces it keep what other tables and views say of
+// it: another table's trigger that writes to it, a view that reads it. A replacement that would
+// break the view is refused and changes nothing.
+TEST_F(DTMgrSqliteTest, RebuildsAndReplacementsKeepOtherTablesTriggersAndViews) {
+  cn_->Execute("CREATE TABLE [tblLog] ([nId] LONG, [tWhat] TEXT(20))");
+  cn_->Execute(
+      "CREATE TRIGGER [trLog] AFTER INSERT ON [tblLog] BEGIN INSERT INTO [tblCalls] (nId, "
+      "tCustomer) VALUES (NEW.nId, NEW.tWhat); END");
+  cn_->Execute("CREATE VIEW [vCustomers] AS SELECT tCustomer FROM [tblCalls]");
+  // set-nullable rebuilds the table on SQLite
+  EXPECT_TRUE(dt_.AlterFieldType(*ds_, "tblCalls", "tCustomer", 10, 60, false));
+  cn_->Execute("INSERT INTO [tblLog] VALUES (7, 'C7')");
+  const auto count = [&](const std::string& sql) {
+    return cn_->Execute(sql)->Fields(0).Value().ToInt64();
+  };
+  EXPECT_EQ(count("SELECT count(*) FROM [vCustomers]"), 4);
+
+  // The same table from another file replaces this one under the view and the trigger.
+  auto other = std::make_shared<zt::CZtDataStore>();
+  other->GeneralProviderType(zt::kProviderJet);
+  other->Location(dir_.string());
+  other->DataStoreName("other.db");
+  other->CreatePhysicalDataStore();
+  auto ocn = other->GetConnection(1);
+  ocn->Execute("CREATE TABLE [tblCalls] ([nId] LONG NOT NULL PRIMARY KEY, [tCustomer] TEXT(50))");
+  ocn->Execute("INSERT INTO [tblCalls] VALUES (1, 'X')");
+  ASSERT_TRUE(dt_.CopyTable(*other, ocn, "tblCalls", *ds_, zt::kCopyReplace))
+      << dt_.LastCopyResults().at(0).error;
+  EXPECT_EQ(count("SELECT count(*) FROM [vCustomers]"), 1);
+  cn_->Execute("INSERT INTO [tblLog] VALUES (8, 'C8')");
+  EXPECT_EQ(count("SELECT count(*) FROM [tblCalls]"), 2);
+
+  // Without tCustomer the view would break: refused, the table stays as it was.
+  ocn->Execute("CREATE TABLE [tblBare] ([nId] LONG NOT NULL PRIMARY KEY)");
+  ocn->Execute("DROP TABLE [tblCalls]");
+  ocn->Execute("ALTER TABLE [tblBare] RENAME TO [tblCalls]");
+  EXPECT_THROW(dt_.CopyTable(*other, ocn, "tblCalls", *ds_, zt::kCopyReplace), zt::ZtError);
+  EXPECT_EQ(count("SELECT count(*) FROM [vCustomers]"), 2);
+  other->CloseConnections();
+}
+
 }  // namespace
