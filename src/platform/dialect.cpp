@@ -489,6 +489,7 @@ class MariaDbDialect : public Dialect {
  public:
   explicit MariaDbDialect(std::string_view engine) : engine_(engine) {}
   std::string_view Engine() const override { return engine_; }
+  bool CombinesAlterClauses() const override { return true; }
   std::size_t MaxNameBytes() const override { return 64; }
   std::string OrderByBytes(const std::string& column, bool text) const override {
     return text ? "BINARY " + column : column;
@@ -972,6 +973,19 @@ SchemaPlan Dialect::PlanDropIndex(Connection& cn, const std::string& table, cons
   RequireTable(cn, table);
   if (constraint) return OneStatement(AlterTable(table) + "DROP CONSTRAINT " + BracketName(name));
   return OneStatement("DROP INDEX " + BracketName(name));
+}
+
+SchemaPlan CombineAlters(const std::string& table, const std::vector<SchemaPlan>& steps) {
+  const std::string prefix = AlterTable(table);
+  std::string clauses;
+  for (const SchemaPlan& step : steps) {
+    if (step.rebuild) return {};
+    for (const std::string& sql : step.statements) {
+      if (sql.compare(0, prefix.size(), prefix) != 0) return {};
+      clauses += (clauses.empty() ? "" : ", ") + sql.substr(prefix.size());
+    }
+  }
+  return clauses.empty() ? SchemaPlan{} : OneStatement(prefix + clauses);
 }
 
 void RequireWorkingViews(Connection& cn) {

@@ -124,6 +124,9 @@ class ZT_TEST_EXPORT Dialect {
   virtual bool RebuildsTables() const { return false; }
   // True when PlanDropColumn also drops every index over the column, in the same plan.
   virtual bool DropColumnTakesItsIndexes() const { return false; }
+  // Plans of "ALTER TABLE t ..." statements that CombineAlters can join into one: true where
+  // the DDL is not transactional but one ALTER TABLE of several clauses is all or nothing.
+  virtual bool CombinesAlterClauses() const { return false; }
   // Rebuilds `table` on `cn` with the item of `column` replaced by change(item): a new table
   // beside the old one, the rows copied, the old one dropped and the new one renamed, indexes,
   // triggers and views created again, all in one transaction; nothing changes when a step fails.
@@ -215,6 +218,11 @@ class ZT_TEST_EXPORT Dialect {
 // when a statement fails), statement by statement otherwise. Raises 3219 inside a transaction
 // the caller opened, and the failing statement's error.
 ZT_TEST_EXPORT void RunSchemaPlan(Connection& cn, const SchemaPlan& plan);
+
+// The steps as one "ALTER TABLE [table] a, b, ..." when every statement of every step is an
+// ALTER TABLE of `table` and none rebuilds it; an empty plan otherwise.
+ZT_TEST_EXPORT SchemaPlan CombineAlters(const std::string& table,
+                                        const std::vector<SchemaPlan>& steps);
 
 // Runs `work`, in which a table is dropped and another renamed to its name, so that the views
 // and triggers of other tables that name it survive. SQLite checks every view and trigger when a

@@ -872,6 +872,24 @@ void CZtDTMgr::DropField(Connection& cn, std::int32_t provider, const std::strin
       }
     }
   }
+  if (TakesPlans(provider) && cn.Dialect().CombinesAlterClauses() && !indexes.empty()) {
+    // MariaDB: one ALTER TABLE that drops the indexes and the column is all or nothing, where
+    // separate statements would leave the indexes dropped when the column cannot go (a CHECK
+    // of two columns, a relationship).
+    std::vector<platform::SchemaPlan> steps;
+    for (const auto& index : indexes)
+      steps.push_back(cn.Dialect().PlanDropIndex(
+          cn, table, index.name,
+          index.kind == kIndexKindPrimaryKey || index.kind == kIndexKindUnique));
+    steps.push_back(cn.Dialect().PlanDropColumn(cn, table, field));
+    const platform::SchemaPlan one = platform::CombineAlters(table, steps);
+    if (!one.statements.empty()) {
+      impl_->Apply(cn, one);
+      if (!DryRun())
+        for (const auto& index : indexes) Log("Index: " + Br(index.name) + " deleted= True");
+      return;
+    }
+  }
   for (const auto& index : indexes) DeleteIndex(shared, table, index.name, index.kind);
   if (TakesPlans(provider)) {
     impl_->Apply(cn, cn.Dialect().PlanDropColumn(cn, table, field));
@@ -893,9 +911,8 @@ bool CZtDTMgr::DeleteField(CZtDataStore& ds, const std::string& table, const std
     auto cn = ds.GetConnection(1);
     if (!FieldExists(cn, table, field)) return false;
     // The indexes, the default and the column go together on SQL Server, and on the engines
-    // with transactional DDL unless a step rebuilds the table. Elsewhere each step is a plan of
-    // its own: where a later one fails, the indexes dropped before it stay dropped (the column
-    // and its rows are still there).
+    // with transactional DDL unless a step rebuilds the table, and in one ALTER TABLE on
+    // MariaDB.
     if (TakesSqlTexts(provider))
       impl_->Atomically(*cn, [&] { DropField(*cn, provider, table, field, true); });
     else
