@@ -10,7 +10,8 @@ set -euo pipefail
 seconds="${1:-60}"
 root="$(cd "$(dirname "$0")/.." && pwd)"
 build="${ZT_FUZZ_BUILD_DIR:-$root/build-fuzz}"
-targets=(zt_text_fuzz zt_conn_fuzz zt_url_fuzz zt_config_fuzz zt_xml_fuzz zt_sqlbrowser_fuzz)
+targets=(zt_text_fuzz zt_conn_fuzz zt_url_fuzz zt_config_fuzz zt_xml_fuzz zt_sqlbrowser_fuzz
+  zt_c_variant_fuzz)
 
 share=$((seconds * 5 / 2 / ${#targets[@]}))
 ((share < 5)) && share=5
