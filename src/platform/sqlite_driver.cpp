@@ -1,6 +1,7 @@
 // The embedded engine: SQLite through its C API. It stands in for Access/Jet database files, so
-// declared column types keep the Jet vocabulary (TEXT(50), LONG, BIT, CURRENCY, DATETIME, MEMO)
-// and map to the codes the Jet provider reported (type_map.h with the Jet vocabulary).
+// declared column types keep the Jet vocabulary (TEXT(50), LONG, BIT, CURRENCY, DATETIME) and
+// map to the codes the Jet provider reported (type_map.h with the Jet vocabulary); a MEMO is
+// declared TEXT, which reads back as a memo, because SQLite would give MEMO numeric affinity.
 //
 // Values: a Boolean is stored as -1 / 0 (Jet's True and False, so "WHERE fFlag = -1" keeps
 // working); a date as the text "YYYY-MM-DD HH:MM:SS" and read back as a Date when the column is
@@ -19,6 +20,7 @@
 #include "platform/driver.h"
 #include "platform/errors.h"
 #include "platform/sql_text.h"
+#include "platform/table_rebuild.h"
 #include "platform/type_map.h"
 
 namespace zt::platform {
@@ -170,7 +172,9 @@ class SqliteConnection : public ConnectionBackend {
 
   // An SQLite file stands in for a Jet file: its declared types keep the Jet vocabulary, so
   // that the DAO view reads the same type codes back.
-  std::unique_ptr<StatementBackend> Prepare(const std::string& sql) override {
+  std::unique_ptr<StatementBackend> Prepare(const std::string& written) override {
+    // Jet's MEMO would get numeric affinity, which turns the text "007" into the number 7.
+    const std::string sql = WithTextAffinity(written);
     sqlite3_stmt* st = nullptr;
     const int rc = sqlite3_prepare_v2(db_, sql.c_str(), static_cast<int>(sql.size()), &st, nullptr);
     if (rc != SQLITE_OK) Fail(rc);

@@ -373,4 +373,72 @@ SchemaPlan SqliteTableDef::Plan(std::vector<std::pair<std::string, std::string>>
   return plan;
 }
 
+// The type word of a column item ("[a] MEMO NOT NULL"), as a token, when it is MEMO or NOTE.
+const Token* MemoType(const std::vector<Token>& t, std::size_t name_at) {
+  if (name_at + 1 >= t.size()) return nullptr;
+  const Token& type = t[name_at + 1];
+  return type.upper == "MEMO" || type.upper == "NOTE" ? &type : nullptr;
+}
+
+std::string WithTextAffinity(const std::string& sql) {
+  // Most statements are not DDL: they are passed on without being tokenised.
+  std::size_t first = 0;
+  while (first < sql.size() && IsSpace(sql[first])) ++first;
+  const std::string start = AsciiLower(sql.substr(first, 6));
+  if (start != "create" && start != "alter ") return sql;
+  const std::vector<Token> t = Tokens(sql);
+  if (t.size() < 3 || t[1].upper != "TABLE" || (t[0].upper != "CREATE" && t[0].upper != "ALTER"))
+    return sql;
+  // Positions of the type words to replace, in order.
+  std::vector<std::pair<std::size_t, std::size_t>> at;
+  if (t[0].upper == "ALTER") {
+    for (std::size_t i = 2; i + 1 < t.size(); ++i) {
+      if (t[i].upper != "ADD") continue;
+      std::size_t name = i + 1;
+      if (t[name].upper == "COLUMN") ++name;
+      if (const Token* type = MemoType(t, name)) at.emplace_back(type->begin, type->end);
+      break;
+    }
+  } else {
+    // The definitions: the first parenthesised group (none in CREATE TABLE ... AS SELECT).
+    const Token* group = nullptr;
+    for (const Token& k : t) {
+      if (k.upper == "AS") break;
+      if (sql[k.begin] == '(') {
+        group = &k;
+        break;
+      }
+    }
+    if (!group) return sql;
+    const std::string inside = sql.substr(group->begin + 1, group->end - group->begin - 2);
+    std::size_t offset = group->begin + 1;
+    int depth = 0;
+    std::size_t item_begin = 0;
+    const auto item_done = [&](std::size_t end) {
+      const std::string item = inside.substr(item_begin, end - item_begin);
+      const std::vector<Token> it = Tokens(item);
+      if (!it.empty() && !IsConstraintWord(it[0].upper))
+        if (const Token* type = MemoType(it, 0))
+          at.emplace_back(offset + item_begin + type->begin, offset + item_begin + type->end);
+    };
+    for (std::size_t i = 0; i < inside.size(); ++i) {
+      if (const std::size_t e = SkipQuoted(inside, i); e != i) {
+        i = e - 1;
+        continue;
+      }
+      if (inside[i] == '(') ++depth;
+      if (inside[i] == ')') --depth;
+      if (inside[i] == ',' && depth == 0) {
+        item_done(i);
+        item_begin = i + 1;
+      }
+    }
+    item_done(inside.size());
+  }
+  std::string out = sql;
+  for (auto it = at.rbegin(); it != at.rend(); ++it)
+    out.replace(it->first, it->second - it->first, "TEXT");
+  return out;
+}
+
 }  // namespace zt::platform

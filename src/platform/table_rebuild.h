@@ -68,4 +68,10 @@ struct ConstraintItem {
 };
 ConstraintItem ReadConstraintItem(const std::string& item);
 
+// `sql` (any statement) with every column type MEMO or NOTE of a CREATE TABLE or ALTER TABLE ...
+// ADD written TEXT. SQLite gives those Jet names numeric affinity, which stores the text "007"
+// as the number 7 and "1.50" as 1.5; TEXT without a length reads back as a memo all the same.
+// Other statements come back as they are.
+std::string WithTextAffinity(const std::string& sql);
+
 }  // namespace zt::platform

@@ -182,4 +182,35 @@ TEST_F(DTMgrSqliteTest, RebuildsAndReplacementsKeepOtherTablesTriggersAndViews) 
   other->CloseConnections();
 }
 
+// A memo holds texts as written: SQLite's numeric affinity for the declared type MEMO would have
+// stored "007" as 7 and " 1.50" as 1.5. The column still reads as a memo.
+TEST_F(DTMgrSqliteTest, MemoColumnsKeepTextsThatLookLikeNumbers) {
+  cn_->Execute("ALTER TABLE [tblCalls] ADD COLUMN [tMore] MEMO");
+  cn_->Execute(
+      "CREATE TABLE [tblMemo] ([memo] MEMO NOT NULL, [n] LONG, [note] NOTE, CONSTRAINT [c] CHECK "
+      "([memo] <> 'MEMO'))");
+  zt::PreparedStatement up(*cn_, "UPDATE [tblCalls] SET [tNotes] = ?, [tMore] = ? WHERE nId = 1");
+  up.Bind(0, zt::Variant(std::string("007")));
+  up.Bind(1, zt::Variant(std::string(" 1.50")));
+  up.Execute();
+  cn_->Execute("INSERT INTO [tblMemo] VALUES ('3.0e+5', 1, '0042')");
+  auto rs = cn_->Execute("SELECT [tNotes], [tMore] FROM [tblCalls] WHERE nId = 1");
+  EXPECT_EQ(rs->Fields(0).Value().ToText(), "007");
+  EXPECT_EQ(rs->Fields(1).Value().ToText(), " 1.50");
+  rs = cn_->Execute("SELECT [memo], [note] FROM [tblMemo]");
+  EXPECT_EQ(rs->Fields(0).Value().ToText(), "3.0e+5");
+  EXPECT_EQ(rs->Fields(1).Value().ToText(), "0042");
+  for (const auto& [table, column] : {std::pair<std::string, std::string>{"tblCalls", "tMore"},
+                                      {"tblMemo", "memo"},
+                                      {"tblMemo", "note"}}) {
+    bool found = false;
+    for (const auto& f : dt_.GetAllFieldsInfo(cn_, table))
+      if (f.name == column) {
+        found = true;
+        EXPECT_EQ(f.dao_type, 12) << column;
+      }
+    EXPECT_TRUE(found) << column;
+  }
+}
+
 }  // namespace
