@@ -73,7 +73,7 @@ TEST(OpenErrorMasking, ServersRefusalsReadTheSameWhateverThePassword) {
     const std::string reference = refusal("Qz7#never-in-a-message", reference_env);
     ASSERT_NE(reference, "opened");
     // Candidates: every word of the refusal, single characters, and random texts.
-    std::set<std::string> candidates = {"a",      "e",      "1",      "0",        ":",  " ",
+    std::set<std::string> candidates = {"a",      "e",      "1",      "0",        ":",
                                         e.User(), e.Host(), e.Port(), "password", "the"};
     std::string word;
     for (char c : reference + " ") {
@@ -93,7 +93,10 @@ TEST(OpenErrorMasking, ServersRefusalsReadTheSameWhateverThePassword) {
       candidates.insert(random);
     }
     for (const std::string& password : candidates) {
-      if (password == e.Password()) continue;
+      // A password of blanks only reaches MariaDB as none at all ("using password: NO"): a
+      // different refusal, not a masking one.
+      if (password == e.Password() || password.find_first_not_of(' ') == std::string::npos)
+        continue;
       RecordingEnv env;
       EXPECT_EQ(refusal(password, env), reference) << "password [" << password << "]";
       for (const auto& entry : env.log.entries)
