@@ -177,6 +177,9 @@ class RowStream {
       if (error_) std::rethrow_exception(error_);
       return nullptr;
     }
+    // The block just read goes back to the reading thread, rows and buffers included: a new
+    // block for every 2,048 rows cost a fifth of the comparison in allocation alone.
+    if (spare_.size() < kBlocksAhead) spare_.push_back(std::move(current_));
     current_ = std::move(blocks_.front());
     blocks_.pop_front();
     lock.unlock();
@@ -199,27 +202,32 @@ class RowStream {
       rs->Open(sql_, cn_, ado::adOpenForwardOnly, ado::adLockReadOnly);
       FieldsCollection& f = rs->GetFields();
       std::vector<Row> block;
-      block.reserve(kBlock);
-      std::size_t bytes = 0;
+      std::size_t n = 0, bytes = 0;
       for (; !rs->Eof(); rs->MoveNext()) {
-        Row row;
-        row.key.reserve(keys_);
-        row.ends.reserve(kinds_.size());
+        if (n == block.size()) block.emplace_back();
+        Row& row = block[n++];
+        row.key.clear();
+        row.ends.clear();
+        // A slot that once held a long row gives its buffer back rather than keep it.
+        if (row.cells.capacity() > 64 * 1024) std::string().swap(row.cells);
+        row.cells.clear();
         for (std::size_t i = 0; i < kinds_.size(); ++i) {
           Variant v = f.Item(static_cast<std::int32_t>(i)).Value();
           AppendCell(row.cells, kinds_[i], v);
           row.ends.push_back(static_cast<std::uint32_t>(row.cells.size()));
           if (i < keys_) row.key.push_back(std::move(v));
         }
-        bytes += row.cells.size() + sizeof(Row);
-        block.push_back(std::move(row));
+        // Counted by what the slot holds on to, so that reused slots stay within the bound.
+        bytes += row.cells.capacity() + sizeof(Row);
         ++rows_;
-        if (block.size() == kBlock || bytes >= kBlockBytes) {
+        if (n == kBlock || bytes >= kBlockBytes) {
+          block.resize(n);
           if (!Hand(block)) return;
-          bytes = 0;
+          n = bytes = 0;
         }
       }
       rs->Close();
+      block.resize(n);
       if (!block.empty()) Hand(block);
     } catch (...) {
       std::lock_guard<std::mutex> lock(mutex_);
@@ -238,7 +246,10 @@ class RowStream {
     if (stopped_) return false;
     blocks_.push_back(std::move(block));
     block = {};
-    block.reserve(kBlock);
+    if (!spare_.empty()) {
+      block = std::move(spare_.back());
+      spare_.pop_back();
+    }
     lock.unlock();
     changed_.notify_all();
     return true;
@@ -251,6 +262,7 @@ class RowStream {
   std::mutex mutex_;
   std::condition_variable changed_;
   std::deque<std::vector<Row>> blocks_;
+  std::vector<std::vector<Row>> spare_;  // blocks read, for the reading thread to fill again
   bool finished_ = false, stopped_ = false;
   std::exception_ptr error_;
   std::vector<Row> current_;
