@@ -243,7 +243,10 @@ void CopyPerRecord(Recordset& source, const std::shared_ptr<Connection>& target,
       try {
         st.Execute();
       } catch (const ZtError& e) {
+        // ROLLBACK TO keeps the savepoint open: released too, or every refused row would nest
+        // one more (on SQLite a page bitmap each, 700 MB for a million refused rows).
         target->Execute("ROLLBACK TO SAVEPOINT zt_copy_record", nullptr, ado::adExecuteNoRecords);
+        target->Execute("RELEASE SAVEPOINT zt_copy_record", nullptr, ado::adExecuteNoRecords);
         tally.Refused(source, e.Description());
         continue;
       }

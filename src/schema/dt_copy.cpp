@@ -923,7 +923,11 @@ void CZtDTMgr::CopyRecordset(const std::shared_ptr<Recordset>& source,
         if (savepoints) target_cn->Execute("RELEASE SAVEPOINT zt_copy_record");
         ++copy_->copied;
       } catch (const ZtError& e) {
-        if (savepoints) target_cn->Execute("ROLLBACK TO SAVEPOINT zt_copy_record");
+        if (savepoints) {
+          // Released as well: ROLLBACK TO leaves the savepoint open for the next to nest in.
+          target_cn->Execute("ROLLBACK TO SAVEPOINT zt_copy_record");
+          target_cn->Execute("RELEASE SAVEPOINT zt_copy_record");
+        }
         Err().Clear();
         ++copy_->failed;
         // The first refusals are kept with their reasons; the count says the rest.
