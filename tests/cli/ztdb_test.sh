@@ -500,6 +500,9 @@ PY
   [[ $(wc -l <rejects.jsonl) == 300 ]] || fail "--rejects lists every refused row"
   python3 -c 'import json,sys; r=json.loads(open("rejects.jsonl").readline()); assert r["table"]=="calls" and r["row"]["id"]==1 and "too long" in r["reason"], r' ||
     fail "--rejects: $(head -c 200 rejects.jsonl)"
+  run copy calls.db short.db --json
+  python3 -c 'import json,sys; d=json.loads(sys.argv[1]); t=d["tables"][0]; assert not d["copied"] and not t["copied"] and t["failed"]==300, d' "$out" ||
+    fail "--json calls a table with refused rows copied: $out"
   run copy calls.db short.db --max-rejects 300
   expect_rc 0 "--max-rejects allows the refusals"
   run copy calls.db calls_copy.db --no-indexes

@@ -303,8 +303,10 @@ int Copy(Context& cx) {
     std::string status = copied ? verified : "NOT COPIED: " + r.error;
     if (copied && r.failed) status = (verified.empty() ? "" : verified + ", ") + "rows refused";
     summary.push_back({t, std::to_string(r.rows), std::to_string(r.failed), seconds, status});
-    json entry = {{"table", t},         {"copied", copied}, {"rows", r.rows},
-                  {"failed", r.failed}, {"seconds", secs},  {"messages", r.messages}};
+    // A table whose refused rows are more than the caller allowed is not copied.
+    json entry = {{"table", t},      {"copied", copied && r.failed <= o.max_rejects},
+                  {"rows", r.rows},  {"failed", r.failed},
+                  {"seconds", secs}, {"messages", r.messages}};
     if (!r.error.empty()) entry["error"] = r.error;
     if (!verified.empty()) {
       entry["verified"] = verified == "verified";
