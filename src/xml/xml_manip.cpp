@@ -344,8 +344,7 @@ bool CZtXMLManip::SaveRSToXMLFile(Recordset& rs, const std::string& path, bool e
 std::shared_ptr<Recordset> CZtXMLManip::Load(XmlRowsetReader& reader, bool decode,
                                              std::int32_t encoding) {
   std::vector<std::vector<Variant>> rows;
-  std::vector<Variant> row;
-  while (reader.Next(row)) rows.push_back(std::move(row));
+  reader.ReadRows([&](std::vector<Variant>& row) { rows.push_back(row); });
   auto rs = std::make_shared<Recordset>();
   rs->OpenDisconnected(reader.Columns(), std::move(rows));
   if (decode) {

@@ -148,14 +148,9 @@ int Import(Context& cx) {
   CheckTableName(o.table);
   if (!std::filesystem::exists(o.file)) throw ToolError("there is no file " + o.file);
   // A first pass reads the whole file: a broken file is found before anything is written.
-  std::int64_t total = 0;
-  std::vector<zt::RecordsetColumn> columns;
-  {
-    auto reader = zt::XmlRowsetReader::FromFile(o.file);
-    columns = reader->Columns();
-    std::vector<zt::Variant> row;
-    while (reader->Next(row)) ++total;
-  }
+  auto reader = zt::XmlRowsetReader::FromFile(o.file);
+  const std::vector<zt::RecordsetColumn>& columns = reader->Columns();
+  const std::int64_t total = reader->ReadRows([](std::vector<zt::Variant>&) {});
   auto cn = cx.store->GetConnection(1);
   const bool created = !TableExists(*cx.store, o.table);
   // A new table appears only complete. Where the engine's DDL is transactional (SQLite,
@@ -191,10 +186,8 @@ int Import(Context& cx) {
     const std::vector<std::string> names = EngineColumnNames(*cn, into, columns);
     // One load, kept only when every row went in.
     zt::BulkInserter load(*cn, EngineTableName(*cn, into), names);
-    auto reader = zt::XmlRowsetReader::FromFile(o.file);
-    std::vector<zt::Variant> row;
     std::string decoded;
-    while (reader->Next(row)) {
+    reader->ReadRows([&](std::vector<zt::Variant>& row) {
       if (o.decode != 0)
         for (std::size_t i = 0; i < row.size(); ++i)
           if (IsText(columns[i]) && row[i].AsString() &&
@@ -202,7 +195,7 @@ int Import(Context& cx) {
             row[i] = zt::Variant(decoded);
       load.AddRow(row);
       if (++done % 1000 == 0) progress.Update(done);
-    }
+    });
     load.Finish();
     if (into != o.table) cn->Execute("RENAME TABLE [" + into + "] TO [" + o.table + "]");
     if (in_transaction) cn->CommitTrans();

@@ -19,8 +19,9 @@
 // A column whose name is not an XML name (blanks, leading digit ...) is written as c1, c2 ...
 // with its real name in rs:name, as the old objects did.
 //
-// Reading is a pull parse (libxml2's text reader) and writing goes straight to a stream, so a
-// file of any number of rows is read and written in flat memory. A file that is not in this
+// Reading is libxml2's SAX parser over the bytes as they are read, and writing goes straight to
+// a stream, so a file of any number of rows is read and written in flat memory; a value may be
+// as long as a gigabyte of XML text. A file that is not in this
 // format (not well-formed, truncated, another namespace, a row attribute that names no column,
 // a value that does not read as its column's type) raises a ZtError whose description names the
 // file (or "XML text") and the line, and no recordset comes back.
@@ -85,7 +86,7 @@ class ZT_EXPORT XmlRowsetWriter {
   std::int64_t rows_ = 0;
 };
 
-// Reads a rowset document piece by piece: the columns first, then one row at a time.
+// Reads a rowset document piece by piece: the columns when it is opened, then the rows.
 class ZT_EXPORT XmlRowsetReader {
  public:
   // Opens the file and reads up to the first row. Raises as the header comment says.
@@ -98,9 +99,12 @@ class ZT_EXPORT XmlRowsetReader {
   XmlRowsetReader& operator=(const XmlRowsetReader&) = delete;
 
   const std::vector<RecordsetColumn>& Columns() const;
-  // The next row (one value per column, Null where the row has no attribute); false after the
-  // last row once the document has been read to its end.
-  bool Next(std::vector<Variant>& row);
+  // Reads the document from its start to its end, handing each row to `each` as it comes (one
+  // value per column, Null where the row has no attribute; the vector is reused), and returns
+  // the number of rows. A fault of the document raises as the header comment says, once the
+  // rows before it have been handed over; whatever `each` raises stops the reading and comes
+  // out as it is. Each call reads the rows again.
+  std::int64_t ReadRows(const std::function<void(std::vector<Variant>& row)>& each);
 
   struct Impl;
 
