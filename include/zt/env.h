@@ -10,6 +10,8 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
+#include <iosfwd>
 #include <map>
 #include <memory>
 #include <optional>
@@ -100,6 +102,16 @@ class ZT_EXPORT Env {
   // Replaces the content of `path` with `text` in one step (a sibling file renamed over it), so
   // a reader sees either the old or the new content, never half of it.
   virtual std::error_code ReplaceFile(const std::string& path, const std::string& text);
+  // Writes `path` as a careful editor does, the one way the library writes a whole file:
+  // `write` fills a new file made for this write alone in the same folder (never through a
+  // link or over a file already there, with the mode of the file it replaces, and nameless
+  // until it is complete where the file system allows), which is flushed to the disk and
+  // renamed over `path` only once `write` has returned. With `keep_backup` the file it replaces
+  // stays as path + ".bak", and `path` is never missing meanwhile. A failure is returned and
+  // changes nothing at `path`; what `write` raises passes through, changing nothing either.
+  virtual std::error_code WriteFile(const std::string& path,
+                                    const std::function<void(std::ostream&)>& write,
+                                    bool keep_backup);
 
   // The person at the keyboard (see <zt/user_interaction.h>): by default the controlling
   // terminal, "cancelled" without one.
@@ -136,6 +148,11 @@ class ZT_EXPORT EnvWrapper : public Env {
   }
   std::error_code ReplaceFile(const std::string& path, const std::string& text) override {
     return target_.ReplaceFile(path, text);
+  }
+  std::error_code WriteFile(const std::string& path,
+                            const std::function<void(std::ostream&)>& write,
+                            bool keep_backup) override {
+    return target_.WriteFile(path, write, keep_backup);
   }
   IZtPrompt& Prompt() override { return target_.Prompt(); }
   IZtDatagramTransport& Datagrams() override { return target_.Datagrams(); }

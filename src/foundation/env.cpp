@@ -16,6 +16,7 @@
 #include <sstream>
 #include <thread>
 
+#include "foundation/sibling_file.h"
 #include "foundation/thread_state.h"
 
 namespace zt {
@@ -171,9 +172,12 @@ class FileRegistryStore : public RegistryStore {
     std::error_code ec;
     auto parent = std::filesystem::path(path_).parent_path();
     if (!parent.empty()) std::filesystem::create_directories(parent, ec);
-    std::ofstream out(path_, std::ios::trunc);
+    // Never written in place: a reader (or a crash) sees the old settings or the new ones.
+    SiblingFile file(path_);
+    std::ostream out(&file);
     for (const auto& l : lines) out << l << '\n';
-    return static_cast<bool>(out);
+    out.flush();
+    return !file.Commit();
   }
 
   std::string path_;

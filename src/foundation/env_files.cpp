@@ -66,11 +66,18 @@ std::optional<std::string> Env::ReadFile(const std::string& path) {
 }
 
 std::error_code Env::ReplaceFile(const std::string& path, const std::string& text) {
+  return WriteFile(
+      path, [&](std::ostream& out) { out << text; }, false);
+}
+
+std::error_code Env::WriteFile(const std::string& path,
+                               const std::function<void(std::ostream&)>& write, bool keep_backup) {
   SiblingFile file(path);
+  if (file.Error()) return file.Error();
   std::ostream out(&file);
-  out << text;
+  write(out);
   out.flush();
-  return file.Commit();
+  return file.Commit(keep_backup);
 }
 
 }  // namespace zt

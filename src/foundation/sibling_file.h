@@ -10,10 +10,12 @@
 
 namespace zt {
 
-// The new file is made for this write alone: ".<name>.<random>.tmp" in the target's folder,
-// created exclusively, so it never follows a link someone planted nor touches a file already
-// there, and with the mode of the file it replaces (a private file stays private). Until
-// Commit, nothing at `target` changes; a SiblingFile destroyed without Commit removes its file.
+// The new file is made for this write alone in the target's folder, with the mode of the file
+// it replaces (a private file stays private). Where the file system allows, it has no name
+// until Commit (O_TMPFILE), so that even a killed process leaves nothing behind; elsewhere it
+// is ".<name>.<random>.tmp", created exclusively, so it never follows a link someone planted
+// nor touches a file already there. Until Commit, nothing at `target` changes; a SiblingFile
+// destroyed without Commit removes its file.
 class ZT_TEST_EXPORT SiblingFile : public std::streambuf {
  public:
   explicit SiblingFile(std::string target);
@@ -24,8 +26,10 @@ class ZT_TEST_EXPORT SiblingFile : public std::streambuf {
   // The error of creating the file; when set, writes fail and Commit returns it.
   const std::error_code& Error() const { return error_; }
   const std::string& TempPath() const { return temp_; }
-  // Flushes to the disk and renames the file over the target.
-  std::error_code Commit();
+  // Flushes to the disk and renames the file over the target. With `keep_backup`, the file it
+  // replaces stays as target + ".bak" (an older one there goes): a second name for it is made
+  // first, so that the target is never missing, whenever the process stops.
+  std::error_code Commit(bool keep_backup = false);
 
  protected:
   int_type overflow(int_type c) override;
@@ -34,8 +38,10 @@ class ZT_TEST_EXPORT SiblingFile : public std::streambuf {
 
  private:
   bool Drain();
+  std::error_code Name();
 
-  std::string target_, temp_;
+  std::string target_, temp_;  // temp_ is empty while the file has no name
+  bool unnamed_ = false;
   int fd_ = -1;
   std::error_code error_;
   std::string buffer_;

@@ -3,7 +3,6 @@
 #include <fstream>
 #include <sstream>
 
-#include "foundation/sibling_file.h"
 #include "xml/rowset_format.h"
 #include "zt/env.h"
 #include "zt/error_codes.h"
@@ -309,32 +308,17 @@ bool CZtXMLManip::SaveRSToXMLFile(Recordset& rs, const std::string& path, bool e
   Trap at(kXmlManip, "SaveRSToXMLFile");
   return at.Reraising([&] {
     at = 10;
-    Env& env = Env::Current();
     // Written beside the file under a name of its own, never through whatever may already be
-    // at a fixed name there; a failed save leaves nothing behind.
-    SiblingFile sibling(path);
-    if (sibling.Error())
-      throw ZtError(hr::kFail, std::string(kXmlManip),
-                    path + ": the file cannot be written (" + sibling.Error().message() + ")");
-    std::ostream file(&sibling);
-    at = 20;
-    Save(rs, file, encode, keep_recordset, encoding);
-    file.flush();
-    // A full disk shows here, before the old file is moved aside.
-    if (sibling.Error())
-      throw ZtError(hr::kFail, std::string(kXmlManip),
-                    path + ": the file cannot be written (" + sibling.Error().message() + ")");
-    at = 30;
-    if (env.FileExists(path)) {
-      const std::string backup = path + ".bak";
-      if (env.FileExists(backup)) env.RemoveFile(backup);
-      if (auto ec = env.RenameFile(path, backup))
-        throw ZtError(
-            hr::kFail, std::string(kXmlManip),
-            path + ": the old file cannot be kept as " + backup + " (" + ec.message() + ")");
-    }
-    at = 40;
-    if (auto ec = sibling.Commit())
+    // at a fixed name there; the old file is kept as FILE.bak, and a failed save leaves
+    // nothing behind.
+    if (auto ec = Env::Current().WriteFile(
+            path,
+            [&](std::ostream& file) {
+              at = 20;
+              Save(rs, file, encode, keep_recordset, encoding);
+              at = 40;
+            },
+            /*keep_backup=*/true))
       throw ZtError(hr::kFail, std::string(kXmlManip),
                     path + ": the file cannot be written (" + ec.message() + ")");
     return true;

@@ -1,8 +1,10 @@
 // The file members of Env: what the real file system defaults refuse to do, and a data store
 // whose move breaks half-way through staying where it was.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -152,6 +154,51 @@ TEST_F(EnvFilesTest, AMoveThatFailsLeavesTheStoreWhereItWas) {
   ds.MovePhysicalDataStore(P("a"));
   EXPECT_EQ(env.calls, (std::vector<std::string>{"rename"}));
   EXPECT_EQ(rows_at(P("a")), "1");
+}
+
+// A whole-file write killed at any moment leaves the file as it was and nothing beside it; a
+// complete one keeps the old file as .bak, and the file is never missing in between.
+TEST_F(EnvFilesTest, CarefulWritesLeaveNothingBehindWhenKilled) {
+  zt::Env& env = zt::Env::Default();
+  std::ofstream(P("f.xml")) << "old";
+  fs::permissions(P("f.xml"), fs::perms::owner_read | fs::perms::owner_write);
+  const auto names = [&] {
+    std::set<std::string> n;
+    for (const auto& e : fs::directory_iterator(dir_)) n.insert(e.path().filename().string());
+    return n;
+  };
+  for (bool committing : {false, true}) {
+    SCOPED_TRACE(committing ? "killed while renaming" : "killed while writing");
+    const pid_t child = ::fork();
+    if (child == 0) {
+      (void)env.WriteFile(
+          P("f.xml"),
+          [&](std::ostream& out) {
+            out << std::string(1 << 20, 'n');
+            out.flush();
+            if (!committing) std::raise(SIGKILL);
+          },
+          true);
+      std::raise(SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    if (!committing) {
+      EXPECT_EQ(names(), std::set<std::string>{"f.xml"});
+      EXPECT_EQ(Read(P("f.xml")), "old");
+    }
+  }
+  EXPECT_EQ(names(), (std::set<std::string>{"f.xml", "f.xml.bak"}));
+  EXPECT_EQ(Read(P("f.xml.bak")), "old");
+  EXPECT_EQ(Read(P("f.xml")).size(), 1u << 20);
+  EXPECT_EQ(fs::status(P("f.xml")).permissions() & fs::perms::all,
+            fs::perms::owner_read | fs::perms::owner_write);
+
+  // What the writer raises passes through and changes nothing.
+  EXPECT_THROW(env.WriteFile(
+                   P("f.xml"), [](std::ostream&) { throw std::runtime_error("x"); }, true),
+               std::runtime_error);
+  EXPECT_EQ(names(), (std::set<std::string>{"f.xml", "f.xml.bak"}));
 }
 
 }  // namespace
