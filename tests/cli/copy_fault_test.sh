@@ -135,8 +135,8 @@ for engine in pg my; do
   finish_job "$engine" "$url" "ztdb killed mid-copy to $engine"
 done
 
-# An import into a new table either makes the whole table or leaves no table at all; a working
-# table that a killed import leaves (MariaDB) goes with the next import.
+# An import into a new table either makes the whole table or leaves no table at all, nor any
+# working table.
 "$ztdb" -S "sqlite://$work/source.db" export tblBig --xml big.xml >/dev/null 2>&1 || fail "export"
 import_gone() {
   local n
@@ -146,6 +146,11 @@ import_gone() {
     sleep 0.1
   done
   fail "$2: the import left tblImp with $n rows"
+}
+no_working_table() {
+  [[ $(ask "$1" "SELECT COUNT(*) FROM $( [[ $1 == pg ]] && echo pg_class WHERE relname ||
+    echo information_schema.tables WHERE table_name) LIKE 'zt_import_%'") == 0 ]] ||
+    fail "$1: $2: the import left a working table behind"
 }
 # Starts an import into tblImp and returns once its rows are going in.
 start_import() {
@@ -161,6 +166,7 @@ for engine in pg my; do
   kill -KILL "$pid"
   wait "$pid" 2>/dev/null || true
   import_gone "$engine" "ztdb killed mid-import to $engine"
+  no_working_table "$engine" "ztdb killed mid-import"
   start_import
   "$servers" crash "$engine"
   rc=0
@@ -168,12 +174,11 @@ for engine in pg my; do
   [[ $rc == 1 ]] || { cat import.log >&2; fail "$engine: an import whose server died exited $rc"; }
   "$servers" resume "$engine" 2>/dev/null
   import_gone "$engine" "$engine server stopped mid-import"
+  no_working_table "$engine" "server stopped mid-import"
   "$ztdb" -S "$url" import big.xml --into tblImp >import.log 2>&1 ||
     { cat import.log >&2; fail "$engine: the next import failed"; }
   [[ $(rows_of "$engine" tblImp) == "$ROWS" ]] || fail "$engine: the next import is not complete"
-  [[ $(ask "$engine" "SELECT COUNT(*) FROM $( [[ $engine == pg ]] && echo pg_class WHERE relname ||
-    echo information_schema.tables WHERE table_name) LIKE 'zt_import_%'") == 0 ]] ||
-    fail "$engine: the import left a working table behind"
+  no_working_table "$engine" "complete import"
   echo "copy faults: $engine imports killed and crashed: nothing left, then complete"
 done
 sqlite3 imp.db "CREATE TABLE tblKeep (n)"

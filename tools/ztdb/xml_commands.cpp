@@ -155,22 +155,21 @@ int Import(Context& cx) {
   const bool created = !TableExists(*cx.store, o.table);
   // A new table appears only complete. Where the engine's DDL is transactional (SQLite,
   // PostgreSQL) the CREATE TABLE and the load are one transaction, so that a killed import or
-  // a lost server leaves nothing. Elsewhere (MariaDB) the rows go into a working table that
-  // takes the name when complete; one left by a killed import goes with the next import.
+  // a lost server leaves nothing. Elsewhere (MariaDB) the rows go into a temporary table, which
+  // the server drops with the session whatever happens to ztdb, and one CREATE TABLE ... SELECT
+  // makes the table from it when the load is complete.
   const std::string engine = Lower(cn->Engine());
   const bool one_transaction = engine == "sqlite" || engine == "postgresql";
-  std::string into = o.table;
-  if (created && !one_transaction) {
-    into = "zt_import_" + o.table;
-    if (TableExists(*cx.store, into)) cn->Execute("DROP TABLE [" + into + "]");
-  }
+  const bool staged = created && !one_transaction;
+  const std::string into = staged ? "zt_import_" + o.table : o.table;
   Progress progress(Progress::StderrIsTerminal());
   progress.Start("import " + o.table, total);
   std::int64_t done = 0;
   bool in_transaction = false;
   try {
     if (created) {
-      std::string sql = "CREATE TABLE [" + into + "] (";
+      std::string sql =
+          std::string(staged ? "CREATE TEMPORARY TABLE [" : "CREATE TABLE [") + into + "] (";
       for (std::size_t i = 0; i < columns.size(); ++i) {
         if (columns[i].name.find(']') != std::string::npos)
           throw ToolError("ztdb does not handle column names holding ']': " + columns[i].name);
@@ -197,7 +196,10 @@ int Import(Context& cx) {
       if (++done % 1000 == 0) progress.Update(done);
     });
     load.Finish();
-    if (into != o.table) cn->Execute("RENAME TABLE [" + into + "] TO [" + o.table + "]");
+    if (staged) {
+      cn->Execute("CREATE TABLE [" + o.table + "] SELECT * FROM [" + into + "]");
+      cn->Execute("DROP TEMPORARY TABLE [" + into + "]");
+    }
     if (in_transaction) cn->CommitTrans();
   } catch (...) {
     progress.Finish(done, "failed");
@@ -205,11 +207,9 @@ int Import(Context& cx) {
     // gone) only says what it leaves behind.
     try {
       if (in_transaction && cn->InTransaction()) cn->RollbackTrans();
-      if (created && !one_transaction) cn->Execute("DROP TABLE IF EXISTS [" + into + "]");
+      if (staged) cn->Execute("DROP TEMPORARY TABLE IF EXISTS [" + into + "]");
     } catch (const zt::ZtError&) {
-      if (!one_transaction)
-        cx.out.Note("The working table " + into + " could not be removed; the next import of " +
-                    o.table + " removes it.");
+      // The server is gone, and the temporary table with the session.
     }
     throw;
   }
