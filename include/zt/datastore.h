@@ -1,8 +1,8 @@
 // Data stores: the definition of one database of the help-desk application and the connection
 // strings built from it.
 //
-// A data store is a Jet file (on this platform an SQLite file, or an old .mdb read through MDB
-// Tools), a SQL Server database, an Oracle schema or a MySQL/MariaDB database. The caller sets
+// A data store is a Jet file (on this platform an SQLite file, or an old .mdb or .accdb read
+// with MDB Tools' libmdb), a SQL Server database, an Oracle schema or a MySQL/MariaDB database. The caller sets
 // its provider type, location, name and credentials; the data store answers the ADO/OLE DB
 // connection string (ConnectionString) and the DAO connect string (DAOConnectionString). No
 // other part of the library writes connection strings.

@@ -206,7 +206,7 @@ class ZT_EXPORT Connection : public Object, public std::enable_shared_from_this<
   // INDEX_NAME; Empty elements do not restrict; an empty schema means the default schema.
   // (PostgreSQL takes an absent schema as its default schema too, so that its system catalogs
   // stay out of the lists.) Other rowsets raise 3251; the indexes rowset of a driver that cannot
-  // list indexes safely (MDB Tools) raises 3251 as well. The result is a static read-only
+  // list indexes safely (MDB Tools' ODBC driver) raises 3251 as well. The result is a static read-only
   // recordset that keeps the session alive; the engine's error is raised when the query fails.
   std::shared_ptr<Recordset> OpenSchema(std::int32_t schema, const Variant& restrictions = {});
 
@@ -238,6 +238,8 @@ class ZT_EXPORT PreparedStatement {
   int ParameterCount();
   // Binds parameter `index` (0-based); the value is copied. Raises 3001 for a bad index.
   void Bind(int index, const Variant& value);
+  // Binds `bytes` as a binary value for a binary column (Bind of a string binds text).
+  void BindBytes(int index, const std::string& bytes);
   // Runs the statement; returns the rows changed. Values stay bound for the next run. Raises
   // the engine's error; what a failed run changed is undone by the engine, as for any single
   // statement.

@@ -270,7 +270,7 @@ bool IsDatabaseFile(const std::string& path, std::string* why) {
     if (why) *why = "File not found or not a database: " + path;
     return false;
   }
-  // An old Access file is read through MDB Tools; its header is all that can be checked here.
+  // An old Access file is read with libmdb; its header is all that can be checked here.
   const std::string jet(header + 4, 15);
   if (jet == "Standard Jet DB" || jet == "Standard ACE DB") return true;
   if (std::string(header, 16) != std::string("SQLite format 3\0", 16)) {

@@ -260,6 +260,11 @@ void PreparedStatement::Bind(int index, const Variant& value) {
   stmt_->Bind(index, value);
 }
 
+void PreparedStatement::BindBytes(int index, const std::string& bytes) {
+  if (index < 0 || index >= parameters_) RaiseAdo(AdoError::kInvalidArgument, kCommandSource);
+  stmt_->BindBytes(index, bytes);
+}
+
 std::int64_t PreparedStatement::Execute() {
   session_->Guard([&] { stmt_->Execute(); });
   return stmt_->RowsAffected();

@@ -31,7 +31,7 @@ bool PatternMatches(const std::string& pattern, const std::string& provider) {
   return p == v;
 }
 
-// An Access file that exists keeps its own format: it is read through the MDB Tools driver.
+// An Access file that exists keeps its own format: it is read by the Access reader (libmdb).
 bool IsAccessFile(const std::string& path) {
   std::ifstream f(path, std::ios::binary);
   char head[20] = {};
@@ -289,11 +289,9 @@ ConnectParams ParseConnectionString(const std::string& text, const std::string& 
   p.odbc_fixed = entry->odbc_fixed;
 
   if (p.driver == "sqlite") {
+    // An old Access file (not an SQLite file): read through libmdb, never written.
     if (IsAccessFile(p.data_source)) {
-      p.driver = "odbc";
-      p.odbc_driver = "MDBTools";
-      p.odbc_server_key = "DBQ";
-      p.odbc_database_key.clear();
+      p.driver = "access";
       p.read_only = true;
     }
   } else if (p.port == 0) {

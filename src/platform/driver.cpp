@@ -21,6 +21,7 @@ const std::map<std::string, DriverFactory>& Registry() {
       {"odbc", &OpenOdbcDriver},
       {"postgresql", &OpenPostgresDriver},
       {"scripted", &OpenScriptedDriver},
+      {"access", &OpenAccessDriver},
   };
   return drivers;
 }

@@ -117,6 +117,10 @@ class ZT_TEST_EXPORT StatementBackend {
   // Binds parameter `index` (0-based). The value is copied. Empty and Null bind SQL NULL.
   // Throws ZtError when the value cannot be bound.
   virtual void Bind(int index, const Variant& value) = 0;
+  // Binds `bytes` as a binary value (the layer carries binary values as byte strings, which
+  // Bind hands over as text). Default: Bind of the string, for engines whose binary columns
+  // take text as it is.
+  virtual void BindBytes(int index, const std::string& bytes) { Bind(index, Variant(bytes)); }
   // The caller will read the rows once, front to back: the backend may fetch them as they are
   // read instead of all at once. Called before Execute; the default reads them all at once.
   virtual void StreamRows() {}
@@ -298,6 +302,7 @@ ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenSqliteDriver(const Connect
 ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenOdbcDriver(const ConnectParams& p);
 ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenPostgresDriver(const ConnectParams& p);
 ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenScriptedDriver(const ConnectParams& p);
+ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenAccessDriver(const ConnectParams& p);
 
 // The factory registered under `name` (case-insensitive), or nullptr.
 ZT_TEST_EXPORT const DriverFactory* FindDriver(const std::string& name);

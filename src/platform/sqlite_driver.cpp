@@ -127,6 +127,7 @@ class SqliteStatement : public StatementBackend {
 
   int ParameterCount() override { return sqlite3_bind_parameter_count(st_); }
   void Bind(int index, const Variant& v) override;
+  void BindBytes(int index, const std::string& bytes) override;
   void Execute() override;
   const std::vector<ColumnInfo>& Columns() override { return columns_; }
   bool Fetch() override;
@@ -204,6 +205,8 @@ class SqliteConnection : public ConnectionBackend {
   }
 
   RowSet Schema(SchemaKind kind, const SchemaRestrictions& r) override;
+  std::unique_ptr<BulkWriterBackend> BeginBulk(const std::string& table,
+                                               const std::vector<std::string>& columns) override;
 
   // Arms the time-out of the statement about to run.
   void StartClock() {
@@ -241,6 +244,12 @@ class SqliteConnection : public ConnectionBackend {
 
 void SqliteStatement::Fail(int rc) {
   conn_.Fail(rc);
+}
+
+void SqliteStatement::BindBytes(int index, const std::string& bytes) {
+  Bind(index, Variant::Null());  // resets the statement when it has run
+  const int rc = sqlite3_bind_blob64(st_, index + 1, bytes.data(), bytes.size(), SQLITE_TRANSIENT);
+  if (rc != SQLITE_OK) Fail(rc);
 }
 
 void SqliteStatement::Bind(int index, const Variant& v) {
@@ -547,6 +556,60 @@ RowSet SqliteConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
     }
   }
   return out;
+}
+
+// Rows for one table in one transaction (or in the caller's). A value of a column declared
+// binary (LONGBINARY, BLOB, VARBINARY ...) is bound as a blob: bound as text it would take
+// SQLite's TEXT class, which other programs read as text, cut at its first NUL.
+class SqliteBulk : public BulkWriterBackend {
+ public:
+  SqliteBulk(SqliteConnection& conn, const std::string& table,
+             const std::vector<std::string>& columns, std::vector<bool> binary)
+      : prepared_(conn.Prepare(InsertText(conn.Quirks(), table, columns, 1))),
+        st_(*prepared_),
+        binary_(std::move(binary)),
+        tx_(conn) {}
+  void AddRow(const std::vector<Variant>& values) override {
+    tx_.RequireOpen();
+    try {
+      for (std::size_t i = 0; i < values.size(); ++i) {
+        const std::string* bytes = binary_[i] ? values[i].AsString() : nullptr;
+        if (bytes)
+          st_.BindBytes(static_cast<int>(i), *bytes);
+        else
+          st_.Bind(static_cast<int>(i), values[i]);
+      }
+      st_.Execute();
+    } catch (const ZtError&) {
+      tx_.Abandon();
+      throw;
+    }
+  }
+  void Finish() override {
+    if (tx_.Open()) tx_.Commit();
+  }
+
+ private:
+  std::unique_ptr<StatementBackend> prepared_;
+  StatementBackend& st_;
+  std::vector<bool> binary_;
+  ScopedTransaction tx_;
+};
+
+std::unique_ptr<BulkWriterBackend> SqliteConnection::BeginBulk(
+    const std::string& table, const std::vector<std::string>& columns) {
+  const RowSet declared = Query("SELECT name, type FROM pragma_table_info(?)", {Variant(table)});
+  std::vector<bool> binary;
+  for (const std::string& column : columns) {
+    bool is_binary = false;
+    for (const auto& row : declared.rows)
+      if (sqlite3_stricmp(row[0].ToText().c_str(), column.c_str()) == 0) {
+        const std::int32_t t = MapSqliteTypeName(row[1].ToText()).ado_type;
+        is_binary = t == 128 || t == 204 || t == 205;
+      }
+    binary.push_back(is_binary);
+  }
+  return std::make_unique<SqliteBulk>(*this, table, columns, std::move(binary));
 }
 
 std::unique_ptr<ConnectionBackend> OpenSqlite(const ConnectParams& p) {

@@ -237,8 +237,15 @@ void CopyPerRecord(Recordset& source, const std::shared_ptr<Connection>& target,
       }
       PreparedStatement& st = *it->second;
       int p = 0;
-      for (std::size_t i = 0; i < columns.size(); ++i)
-        if (written[i]) st.Bind(p++, values[i]);
+      for (std::size_t i = 0; i < columns.size(); ++i) {
+        if (!written[i]) continue;
+        const std::int32_t type = columns[i].target.type;
+        const std::string* bytes = values[i].AsString();
+        if (bytes && (type == 128 || type == 204 || type == 205))
+          st.BindBytes(p++, *bytes);
+        else
+          st.Bind(p++, values[i]);
+      }
       target->Execute("SAVEPOINT zt_copy_record", nullptr, ado::adExecuteNoRecords);
       try {
         st.Execute();

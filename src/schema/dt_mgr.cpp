@@ -57,7 +57,7 @@ std::int32_t ProviderOf(const Connection& cn) {
   const std::string e = Upper(cn.Engine());
   if (e == "SQL SERVER") return kProviderSqlServer;
   if (e == "ORACLE") return kProviderOracle;
-  if (e == "SQLITE") return kProviderJet;
+  if (e == "SQLITE" || e == "ACCESS") return kProviderJet;  // both are Jet data stores here
   if (e == "POSTGRESQL") return kProviderPostgreSql;
   if (e == "MARIADB" || e == "MYSQL") return kProviderMySql;
   return 0;

@@ -68,7 +68,7 @@ TEST(ConnectionStringTest, SplitsQuotedValuesAndTranslatesKeys) {
   }
 }
 
-TEST(ConnectionStringTest, AccessFilesGoToTheMdbDriverReadOnly) {
+TEST(ConnectionStringTest, AccessFilesGoToTheAccessReaderReadOnly) {
   const auto path = std::filesystem::temp_directory_path() / "zt_platform_jet.mdb";
   {
     std::ofstream f(path, std::ios::binary);
@@ -76,10 +76,9 @@ TEST(ConnectionStringTest, AccessFilesGoToTheMdbDriverReadOnly) {
   }
   const ConnectParams p =
       ParseConnectionString("Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + path.string());
-  EXPECT_EQ(p.driver, "odbc");
-  EXPECT_EQ(p.odbc_driver, "MDBTools");
+  EXPECT_EQ(p.driver, "access");
   EXPECT_TRUE(p.read_only);
-  EXPECT_EQ(p.OdbcConnectionString(), "Driver={MDBTools};DBQ=" + path.string() + ";");
+  EXPECT_EQ(p.data_source, path.string());
   std::filesystem::remove(path);
 }
 
