@@ -42,6 +42,7 @@ enum class ValueKind {
   kInt32,
   kInt64,
   kDouble,
+  kSingle,  // real: read at single precision, so a float keeps the one value it is
   kDecimal,
   kMoney,
   kDateTime,
@@ -66,7 +67,7 @@ constexpr PgType kPgTypes[] = {
     {26, "bigint", ValueKind::kInt64},
     {114, "text", ValueKind::kText},
     {142, "text", ValueKind::kText},
-    {700, "real", ValueKind::kDouble},
+    {700, "real", ValueKind::kSingle},
     {701, "double precision", ValueKind::kDouble},
     {790, "money", ValueKind::kMoney},
     {1042, "char", ValueKind::kText},
@@ -140,6 +141,11 @@ Variant ValueFromText(ValueKind kind, const char* text, int length) {
     case ValueKind::kDouble:
       if (s == "NaN" || s == "Infinity" || s == "-Infinity") return Variant(std::string(s));
       return Variant(std::strtod(text, nullptr));
+    case ValueKind::kSingle:
+      // The server writes a real's shortest text ("0.15"); read as a double that would be
+      // another number than the float stored, which is 0.15000000596046448.
+      if (s == "NaN" || s == "Infinity" || s == "-Infinity") return Variant(std::string(s));
+      return Variant(static_cast<double>(std::strtof(text, nullptr)));
     case ValueKind::kDecimal: {
       // numeric comes as its exact text; NaN, the infinities and values past 28 decimals or 96
       // bits (numeric allows far more) stay text rather than lose digits.
@@ -709,6 +715,19 @@ class PgStatement : public StatementBackend, private RowStream {
     if (static_cast<std::size_t>(index) >= binds_.size())
       binds_.resize(static_cast<std::size_t>(index) + 1);
     binds_[static_cast<std::size_t>(index)] = ParameterText(value);
+  }
+  // Parameters go as text, which ends at a NUL: bytes go in bytea's hex form ("\x" and two
+  // digits a byte), which the server reads back into the same bytes.
+  void BindBytes(int index, const std::string& bytes) override {
+    static constexpr char kHex[] = "0123456789abcdef";
+    std::string text = "\\x";
+    text.reserve(2 + bytes.size() * 2);
+    for (unsigned char b : bytes) {
+      text += kHex[b >> 4];
+      text += kHex[b & 15];
+    }
+    Bind(index, Variant::Null());
+    binds_[static_cast<std::size_t>(index)] = std::move(text);
   }
   void Execute() override;
   const std::vector<ColumnInfo>& Columns() override { return columns_; }

@@ -478,6 +478,37 @@ TEST_P(EngineTest, PreparedStatementsAndBulk) {
   cmd.Parameters() = {7};
   EXPECT_EQ(cmd.Execute()->Fields(0).Value().ToInt32(), 10);
   EXPECT_EQ(cmd.Execute(nullptr, adExecuteNoRecords)->State(), adStateClosed);
+
+  // Binary values, NULs and all, bound as bytes one statement at a time and by the bulk load,
+  // come back byte for byte (stored as bytes: SQLite's blob class, PostgreSQL's bytea).
+  std::string bytes;
+  for (int i = 0; i < 256; ++i) bytes += static_cast<char>(255 - i);
+  cn->Execute("CREATE TABLE [zt_bytes] ([id] INTEGER, [b] " + cn->Dialect().ColumnType(11, 0) +
+              ")");
+  PreparedStatement ins(*cn, "INSERT INTO [zt_bytes] ([id], [b]) VALUES (?, ?)");
+  ins.Bind(0, 1);
+  ins.BindBytes(1, bytes);
+  ins.Execute();
+  {
+    BulkInserter bulk(*cn, "zt_bytes", {"id", "b"});
+    bulk.AddRow({2, bytes});
+    bulk.Finish();
+  }
+  auto back = cn->Execute("SELECT [b] FROM [zt_bytes] ORDER BY [id]");
+  for (int row = 1; row <= 2; ++row, back->MoveNext()) {
+    ASSERT_FALSE(back->Eof()) << row;
+    const Variant v = back->Fields(0).Value();
+    ASSERT_NE(v.AsString(), nullptr) << row;
+    EXPECT_EQ(*v.AsString(), bytes) << row;
+  }
+  if (cn->Engine() == "SQLite") {
+    EXPECT_EQ(cn->Execute("SELECT COUNT(*) FROM [zt_bytes] WHERE typeof([b]) = 'blob'")
+                  ->Fields(0)
+                  .Value()
+                  .ToInt32(),
+              2);
+  }
+  cn->Execute("DROP TABLE [zt_bytes]");
 }
 
 TEST_P(EngineTest, LoginFailuresAndLostSessions) {

@@ -1,7 +1,8 @@
 // Copies that must keep every value: a table with a column of every logical type, holding the
 // boundary values of each, goes from SQLite (declared with SQLite's own type names, as other
 // programs write them) to each engine and from there to every engine, each hop checked value by
-// value with VerifyCopy; a real database nobody here wrote (Chinook) goes to each engine whole;
+// value with VerifyCopy; real databases nobody here wrote (Chinook, and Northwind in an Access
+// file) go to each engine whole;
 // VerifyCopy catches each planted difference; a replacement that would reach into another table
 // through ON DELETE CASCADE is refused.
 #include <gtest/gtest.h>
@@ -213,6 +214,40 @@ TEST_P(CopyTypesTest, ChinookArrivesWhole) {
     auto cn = CopyAndVerify(source, target, t, zt::kCopyIndexes);
     EXPECT_EQ(dt_.GetTableIndexes(cn, t).size(), dt_.GetTableIndexes(src, t).size());
   }
+}
+
+// A real Access file (Northwind, Access 97) goes to each engine whole: Singles, Currency,
+// pictures and Nulls value by value, keys and indexes, Required columns as NOT NULL and no
+// others, text lengths in characters. The file is the shared real data's, read where it is.
+TEST_P(CopyTypesTest, NorthwindArrivesWhole) {
+  const std::filesystem::path file =
+      std::filesystem::path(__FILE__).parent_path() / "../../../shared/realdata/nwind.mdb";
+  if (!std::filesystem::exists(file))
+    GTEST_SKIP() << "no " << file << " (the shared real data is absent)";
+  std::filesystem::copy_file(file, dir_ / "nwind.mdb");
+  auto source = Store("SQLite", "nwind.mdb");
+  auto target = Store(GetParam(), "nwind-copy.db");
+  auto src = source->GetConnection(1);
+  ASSERT_EQ(src->Engine(), "Access");
+  std::vector<std::string> tables;
+  auto rs = src->OpenSchema(zt::ado::adSchemaTables,
+                            Variant::Array({Variant(), Variant(), Variant(), "TABLE"}));
+  for (; !rs->Eof(); rs->MoveNext()) tables.push_back(rs->Value("TABLE_NAME").ToText());
+  ASSERT_EQ(tables.size(), 9u);
+  for (const auto& t : tables) {
+    SCOPED_TRACE(t);
+    Drop(target, t);
+    auto cn = CopyAndVerify(source, target, t, zt::kCopyIndexes);
+    EXPECT_EQ(dt_.GetTableIndexes(cn, t).size(), dt_.GetTableIndexes(src, t).size());
+  }
+  auto cn = target->GetConnection(1);
+  zt::Recordset employees;
+  employees.Open("SELECT * FROM [Employees] WHERE 1 = 0", cn);
+  EXPECT_FALSE(employees.Fields("LastName").Attributes() & zt::ado::adFldIsNullable);
+  EXPECT_TRUE(employees.Fields("Title").Attributes() & zt::ado::adFldIsNullable);
+  EXPECT_EQ(employees.Fields("LastName").DefinedSize(), 20);
+  auto orders = cn->Execute("SELECT COUNT(*) FROM [Orders] WHERE [ShippedDate] IS NULL");
+  EXPECT_EQ(orders->Fields(0).Value().ToInt32(), 21);
 }
 
 // Each planted difference is found and named: a changed value, a lost row, a narrowed double,
