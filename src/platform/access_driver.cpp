@@ -174,6 +174,7 @@ std::string LongValue(MdbHandle* mdb, const unsigned char* field, std::size_t si
       if (mdb_find_pg_row(mdb, pg_row, &buf, &start, &len) != 0 || len < 4)
         RaiseAdo(AdoError::kDataConversion, kSource, "(a long value's page cannot be read)");
       const auto* row = static_cast<const unsigned char*>(buf) + start;
+      if (len == 4) break;  // an empty link would never end a damaged chain
       out.append(reinterpret_cast<const char*>(row) + 4, len - 4);
       pg_row = static_cast<std::int32_t>(Le32(row));
     }
@@ -202,6 +203,14 @@ Variant Decode(MdbHandle* mdb, MdbTableDef* t, const MdbField& f) {
   if (f.is_null) return Variant::Null();
   const auto* p = static_cast<const unsigned char*>(f.value);
   const auto size = static_cast<std::size_t>(f.siz);
+  // A damaged row may give a field fewer bytes than its type has: refused, never read past.
+  static const std::pair<int, std::size_t> kWidths[] = {
+      {MDB_BYTE, 1},  {MDB_INT, 2},    {MDB_LONGINT, 4},  {MDB_COMPLEX, 4}, {MDB_MONEY, 8},
+      {MDB_FLOAT, 4}, {MDB_DOUBLE, 8}, {MDB_DATETIME, 8}, {MDB_REPID, 16},  {MDB_NUMERIC, 17}};
+  for (const auto& [type, width] : kWidths)
+    if (c->col_type == type && (f.siz < 0 || size < width))
+      RaiseAdo(AdoError::kDataConversion, kSource,
+               "(column " + std::string(c->name) + ": a damaged value)");
   switch (c->col_type) {
     case MDB_BYTE:
       return Variant(static_cast<std::int32_t>(p[0]));
