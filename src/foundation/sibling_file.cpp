@@ -45,7 +45,8 @@ SiblingFile::SiblingFile(std::string target) : target_(std::move(target)) {
   std::string folder = std::filesystem::path(target_).parent_path().string();
   if (folder.empty()) folder = ".";
 #ifdef O_TMPFILE
-  fd_ = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+  // Readable too: where /proc is missing, Name copies the bytes out of it.
+  fd_ = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666);
   unnamed_ = fd_ >= 0;
 #endif
   if (fd_ < 0)
