@@ -88,6 +88,8 @@ inline constexpr std::int32_t adEditAdd = 2;
 inline constexpr std::int32_t adSchemaColumns = 4;
 inline constexpr std::int32_t adSchemaIndexes = 12;
 inline constexpr std::int32_t adSchemaTables = 20;
+inline constexpr std::int32_t adSchemaViews = 23;
+inline constexpr std::int32_t adSchemaForeignKeys = 27;
 inline constexpr std::int32_t adSchemaPrimaryKeys = 28;
 
 // DataTypeEnum.
@@ -201,13 +203,19 @@ class ZT_EXPORT Connection : public Object, public std::enable_shared_from_this<
   const platform::Dialect& Dialect() const;
 
   // A schema rowset: adSchemaTables (20), adSchemaColumns (4), adSchemaIndexes (12),
-  // adSchemaPrimaryKeys (28), with the OLE DB column names. `restrictions` is Empty or an array
-  // of catalog, schema, table and, for tables TABLE_TYPE, for columns COLUMN_NAME, for indexes
-  // INDEX_NAME; Empty elements do not restrict; an empty schema means the default schema.
+  // adSchemaPrimaryKeys (28), adSchemaViews (23), adSchemaForeignKeys (27), with the OLE DB
+  // column names. `restrictions` is Empty or an array of catalog, schema, table and, for tables
+  // TABLE_TYPE, for columns COLUMN_NAME, for indexes INDEX_NAME; Empty elements do not restrict;
+  // an empty schema means the default schema. Foreign keys take OLE DB's order: the referenced
+  // (primary-key) table third, the table holding the key sixth; one row per column pair, with
+  // UPDATE_RULE and DELETE_RULE ("CASCADE", "SET NULL", "NO ACTION" ...). A view's
+  // VIEW_DEFINITION is its query in the engine's own SQL, Null where the engine cannot give it
+  // as SQL (a query of an Access file).
   // (PostgreSQL takes an absent schema as its default schema too, so that its system catalogs
   // stay out of the lists.) Other rowsets raise 3251; the indexes rowset of a driver that cannot
-  // list indexes safely (MDB Tools' ODBC driver) raises 3251 as well. The result is a static read-only
-  // recordset that keeps the session alive; the engine's error is raised when the query fails.
+  // list indexes safely (MDB Tools' ODBC driver) raises 3251 as well. The result is a static
+  // read-only recordset that keeps the session alive; the engine's error is raised when the query
+  // fails.
   std::shared_ptr<Recordset> OpenSchema(std::int32_t schema, const Variant& restrictions = {});
 
   // For the layer's own use and for drivers: the session, or nullptr when closed.
@@ -330,6 +338,9 @@ class ZT_EXPORT Field : public Object {
   void SetValue(const Variant& value);
   // The value as it was read (before any pending change).
   Variant OriginalValue() const;
+  // True when the engine numbers the column itself on insert (an AutoNumber, identity, serial,
+  // AUTO_INCREMENT, or SQLite's INTEGER PRIMARY KEY).
+  bool AutoIncrement() const;
   // Length of the current value in bytes (text) or its size.
   std::int64_t ActualSize() const;
 

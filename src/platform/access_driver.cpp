@@ -30,6 +30,7 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <tuple>
 
 #include "platform/driver.h"
 #include "platform/errors.h"
@@ -100,6 +101,8 @@ MdbColumn* ColumnAt(MdbTableDef* t, unsigned i) {
 }
 
 bool Required(const MdbColumn* c) {
+  // A Yes/No value lives in the row's null bitmap itself: it is never Null.
+  if (c->col_type == MDB_BOOL) return true;
   const char* v = mdb_col_get_prop(c, "Required");
   return v && (v[0] == 'y' || v[0] == 'Y' || v[0] == '1' || v[0] == 't' || v[0] == 'T');
 }
@@ -788,9 +791,56 @@ RowSet AccessConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
     case SchemaKind::kPrimaryKeys:
       out.columns = PrimaryKeysRowsetColumns();
       break;
+    case SchemaKind::kViews:
+      out.columns = ViewsRowsetColumns();
+      break;
+    case SchemaKind::kForeignKeys:
+      out.columns = ForeignKeysRowsetColumns();
+      break;
   }
   if (none) return out;
   MdbHandle* mdb = handle_.get();
+  if (kind == SchemaKind::kViews) {
+    // Saved queries are kept as Jet's own records (MSysQueries), not as SQL text. Those named
+    // "~..." are the hidden record sources of forms and reports.
+    for (unsigned i = 0; i < mdb->num_catalog; ++i) {
+      auto* entry = static_cast<MdbCatalogEntry*>(g_ptr_array_index(mdb->catalog, i));
+      if (entry->object_type == MDB_QUERY && entry->object_name[0] != '~')
+        out.rows.push_back(ViewRow(null, null, entry->object_name, null));
+    }
+    return out;
+  }
+  if (kind == SchemaKind::kForeignKeys) {
+    // One record per column pair; grbit 0x2 marks a relationship Jet does not enforce (no
+    // constraint to copy), 0x100 cascading updates, 0x1000 cascading deletes.
+    RowSet rs;
+    try {
+      rs = Query(
+          "SELECT szRelationship, szObject, szColumn, szReferencedObject, szReferencedColumn, "
+          "grbit, icolumn FROM MSysRelationships");
+    } catch (const ZtError&) {
+      return out;  // a file without relationships may have no such table
+    }
+    std::sort(rs.rows.begin(), rs.rows.end(), [](const auto& a, const auto& b) {
+      return std::make_tuple(a[1].ToText(), a[0].ToText(), a[6].ToInt32()) <
+             std::make_tuple(b[1].ToText(), b[0].ToText(), b[6].ToInt32());
+    });
+    for (const auto& row : rs.rows) {
+      const std::int32_t grbit = row[5].ToInt32();
+      if (grbit & 0x2) continue;
+      ForeignKeyColumn k;
+      k.fk_name = row[0].ToText();
+      k.fk_table = row[1].ToText();
+      k.fk_column = row[2].ToText();
+      k.pk_table = row[3].ToText();
+      k.pk_column = row[4].ToText();
+      k.ordinal = row[6].ToInt32() + 1;
+      k.update_rule = (grbit & 0x100) ? "CASCADE" : "NO ACTION";
+      k.delete_rule = (grbit & 0x1000) ? "CASCADE" : "NO ACTION";
+      out.rows.push_back(ForeignKeyRow(null, null, k));
+    }
+    return out;
+  }
   for (const auto& [name, system] : tables) {
     if (r.table && !Iequal(*r.table, name)) continue;
     if (kind == SchemaKind::kTables) {

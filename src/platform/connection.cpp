@@ -219,7 +219,8 @@ std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,
                                                   const Variant& restrictions) {
   platform::Session& s = RequireSession();
   if (schema != ado::adSchemaTables && schema != ado::adSchemaColumns &&
-      schema != ado::adSchemaIndexes && schema != ado::adSchemaPrimaryKeys)
+      schema != ado::adSchemaIndexes && schema != ado::adSchemaPrimaryKeys &&
+      schema != ado::adSchemaViews && schema != ado::adSchemaForeignKeys)
     RaiseAdo(AdoError::kNotUpdatable, kConnectionSource,
              "(schema rowset " + std::to_string(schema) + " is not supported)");
   if (!restrictions.IsEmpty() && !restrictions.IsArray())
@@ -236,6 +237,19 @@ std::shared_ptr<Recordset> Connection::OpenSchema(std::int32_t schema,
   if (kind == platform::SchemaKind::kIndexes && !s.Quirks().index_rowset)
     RaiseAdo(AdoError::kNotUpdatable, s.provider, "(the driver cannot list indexes)");
   platform::RowSet rows = s.Guard([&] { return s.backend->Schema(kind, r); });
+  // Views and foreign keys come for the whole schema: their restrictions are applied here, names
+  // without regard to case as the engines look them up (foreign keys: the referenced table is the
+  // third restriction, the table holding the key the sixth).
+  if (kind == platform::SchemaKind::kViews || kind == platform::SchemaKind::kForeignKeys) {
+    std::vector<std::pair<std::size_t, std::optional<std::string>>> wanted = {{2, r.table}};
+    if (kind == platform::SchemaKind::kForeignKeys) wanted.emplace_back(8, Restriction(a, 5));
+    std::erase_if(rows.rows, [&](const std::vector<Variant>& row) {
+      for (const auto& [column, name] : wanted)
+        if (name && platform::AsciiLower(row[column].ToText()) != platform::AsciiLower(*name))
+          return true;
+      return false;
+    });
+  }
   auto rs = std::make_shared<Recordset>();
   rs->OpenRowSet(std::move(rows), session_);
   rs->connection_ = weak_from_this().lock();

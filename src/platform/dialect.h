@@ -73,6 +73,14 @@ struct ZT_TEST_EXPORT SchemaPlan {
   bool rebuild = false;
 };
 
+// A relationship between two tables: `columns` of `table` refer to `referenced_columns` of
+// `referenced`; the rules are "CASCADE", "SET NULL", "SET DEFAULT", "RESTRICT" or "NO ACTION".
+struct ZT_TEST_EXPORT ForeignKeyDef {
+  std::string name, table, referenced;
+  std::vector<std::string> columns, referenced_columns;
+  std::string update_rule = "NO ACTION", delete_rule = "NO ACTION";
+};
+
 // Index kinds, as the schema operations number them.
 inline constexpr std::int32_t kIndexPrimaryKey = 4;
 inline constexpr std::int32_t kIndexUnique = 8;
@@ -173,6 +181,18 @@ class ZT_TEST_EXPORT Dialect {
   // even when `constraint` is set.
   virtual SchemaPlan PlanDropIndex(Connection& cn, const std::string& table,
                                    const std::string& name, bool constraint) const;
+  // Adds the relationship `fk` to a table that may hold rows. The plan does not look at the
+  // rows: a caller that must not lose any checks them first. SQLite has no ADD CONSTRAINT: the
+  // clause is written into the table's stored definition (its documented way to add a
+  // constraint that does not change how the rows are stored), which the schema version bump
+  // makes every connection read again.
+  virtual SchemaPlan PlanAddForeignKey(Connection& cn, const ForeignKeyDef& fk) const;
+  // Makes the engine number `column` of `table` itself from `next` on: an identity (PostgreSQL),
+  // AUTO_INCREMENT (MariaDB). SQLite numbers only a table's INTEGER PRIMARY KEY: an empty plan
+  // for that column, 3251 for any other. 3251 where the engine has no such change here; on
+  // MariaDB 0x80040E2F when a row holds 0, which the engine would number anew.
+  virtual SchemaPlan PlanIdentity(Connection& cn, const std::string& table,
+                                  const std::string& column, std::int64_t next) const;
   // False when the engine commits each DDL statement on its own (MariaDB/MySQL): a plan of
   // several statements can then stop half-way, and the planning checks beforehand instead
   // (Nulls for NOT NULL: 0x80040E2F; a text that does not read as a number for a numeric type:

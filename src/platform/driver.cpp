@@ -17,10 +17,8 @@ namespace {
 // Every driver of the library, in one list.
 const std::map<std::string, DriverFactory>& Registry() {
   static const std::map<std::string, DriverFactory> drivers = {
-      {"sqlite", &OpenSqliteDriver},
-      {"odbc", &OpenOdbcDriver},
-      {"postgresql", &OpenPostgresDriver},
-      {"scripted", &OpenScriptedDriver},
+      {"sqlite", &OpenSqliteDriver},       {"odbc", &OpenOdbcDriver},
+      {"postgresql", &OpenPostgresDriver}, {"scripted", &OpenScriptedDriver},
       {"access", &OpenAccessDriver},
   };
   return drivers;
@@ -218,6 +216,74 @@ RowSet ConnectionBackend::Schema(SchemaKind kind, const SchemaRestrictions& in) 
                                       row[5].ToText(), pk, true, false, row[4].ToInt32(),
                                       row[3].ToText()));
         }
+      }
+      break;
+    }
+    case SchemaKind::kViews: {
+      out.columns = ViewsRowsetColumns();
+      Where w;
+      w.Add(cat_col, r.catalog);
+      if (!sch_col.empty()) w.Add(sch_col, r.schema);
+      const RowSet rs = Query("SELECT " + cat_col + ", " + (sch_col.empty() ? cat_col : sch_col) +
+                                  ", table_name, view_definition FROM information_schema.views" +
+                                  w.sql + " ORDER BY 1, 2, 3",
+                              w.params);
+      for (const auto& row : rs.rows) {
+        if (IsSystemSchema(row[1].ToText())) continue;
+        // PostgreSQL ends the text with ";", which CREATE VIEW ... AS would not take.
+        std::string text = row[3].ToText();
+        while (!text.empty() &&
+               (text.back() == ';' || std::isspace(static_cast<unsigned char>(text.back()))))
+          text.pop_back();
+        while (!text.empty() && std::isspace(static_cast<unsigned char>(text.front())))
+          text.erase(0, 1);
+        out.rows.push_back(ViewRow(row[0], schema_value(row[1]), row[2].ToText(),
+                                   row[3].IsNull() ? Variant::Null() : Variant(text)));
+      }
+      break;
+    }
+    case SchemaKind::kForeignKeys: {
+      out.columns = ForeignKeysRowsetColumns();
+      Where w;
+      w.Add("k." + cat_col, r.catalog);
+      if (!sch_col.empty()) w.Add("k." + sch_col, r.schema);
+      // MySQL and MariaDB name the referenced column beside the key's own; the standard form
+      // finds it through the referenced constraint at the same position.
+      const std::string referenced =
+          q.has_schemas
+              ? "p.table_name, p.column_name FROM information_schema.referential_constraints c "
+                "JOIN information_schema.key_column_usage k ON k.constraint_schema = "
+                "c.constraint_schema AND k.constraint_name = c.constraint_name "
+                "JOIN information_schema.key_column_usage p ON p.constraint_schema = "
+                "c.unique_constraint_schema AND p.constraint_name = c.unique_constraint_name AND "
+                "p.ordinal_position = k.position_in_unique_constraint"
+              : "k.referenced_table_name, k.referenced_column_name FROM "
+                "information_schema.referential_constraints c JOIN "
+                "information_schema.key_column_usage k ON k.constraint_schema = "
+                "c.constraint_schema AND k.constraint_name = c.constraint_name AND k.table_name = "
+                "c.table_name";
+      const RowSet rs =
+          Query("SELECT k." + cat_col + ", k." + (sch_col.empty() ? cat_col : sch_col) +
+                    ", k.table_name, k.column_name, k.ordinal_position, k.constraint_name, "
+                    "c.update_rule, c.delete_rule, " +
+                    referenced + w.sql + " ORDER BY 1, 2, 3, 6, 5",
+                w.params);
+      for (const auto& row : rs.rows) {
+        ForeignKeyColumn k;
+        k.fk_table = row[2].ToText();
+        k.fk_column = row[3].ToText();
+        k.ordinal = row[4].ToInt32();
+        k.fk_name = row[5].ToText();
+        k.update_rule = row[6].ToText();
+        k.delete_rule = row[7].ToText();
+        // InnoDB's RESTRICT is its NO ACTION (both check at once), the one OLE DB names.
+        if (!q.has_schemas) {
+          if (k.update_rule == "RESTRICT") k.update_rule = "NO ACTION";
+          if (k.delete_rule == "RESTRICT") k.delete_rule = "NO ACTION";
+        }
+        k.pk_table = row[8].ToText();
+        k.pk_column = row[9].ToText();
+        out.rows.push_back(ForeignKeyRow(row[0], schema_value(row[1]), k));
       }
       break;
     }

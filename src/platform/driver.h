@@ -181,8 +181,17 @@ ZT_TEST_EXPORT std::string InsertText(const DriverQuirks& quirks, const std::str
 // kLimit; others kNone, as they have a row identity or no such form).
 ZT_TEST_EXPORT OneRowDelete OneRowDeleteOf(const std::string& engine);
 
-// The four schema rowsets that the layer lists (their OLE DB numbers).
-enum class SchemaKind : int { kColumns = 4, kIndexes = 12, kTables = 20, kPrimaryKeys = 28 };
+// The schema rowsets that the layer lists (their OLE DB numbers). Views and foreign keys are
+// listed for the connection's default schema (database) as a whole; the layer applies their
+// restrictions to the rows.
+enum class SchemaKind : int {
+  kColumns = 4,
+  kIndexes = 12,
+  kTables = 20,
+  kViews = 23,
+  kForeignKeys = 27,
+  kPrimaryKeys = 28
+};
 
 // The restrictions of a schema query; an absent value does not restrict. The order follows the
 // OLE DB restriction columns of each rowset (catalog, schema, table, then the rowset's own).

@@ -1088,6 +1088,10 @@ RowSet OdbcConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
       return IndexesRowset(r);
     case SchemaKind::kPrimaryKeys:
       return PrimaryKeysRowset(r);
+    case SchemaKind::kViews:
+    case SchemaKind::kForeignKeys:
+      // ODBC's catalog functions give neither a view's text nor every key at once.
+      return ConnectionBackend::Schema(kind, r);
   }
   return {};
 }

@@ -155,6 +155,9 @@ Variant Field::Value() const {
 void Field::SetValue(const Variant& value) {
   rs_->SetValueAt(index_, value);
 }
+bool Field::AutoIncrement() const {
+  return rs_->impl_->columns[index_].auto_increment;
+}
 Variant Field::OriginalValue() const {
   return rs_->OriginalAt(index_);
 }

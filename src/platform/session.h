@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/driver.h"
+#include "zt/error.h"
 
 namespace zt::platform {
 

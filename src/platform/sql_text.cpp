@@ -1,5 +1,6 @@
 #include "platform/sql_text.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -416,6 +417,62 @@ std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quir
     } else
       out += sc.Peek();
     ++sc.i;
+  }
+  return out;
+}
+
+std::string BracketQuoting(const std::string& sql, const DriverQuirks& quirks,
+                           const std::string& qualifier) {
+  const char quote = quirks.quote == QuoteStyle::kDoubleQuotes ? '"'
+                     : quirks.quote == QuoteStyle::kBackticks  ? '`'
+                                                               : '\0';
+  std::string out;
+  out.reserve(sql.size());
+  for (std::size_t i = 0; i < sql.size();) {
+    const char c = sql[i];
+    if (c == '\'') {
+      // A literal, to its closing quote ('' inside, and \' where the engine reads escapes).
+      std::size_t j = i + 1;
+      for (; j < sql.size(); ++j) {
+        if (quirks.backslash_escapes && sql[j] == '\\') {
+          ++j;
+          continue;
+        }
+        if (sql[j] != '\'') continue;
+        if (j + 1 < sql.size() && sql[j + 1] == '\'') {
+          ++j;
+          continue;
+        }
+        break;
+      }
+      out.append(sql, i, std::min(j + 1, sql.size()) - i);
+      i = j + 1;
+      continue;
+    }
+    if (quote == '\0' || c != quote) {
+      out += c;
+      ++i;
+      continue;
+    }
+    std::string name;
+    std::size_t j = i + 1;
+    for (; j < sql.size(); ++j) {
+      if (sql[j] == quote) {
+        if (j + 1 < sql.size() && sql[j + 1] == quote) {
+          name += quote;
+          ++j;
+          continue;
+        }
+        break;
+      }
+      name += sql[j];
+    }
+    i = j + 1;
+    if (!qualifier.empty() && name == qualifier && i < sql.size() && sql[i] == '.') {
+      ++i;
+      continue;
+    }
+    out += BracketName(name);
   }
   return out;
 }

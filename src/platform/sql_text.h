@@ -62,4 +62,11 @@ ZT_TEST_EXPORT std::string DateTimeText(double ole_date);
 // `name` quoted for the engine ("[a]", "\"a\"", "`a`"), with the closing quote doubled inside.
 ZT_TEST_EXPORT std::string QuoteIdentifier(const std::string& name, const DriverQuirks& quirks);
 
+// A statement an engine wrote (a view's query) in the library's own quoting, so that it can be
+// sent to another engine: the engine's quoted names ("a" or `a`) become [a], literals stay as
+// they are, and a `qualifier` followed by "." (MariaDB names the database before each table)
+// goes. Text the engine did not quote stays as it is.
+ZT_TEST_EXPORT std::string BracketQuoting(const std::string& sql, const DriverQuirks& quirks,
+                                          const std::string& qualifier = {});
+
 }  // namespace zt::platform

@@ -14,6 +14,7 @@
 // 0x80004005, so that the data store's retry loop (with its own sleeps) decides how long to wait.
 #include <sqlite3.h>
 
+#include <cctype>
 #include <chrono>
 #include <cstring>
 
@@ -26,6 +27,34 @@
 namespace zt::platform {
 
 namespace {
+
+// The query of a "CREATE VIEW name [(columns)] AS query" text: what follows the first AS that
+// stands outside quotes and parentheses.
+std::string ViewQuery(const std::string& create) {
+  int depth = 0;
+  for (std::size_t i = 0; i < create.size(); ++i) {
+    const char c = create[i];
+    if (c == '\'' || c == '"' || c == '`' || c == '[') {
+      const char close = c == '[' ? ']' : c;
+      const std::size_t end = create.find(close, i + 1);
+      if (end == std::string::npos) break;
+      i = end;
+    } else if (c == '(') {
+      ++depth;
+    } else if (c == ')') {
+      --depth;
+    } else if (depth == 0 && (c == 'A' || c == 'a') && i + 1 < create.size() &&
+               (create[i + 1] == 'S' || create[i + 1] == 's') && i > 0 &&
+               std::isspace(static_cast<unsigned char>(create[i - 1])) &&
+               (i + 2 == create.size() || std::isspace(static_cast<unsigned char>(create[i + 2])) ||
+                create[i + 2] == '(')) {
+      std::size_t from = i + 2;
+      while (from < create.size() && std::isspace(static_cast<unsigned char>(create[from]))) ++from;
+      return create.substr(from);
+    }
+  }
+  return create;
+}
 
 enum class Kind { kAuto, kBool, kInt, kDouble, kDecimal, kCurrency, kDate, kText, kBinary };
 
@@ -136,6 +165,8 @@ class SqliteStatement : public StatementBackend {
 
  private:
   void Describe();
+  // The number of primary-key columns of `table` (0 when it cannot be read).
+  int KeyColumns(const char* database, const char* table);
   [[noreturn]] void Fail(int rc);
 
   SqliteConnection& conn_;
@@ -374,7 +405,10 @@ void SqliteStatement::Describe() {
                                         &autoinc) == SQLITE_OK) {
         ci.key_column = pk != 0;
         // An INTEGER PRIMARY KEY is the row id: the engine numbers it, as Jet's COUNTER did.
-        if (autoinc || (pk && type && strcasecmp(type, "INTEGER") == 0)) ci.auto_increment = true;
+        // Only a key of that one column: each column of a longer key is given by the rows.
+        if (autoinc || (pk && type && strcasecmp(type, "INTEGER") == 0 &&
+                        KeyColumns(sqlite3_column_database_name(st_, c), table) == 1))
+          ci.auto_increment = true;
         if (!notnull && !pk)
           ci.attributes |= attr::kIsNullable;
         else
@@ -386,6 +420,19 @@ void SqliteStatement::Describe() {
       ci.attributes |= attr::kIsNullable;
     }
   }
+}
+
+int SqliteStatement::KeyColumns(const char* database, const char* table) {
+  sqlite3_stmt* q = nullptr;
+  int n = 0;
+  if (sqlite3_prepare_v2(conn_.db(), "SELECT COUNT(*) FROM pragma_table_info(?1, ?2) WHERE pk > 0",
+                         -1, &q, nullptr) == SQLITE_OK) {
+    sqlite3_bind_text(q, 1, table, -1, SQLITE_STATIC);
+    sqlite3_bind_text(q, 2, database ? database : "main", -1, SQLITE_STATIC);
+    if (sqlite3_step(q) == SQLITE_ROW) n = sqlite3_column_int(q, 0);
+  }
+  sqlite3_finalize(q);
+  return n;
 }
 
 bool SqliteStatement::Fetch() {
@@ -552,6 +599,43 @@ RowSet SqliteConnection::Schema(SchemaKind kind, const SchemaRestrictions& r) {
           params);
       for (const auto& row : rs.rows)
         out.rows.push_back({null, null, row[0], row[1], null, null, row[2], Variant("PrimaryKey")});
+      break;
+    }
+    case SchemaKind::kViews: {
+      out.columns = ViewsRowsetColumns();
+      if (none) break;
+      const RowSet rs =
+          Query("SELECT name, sql FROM sqlite_master WHERE type = 'view' ORDER BY name");
+      for (const auto& row : rs.rows)
+        out.rows.push_back(
+            ViewRow(null, null, row[0].ToText(), Variant(ViewQuery(row[1].ToText()))));
+      break;
+    }
+    case SchemaKind::kForeignKeys: {
+      out.columns = ForeignKeysRowsetColumns();
+      if (none) break;
+      // SQLite names no relationship; a reference without columns means the parent's key.
+      const RowSet rs = Query(
+          "SELECT m.name, f.id, f.seq, f.\"table\", f.\"from\", f.\"to\", f.on_update, "
+          "f.on_delete FROM sqlite_master m JOIN pragma_foreign_key_list(m.name) f WHERE "
+          "m.type = 'table' ORDER BY m.name, f.id, f.seq");
+      for (const auto& row : rs.rows) {
+        ForeignKeyColumn k;
+        k.fk_table = row[0].ToText();
+        k.ordinal = row[2].ToInt32() + 1;
+        k.pk_table = row[3].ToText();
+        k.fk_column = row[4].ToText();
+        if (row[5].IsNull()) {
+          const auto key = PrimaryKeyColumns(k.pk_table);
+          const auto at = static_cast<std::size_t>(k.ordinal - 1);
+          k.pk_column = at < key.size() ? key[at] : std::string();
+        } else {
+          k.pk_column = row[5].ToText();
+        }
+        k.update_rule = row[6].ToText();
+        k.delete_rule = row[7].ToText();
+        out.rows.push_back(ForeignKeyRow(null, null, k));
+      }
       break;
     }
   }

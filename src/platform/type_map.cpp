@@ -369,4 +369,67 @@ std::vector<Variant> IndexRow(const Variant& catalog, const Variant& schema,
           Variant(clustered)};
 }
 
+std::vector<ColumnInfo> ForeignKeysRowsetColumns() {
+  return RowsetColumns({{"PK_TABLE_CATALOG", 202, 128},
+                        {"PK_TABLE_SCHEMA", 202, 128},
+                        {"PK_TABLE_NAME", 202, 128},
+                        {"PK_COLUMN_NAME", 202, 128},
+                        {"PK_COLUMN_GUID", 72, 16},
+                        {"PK_COLUMN_PROPID", 19, 4},
+                        {"FK_TABLE_CATALOG", 202, 128},
+                        {"FK_TABLE_SCHEMA", 202, 128},
+                        {"FK_TABLE_NAME", 202, 128},
+                        {"FK_COLUMN_NAME", 202, 128},
+                        {"FK_COLUMN_GUID", 72, 16},
+                        {"FK_COLUMN_PROPID", 19, 4},
+                        {"ORDINAL", 19, 4},
+                        {"UPDATE_RULE", 202, 20},
+                        {"DELETE_RULE", 202, 20},
+                        {"PK_NAME", 202, 128},
+                        {"FK_NAME", 202, 128},
+                        {"DEFERRABILITY", 2, 2}});
+}
+
+std::vector<ColumnInfo> ViewsRowsetColumns() {
+  return RowsetColumns({{"TABLE_CATALOG", 202, 128},
+                        {"TABLE_SCHEMA", 202, 128},
+                        {"TABLE_NAME", 202, 128},
+                        {"VIEW_DEFINITION", 203, 0},
+                        {"CHECK_OPTION", 11, 2},
+                        {"IS_UPDATABLE", 11, 2},
+                        {"DESCRIPTION", 203, 0},
+                        {"DATE_CREATED", 7, 8},
+                        {"DATE_MODIFIED", 7, 8}});
+}
+
+std::vector<Variant> ForeignKeyRow(const Variant& catalog, const Variant& schema,
+                                   const ForeignKeyColumn& k) {
+  const Variant null = Variant::Null();
+  return {catalog,
+          schema,
+          Variant(k.pk_table),
+          Variant(k.pk_column),
+          null,
+          null,
+          catalog,
+          schema,
+          Variant(k.fk_table),
+          Variant(k.fk_column),
+          null,
+          null,
+          Variant(k.ordinal),
+          Variant(k.update_rule),
+          Variant(k.delete_rule),
+          null,
+          k.fk_name.empty() ? null : Variant(k.fk_name),
+          Variant(std::int32_t{3})};  // DBPROPVAL_DF_NOT_DEFERRABLE
+}
+
+std::vector<Variant> ViewRow(const Variant& catalog, const Variant& schema, const std::string& name,
+                             const Variant& definition) {
+  const Variant null = Variant::Null();
+  return {catalog,        schema, Variant(name), definition, Variant(false),
+          Variant(false), null,   null,          null};
+}
+
 }  // namespace zt::platform

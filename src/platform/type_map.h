@@ -93,4 +93,24 @@ ZT_TEST_EXPORT std::vector<Variant> IndexRow(const Variant& catalog, const Varia
                                              bool primary, bool unique, bool clustered,
                                              std::int32_t ordinal, const std::string& column);
 
+// One column pair of a foreign key: the table that holds the key (`fk_table`), the table it
+// refers to (`pk_table`), the 1-based position of the pair in the key and the rules
+// ("CASCADE", "SET NULL", "SET DEFAULT", "NO ACTION", "RESTRICT"). `fk_name` may be "" where the
+// engine gives relationships no names (SQLite); the copy names them then.
+struct ZT_TEST_EXPORT ForeignKeyColumn {
+  std::string pk_table, pk_column, fk_table, fk_column;
+  std::int32_t ordinal = 1;
+  std::string update_rule = "NO ACTION", delete_rule = "NO ACTION";
+  std::string fk_name;
+};
+// The columns of the foreign keys rowset (27) and of the views rowset (23), with the OLE DB names.
+ZT_TEST_EXPORT std::vector<ColumnInfo> ForeignKeysRowsetColumns();
+ZT_TEST_EXPORT std::vector<ColumnInfo> ViewsRowsetColumns();
+ZT_TEST_EXPORT std::vector<Variant> ForeignKeyRow(const Variant& catalog, const Variant& schema,
+                                                  const ForeignKeyColumn& k);
+// One view; `definition` is its query (the SELECT, in the engine's own quoting), Null where
+// the engine cannot give it as SQL (an Access query).
+ZT_TEST_EXPORT std::vector<Variant> ViewRow(const Variant& catalog, const Variant& schema,
+                                            const std::string& name, const Variant& definition);
+
 }  // namespace zt::platform

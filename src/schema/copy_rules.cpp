@@ -1,6 +1,9 @@
 // CopyFieldValue's rules as one decision (see copy_rules.h).
 #include "schema/copy_rules.h"
 
+#include <cctype>
+#include <string>
+
 #include "zt/platform.h"
 
 namespace zt::schema {
@@ -27,6 +30,46 @@ std::int64_t Characters(const std::string& utf8) {
   for (unsigned char c : utf8)
     if ((c & 0xC0) != 0x80) ++n;
   return n;
+}
+
+void Trim(std::string& t) {
+  while (!t.empty() && std::isspace(static_cast<unsigned char>(t.back()))) t.pop_back();
+  while (!t.empty() && std::isspace(static_cast<unsigned char>(t.front()))) t.erase(0, 1);
+}
+
+// A literal default every engine reads alike ("0", "-1.5", "'open'"), or "". `t` comes trimmed
+// and without outer parentheses; PostgreSQL's cast ("'open'::character varying") goes.
+std::string PortableDefault(std::string t) {
+  if (t.empty()) return {};
+  if (t.front() == '\'') {
+    // The literal's end: the quote that is not doubled.
+    std::size_t i = 1;
+    for (; i < t.size(); ++i) {
+      if (t[i] != '\'') continue;
+      if (i + 1 < t.size() && t[i + 1] == '\'') {
+        ++i;
+        continue;
+      }
+      break;
+    }
+    if (i >= t.size()) return {};
+    const std::string rest = t.substr(i + 1);
+    if (!rest.empty() && rest.rfind("::", 0) != 0) return {};
+    return t.substr(0, i + 1);
+  }
+  if (const std::size_t cast = t.find("::"); cast != std::string::npos) t.erase(cast);
+  Trim(t);
+  std::size_t i = t[0] == '-' || t[0] == '+' ? 1 : 0;
+  bool digits = false, point = false;
+  for (; i < t.size(); ++i) {
+    if (std::isdigit(static_cast<unsigned char>(t[i])))
+      digits = true;
+    else if (t[i] == '.' && !point)
+      point = true;
+    else
+      return {};
+  }
+  return digits ? t : std::string();
 }
 
 }  // namespace
@@ -66,6 +109,54 @@ Variant CopyValueFor(const CopyTarget& target, Variant value) {
   if (IsDateType(target.type) && value.IsNumeric() && value.Type() != VarType::Date)
     return Variant(Date{value.ToDouble()});
   return value;
+}
+
+std::string TranslateDefault(const std::string& text, bool jet_source, std::string* reason) {
+  std::string t = text;
+  Trim(t);
+  while (t.size() >= 2 && t.front() == '(' && t.back() == ')') {
+    t = t.substr(1, t.size() - 2);
+    Trim(t);
+  }
+  if (jet_source && !t.empty() && t.front() == '=') {
+    t.erase(0, 1);
+    Trim(t);
+  }
+  if (t.empty()) return {};
+  if (std::string literal = PortableDefault(t); !literal.empty()) return literal;
+  if (jet_source && t.size() >= 2 && t.front() == '"' && t.back() == '"') {
+    std::string inner = t.substr(1, t.size() - 2), out = "'";
+    for (std::size_t i = 0; i < inner.size(); ++i) {
+      if (inner[i] == '"') {
+        if (i + 1 < inner.size() && inner[i + 1] == '"') {
+          out += '"';
+          ++i;
+          continue;
+        }
+        out.clear();  // a lone quote inside: an expression, not one text
+        break;
+      }
+      out += inner[i] == '\'' ? std::string("''") : std::string(1, inner[i]);
+    }
+    if (!out.empty()) return out + "'";
+  }
+  std::string word;
+  for (char c : t)
+    if (!std::isspace(static_cast<unsigned char>(c)))
+      word += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (const char* w : {"yes", "true", "on"})
+    if (word == w) return "-1";
+  for (const char* w : {"no", "false", "off"})
+    if (word == w) return "0";
+  for (const char* w :
+       {"now()", "current_timestamp", "current_timestamp()", "getdate()", "localtimestamp",
+        "localtimestamp()", "sysdate", "statement_timestamp()", "transaction_timestamp()"})
+    if (word == w) return "CURRENT_TIMESTAMP";
+  for (const char* w : {"date()", "current_date", "curdate()", "current_date()"})
+    if (word == w) return "CURRENT_DATE";
+  if (word == "null" || word.rfind("nextval(", 0) == 0) return {};
+  if (reason) *reason = "the default " + t + " has no form every engine takes";
+  return {};
 }
 
 }  // namespace zt::schema

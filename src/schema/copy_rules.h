@@ -41,4 +41,17 @@ ZT_TEST_EXPORT CopyDecision DecideCopyValue(const CopyTarget& target, const Vari
 // -1). Anything else goes as it is.
 ZT_TEST_EXPORT Variant CopyValueFor(const CopyTarget& target, Variant value);
 
+// A column default of the source in the SQL every target engine here reads alike, or "":
+//   * literals: a number, a '...' text (PostgreSQL's "::type" cast dropped), a "..." text of a
+//     Jet or SQLite source (Access writes its texts so), Yes/True/On as -1 and No/False/Off as 0;
+//   * Access's "=" in front of an expression and outer parentheses (SQL Server's "((0))") go;
+//   * the moment of the insert, however the source spells it (Now(), now(),
+//     current_timestamp(), GETDATE() ...), is CURRENT_TIMESTAMP, the day (Date(), curdate())
+//     CURRENT_DATE;
+//   * no default at all (NULL) and an identity's sequence (nextval(...)) give "" without a
+//     reason: there is nothing to keep, or the identity keeps it.
+// Anything else gives "" and `reason` says that it has no portable form.
+ZT_TEST_EXPORT std::string TranslateDefault(const std::string& text, bool jet_source,
+                                            std::string* reason);
+
 }  // namespace zt::schema

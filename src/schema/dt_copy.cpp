@@ -105,65 +105,30 @@ std::set<std::string> BooleanColumns(Connection& cn, const std::string& table) {
   return out;
 }
 
-// A column default as a literal every engine reads alike ("0", "-1.5", "'open'"), or "" for a
-// default the engine computes (a function, a sequence), which has no portable text. Outer
-// parentheses (SQL Server's "((0))") and PostgreSQL's cast ("'open'::character varying") go.
-std::string PortableDefault(std::string t) {
-  const auto trim = [&] {
-    while (!t.empty() && std::isspace(static_cast<unsigned char>(t.back()))) t.pop_back();
-    while (!t.empty() && std::isspace(static_cast<unsigned char>(t.front()))) t.erase(0, 1);
-  };
-  trim();
-  while (t.size() >= 2 && t.front() == '(' && t.back() == ')') {
-    t = t.substr(1, t.size() - 2);
-    trim();
-  }
-  if (t.empty()) return {};
-  if (t.front() == '\'') {
-    // The literal's end: the quote that is not doubled.
-    std::size_t i = 1;
-    for (; i < t.size(); ++i) {
-      if (t[i] != '\'') continue;
-      if (i + 1 < t.size() && t[i + 1] == '\'') {
-        ++i;
-        continue;
-      }
-      break;
-    }
-    if (i >= t.size()) return {};
-    const std::string rest = t.substr(i + 1);
-    if (!rest.empty() && rest.rfind("::", 0) != 0) return {};
-    return t.substr(0, i + 1);
-  }
-  if (const std::size_t cast = t.find("::"); cast != std::string::npos) t.erase(cast);
-  trim();
-  std::size_t i = t[0] == '-' || t[0] == '+' ? 1 : 0;
-  bool digits = false, point = false;
-  for (; i < t.size(); ++i) {
-    if (std::isdigit(static_cast<unsigned char>(t[i])))
-      digits = true;
-    else if (t[i] == '.' && !point)
-      point = true;
-    else
-      return {};
-  }
-  return digits ? t : std::string();
-}
-
-// The portable defaults of `table`'s columns, by lower-case column name.
-std::map<std::string, std::string> ColumnDefaults(Connection& cn, const std::string& table) {
+// The defaults of `table`'s columns that the target can take, by lower-case column name. With
+// `objects`, each default of the source is an entry there: kept with its text, or not with why.
+std::map<std::string, std::string> ColumnDefaults(Connection& cn, const std::string& table,
+                                                  std::vector<StoreObjectResult>* objects) {
   std::vector<Variant> r;
   r.reserve(3);
   r.emplace_back();
   r.emplace_back();
   r.emplace_back(table);
+  // Access and SQLite files write a text default in double quotes.
+  const std::string engine = platform::AsciiLower(cn.Engine());
+  const bool jet = engine == "sqlite" || engine == "access";
   std::map<std::string, std::string> out;
   auto rs = cn.OpenSchema(ado::adSchemaColumns, Variant::Array(std::move(r)));
   for (; !rs->Eof(); rs->MoveNext()) {
     const Variant d = rs->Value("COLUMN_DEFAULT");
     if (d.IsNull() || d.IsEmpty()) continue;
-    const std::string literal = PortableDefault(d.ToText());
-    if (!literal.empty()) out[platform::AsciiLower(rs->Value("COLUMN_NAME").ToText())] = literal;
+    const std::string column = rs->Value("COLUMN_NAME").ToText();
+    std::string reason;
+    const std::string literal = schema::TranslateDefault(d.ToText(), jet, &reason);
+    if (!literal.empty()) out[platform::AsciiLower(column)] = literal;
+    if (objects && (!literal.empty() || !reason.empty()))
+      objects->push_back({"default", table, column, !literal.empty(),
+                          literal.empty() ? reason : "DEFAULT " + literal});
   }
   return out;
 }
@@ -699,8 +664,10 @@ bool CZtDTMgr::CopyTableStructure(const std::shared_ptr<Connection>& source_cn,
       // get the columns' literal defaults as well.
       const bool defaults_too =
           target_provider == kProviderPostgreSql || target_provider == kProviderMySql;
-      const auto defaults =
-          defaults_too ? ColumnDefaults(*source_cn, table) : std::map<std::string, std::string>{};
+      const auto defaults = defaults_too
+                                ? ColumnDefaults(*source_cn, table,
+                                                 source_cn != target_cn ? &copy_->objects : nullptr)
+                                : std::map<std::string, std::string>{};
       at = 20;
       std::string columns;
       auto& fields = rs->GetFields();
@@ -762,7 +729,8 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
       at = 10;
       auto rs = EmptySelect(*source_cn, table);
       const auto booleans = BooleanColumns(*source_cn, table);
-      const auto defaults = ColumnDefaults(*source_cn, table);
+      const auto defaults =
+          ColumnDefaults(*source_cn, table, source_cn != target_cn ? &copy_->objects : nullptr);
       // SQLite takes a primary key only with the table's definition: declared here, the rows
       // go in once instead of being copied again by a rebuild that adds the key.
       std::optional<IndexNameInfo> key;
@@ -780,7 +748,14 @@ bool CZtDTMgr::CopyTableStructureJet(const std::shared_ptr<Connection>& source_c
             TargetType(f, *target_cn, kProviderJet, dao, booleans.count(f.Name()) > 0);
         // A 64-bit key of one column declared INTEGER is the table's rowid: no second b-tree
         // to keep, and rows in key order append (INTEGER reads back as the same 64-bit type).
-        if (rowid_key == f.Name() && platform::AsciiLower(type) == "bigint") type = "INTEGER";
+        // A key the source numbers itself (an AutoNumber, a serial) becomes the rowid too, the
+        // one column SQLite numbers: new rows then continue after the highest copied key.
+        const bool integer = f.Type() == ado::adSmallInt || f.Type() == ado::adInteger ||
+                             f.Type() == 16 || f.Type() == 17 || f.Type() == 18 || f.Type() == 19 ||
+                             f.Type() == 20 || f.Type() == 21;
+        if (rowid_key == f.Name() &&
+            (platform::AsciiLower(type) == "bigint" || (integer && f.AutoIncrement())))
+          type = "INTEGER";
         std::string column = " [" + f.Name() + "] " + type;
         column += DefaultClause(defaults, f.Name(), dao == 1, kProviderJet);
         if (!Nullable(f)) column += " NOT NULL";
@@ -1034,6 +1009,7 @@ bool CZtDTMgr::CopyPhysicalDataStore(CZtDataStore& source, CZtDataStore& target,
                                      std::vector<std::string>* not_copied) {
   Trap at(kTypeName, "CopyPhysicalDataStore", ", line # ");
   copy_->results.clear();
+  copy_->objects.clear();
   copy_->in_store_copy = true;
   struct Reset {
     CopyState& s;
@@ -1075,6 +1051,13 @@ bool CZtDTMgr::CopyPhysicalDataStore(CZtDataStore& source, CZtDataStore& target,
         all = false;
       }
     }
+    at = 35;
+    // Identities, relationships and views: what is not kept is logged with its reason and
+    // listed in LastCopyObjects; the tables themselves are complete either way.
+    std::vector<std::string> copied;
+    for (const auto& r : copy_->results)
+      if (r.copied) copied.push_back(r.table);
+    CopyStoreObjects(source_cn, target, copied, copied, true);
     at = 40;
     // The row counts of both sides, table by table: what the copy says it did is checked
     // against what the target now holds.

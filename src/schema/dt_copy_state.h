@@ -16,6 +16,8 @@ struct CZtDTMgr::CopyState {
   CopyProgressSink progress;
   CopyRejectSink rejects;
   std::vector<TableCopyResult> results;
+  // Relationships, identities, defaults and views: kept or not, with why.
+  std::vector<StoreObjectResult> objects;
   // Set when "select into/bulkcopy" was switched on by this object and not yet off again.
   bool bulk_copy_switched_on = false;
   // Inside CopyPhysicalDataStore the results of every table are kept together.

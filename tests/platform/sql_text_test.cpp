@@ -48,6 +48,20 @@ TEST(SqlTextNames, ClosingBracketsInANameNeverEndItEarly) {
   EXPECT_THROW(PrepareSqlText("DELETE FROM [x]; DELETE FROM [y]", sqlite, "S"), ZtError);
 }
 
+// A view's query as PostgreSQL and MariaDB give it back, in the library's quoting: names become
+// [names] (a closing bracket inside doubled), literals that look like names stay literals, and
+// MariaDB's database qualifier goes.
+TEST(SqlTextNames, AnEnginesQuotedNamesComeBackBracketed) {
+  DriverQuirks pg = Style(QuoteStyle::kDoubleQuotes);
+  EXPECT_EQ(BracketQuoting(R"( SELECT "Album"."Ti]tle", 'a "b" c', "x""y" FROM "Album")", pg),
+            R"( SELECT [Album].[Ti]]tle], 'a "b" c', [x"y] FROM [Album])");
+  DriverQuirks my = Style(QuoteStyle::kBackticks);
+  my.backslash_escapes = true;
+  EXPECT_EQ(BracketQuoting(R"(select `db`.`t`.`a` AS `a` from `db`.`t` where `b` = 'it\'s `x`')", my,
+                           "db"),
+            R"(select [t].[a] AS [a] from [t] where [b] = 'it\'s `x`')");
+}
+
 TEST(SqlTextNames, TrailingBlanksReachTheEngine) {
   const DriverQuirks sqlite = Style(QuoteStyle::kBrackets, false);
   const DriverQuirks pg = Style(QuoteStyle::kDoubleQuotes, true, NameFolding::kLower);

@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <functional>
 #include <iostream>
+#include <map>
 #include <sstream>
 
 #include "progress.h"
@@ -230,6 +231,7 @@ int Copy(Context& cx) {
   RejectsFile rejects(o.rejects);
   if (rejects.Open()) dt.SetCopyRejects([&](const zt::CopyReject& r) { rejects.Add(r); });
 
+  std::vector<std::string> copied_tables, created_tables;
   json rows_json = json::array();
   std::vector<std::vector<std::string>> summary = {{"TABLE", "ROWS", "REFUSED", "SECONDS", ""}};
   std::vector<std::string> reasons;  // the first refusals of each table, told after the summary
@@ -298,6 +300,11 @@ int Copy(Context& cx) {
       }
     }
     all_copied = all_copied && copied;
+    if (copied) {
+      copied_tables.push_back(t);
+      if (o.replace || std::find(existing.begin(), existing.end(), t) == existing.end())
+        created_tables.push_back(t);
+    }
     char seconds[32];
     std::snprintf(seconds, sizeof seconds, "%.1f", secs);
     std::string status = copied ? verified : "NOT COPIED: " + r.error;
@@ -314,8 +321,46 @@ int Copy(Context& cx) {
     }
     rows_json.push_back(entry);
   }
+  // Identities, relationships and views; views only when the whole store is copied.
+  dt.CopyStoreObjects(source_cn, *target, copied_tables, created_tables, o.tables.empty());
   cx.out.Table(summary);
   for (const auto& reason : reasons) cx.out.Line("  refused: " + reason);
+  json objects_json = json::array();
+  std::map<std::string, int> kept;
+  // What was not kept, one line per kind and reason: 26 Access queries are one line.
+  std::vector<std::pair<std::string, std::string>> not_kept;  // (kind: reason, names)
+  for (const auto& x : dt.LastCopyObjects()) {
+    objects_json.push_back({{"kind", x.kind},
+                            {"table", x.table},
+                            {"name", x.name},
+                            {"kept", x.kept},
+                            {"detail", x.detail}});
+    if (x.kept) {
+      ++kept[x.kind];
+      continue;
+    }
+    const std::string key = x.kind + ": " + x.detail;
+    const std::string name = x.table.empty() ? x.name : x.table + "." + x.name;
+    const auto it = std::find_if(not_kept.begin(), not_kept.end(),
+                                 [&](const auto& p) { return p.first == key; });
+    if (it == not_kept.end())
+      not_kept.emplace_back(key, name);
+    else
+      it->second += ", " + name;
+  }
+  for (const auto& [key, names] : not_kept) {
+    const std::size_t colon = key.find(": ");
+    cx.out.Line("  not kept: " + key.substr(0, colon) + " " + names + ": " + key.substr(colon + 2));
+  }
+  if (!kept.empty()) {
+    std::string line;
+    for (const auto& [kind, n] : kept)
+      line += (line.empty() ? "Kept " : ", ") + std::to_string(n) + " " +
+              (n == 1               ? kind
+               : kind == "identity" ? "identities"
+                                    : kind + "s");
+    cx.out.Line(line);
+  }
   // Refused rows are a loss: the copy fails unless the caller allowed that many.
   const bool rejects_allowed = refused <= o.max_rejects;
   const bool ok = all_copied && rejects_allowed;
@@ -343,7 +388,8 @@ int Copy(Context& cx) {
                {"target", target->MaskedConnectionString()},
                {"copied", ok},
                {"refused", refused},
-               {"tables", rows_json}});
+               {"tables", rows_json},
+               {"objects", objects_json}});
   return ok ? kExitOk : kExitFailed;
 }
 

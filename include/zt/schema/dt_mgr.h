@@ -90,6 +90,17 @@ struct ZT_EXPORT CopyReject {
 };
 using CopyRejectSink = std::function<void(const CopyReject&)>;
 
+// A part of a data store beside its tables' columns, rows and indexes that a copy carries over,
+// or names as not carried over with the reason: a relationship ("foreign key"), a column the
+// engine numbers ("identity"), a column default ("default"), a view ("view").
+struct ZT_EXPORT StoreObjectResult {
+  std::string kind;
+  std::string table;  // the table it belongs to ("" for a view)
+  std::string name;   // the relationship's, column's or view's name
+  bool kept = false;
+  std::string detail;  // what the target got ("DEFAULT 0", "numbers from 831" ...), or why not
+};
+
 // What VerifyCopy found when it compared a copied table with its source.
 struct ZT_EXPORT CopyVerification {
   bool same = false;  // the target holds exactly the source less the rejected rows
@@ -224,6 +235,27 @@ class ZT_EXPORT CZtDTMgr : public Object, public IZtUserInteraction {
   bool CopyPhysicalDataStore(CZtDataStore& source, CZtDataStore& target, CZtDataStore& copied,
                              bool must_exist_on_sql_server,
                              std::vector<std::string>* not_copied = nullptr);
+  // After the tables are copied, what makes a set of tables a store: between SQLite, PostgreSQL
+  // and MariaDB (and from Access files), in this order:
+  //   * identities: each column of a table in `created` that the source's engine numbers itself
+  //     is numbered by the target too, from the highest copied value + 1 (PostgreSQL identity,
+  //     MariaDB AUTO_INCREMENT; on SQLite the INTEGER PRIMARY KEY the structure was given);
+  //   * foreign keys between two tables of `tables`, with their ON DELETE / ON UPDATE rules. The
+  //     target's rows are checked first: a relationship that rows of the target break is not
+  //     added, and the count of those rows and the first one are its reason (no row is ever
+  //     dropped to make one fit). One the target has already is left as it is;
+  //   * with `views`, every view of the source, its text taken over with the target's quoting;
+  //     a view the target refuses (or an Access query, which has no SQL text) is not made.
+  // Each is one entry of LastCopyObjects(), kept or not with the reason, and logged (not kept:
+  // a warning). True when everything was kept. The column defaults the structure copy
+  // translated or left out are entries there as well. Other engines: nothing, true.
+  bool CopyStoreObjects(const std::shared_ptr<Connection>& source_cn, CZtDataStore& target,
+                        const std::vector<std::string>& tables,
+                        const std::vector<std::string>& created, bool views);
+  // The entries of the last CopyTable / CopyPhysicalDataStore / CopyStoreObjects since the
+  // last ClearCopyObjects (CopyPhysicalDataStore clears them itself).
+  const std::vector<StoreObjectResult>& LastCopyObjects() const;
+  void ClearCopyObjects();
   // True when `table` has the same field names in both data stores.
   bool VerifySameFields(CZtDataStore& source, CZtDataStore& target, const std::string& table);
   // Copies every record of `source` that passes `filter` (Empty: all) into new records of
