@@ -339,7 +339,8 @@ int Copy(Context& cx) {
       ++kept[x.kind];
       continue;
     }
-    const std::string key = x.kind + ": " + x.detail;
+    // The engine's first line says why; its pointers into the statement stay in the JSON.
+    const std::string key = x.kind + ": " + x.detail.substr(0, x.detail.find('\n'));
     const std::string name = x.table.empty() ? x.name : x.table + "." + x.name;
     const auto it = std::find_if(not_kept.begin(), not_kept.end(),
                                  [&](const auto& p) { return p.first == key; });
