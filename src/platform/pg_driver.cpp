@@ -694,8 +694,12 @@ const BaseColumn* PgConnection::Base(Oid table, int column) {
 
 class PgStatement : public StatementBackend, private RowStream {
  public:
-  PgStatement(PgConnection& conn, const std::string& sql)
-      : conn_(conn), sql_(RewritePlaceholders(sql, conn.Quirks())), has_params_(sql_ != sql) {}
+  PgStatement(PgConnection& conn, const std::string& sql) : conn_(conn) {
+    int count = 0;
+    sql_ = RewritePlaceholders(sql, conn.Quirks(), &count);
+    params_ = count;
+    has_params_ = count > 0;
+  }
   ~PgStatement() override {
     Discard();
     if (!name_.empty() && PQstatus(conn_.raw()) == CONNECTION_OK &&
@@ -704,11 +708,9 @@ class PgStatement : public StatementBackend, private RowStream {
   }
   void StreamRows() override { stream_ = true; }
 
-  int ParameterCount() override {
-    if (!has_params_) return 0;
-    PrepareOnServer();
-    return params_;
-  }
+  // Counted in the text: a statement run once costs one round trip, not a prepare, a
+  // description, an execution and a DEALLOCATE (a copy's catalog reads are mostly such).
+  int ParameterCount() override { return params_; }
   void Bind(int index, const Variant& value) override {
     if (index < 0 || index > 65535)
       RaiseSqlState(conn_.source(), "07009", 0, "Invalid parameter index " + std::to_string(index));
@@ -809,9 +811,10 @@ class PgStatement : public StatementBackend, private RowStream {
 
   PgConnection& conn_;
   std::string sql_;
-  bool has_params_;
+  bool has_params_ = false;
   std::string name_;
   int params_ = 0;
+  int executions_ = 0;
   std::vector<std::optional<std::string>> binds_;
   Result result_;
   Result shape_;                 // the prepared statement's description
@@ -843,7 +846,12 @@ void PgStatement::Execute() {
   rows_affected_ = -1;
   if (stream_ && query) return ExecuteStreamed();
   conn_.ApplyTimeout();
-  if (has_params_) {
+  if (has_params_ && name_.empty() && executions_++ == 0) {
+    // The first execution goes as an unnamed statement; one that runs again is prepared.
+    const std::vector<const char*> values = BoundValues();
+    result_ = conn_.Check(PQexecParams(conn_.conn(), sql_.c_str(), params_, nullptr, values.data(),
+                                       nullptr, nullptr, 0));
+  } else if (has_params_) {
     PrepareOnServer();
     const std::vector<const char*> values = BoundValues();
     result_ = conn_.Check(

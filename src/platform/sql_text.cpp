@@ -400,7 +400,7 @@ std::string PrepareSqlText(const std::string& sql, const DriverQuirks& quirks,
   return out;
 }
 
-std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks) {
+std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks, int* count) {
   std::string out;
   Scanner sc{sql, quirks};
   int n = 0;
@@ -418,6 +418,7 @@ std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quir
       out += sc.Peek();
     ++sc.i;
   }
+  if (count) *count = n;
   return out;
 }
 

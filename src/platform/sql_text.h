@@ -39,8 +39,9 @@ ZT_TEST_EXPORT std::string PrepareSqlText(const std::string& sql, const DriverQu
                                           const NameResolver& resolve = {});
 
 // Rewrites "?" parameters (outside literals and comments) to "$1", "$2" ... for engines that
-// number their parameters.
-ZT_TEST_EXPORT std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks);
+// number their parameters; `count`, when given, receives how many there were.
+ZT_TEST_EXPORT std::string RewritePlaceholders(const std::string& sql, const DriverQuirks& quirks,
+                                               int* count = nullptr);
 
 // `name` in the library's own quoting, "[name]" with a "]" doubled; PrepareSqlText turns it into
 // the engine's form.
