@@ -6,7 +6,7 @@ set -euo pipefail
 
 pkgs=(build-essential cmake ninja-build pkg-config libsqlite3-dev libpq-dev unixodbc unixodbc-dev
   libpugixml-dev libxml2-dev libcli11-dev nlohmann-json3-dev odbc-postgresql odbc-mariadb tdsodbc
-  libsqliteodbc odbc-mdbtools mdbtools-dev mdbtools python3-dev pybind11-dev)
+  libsqliteodbc odbc-mdbtools mdbtools-dev mdbtools libmariadb-dev python3-dev pybind11-dev)
 if [[ ${1:-} == --test ]]; then
   pkgs+=(googletest libgtest-dev libbenchmark-dev postgresql-15 postgresql-client-15 mariadb-server
     mariadb-client clang libclang-rt-14-dev chromium python3-pytest)

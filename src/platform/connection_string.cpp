@@ -53,9 +53,9 @@ std::vector<ProviderEntry> BuiltInProviders() {
       {"SQLNCLI*", "odbc", "FreeTDS", "Server", "Database", {}},
       {"OraOLEDB.Oracle*", "odbc", "Oracle", "DBQ", "", {}},
       {"MSDAORA*", "odbc", "Oracle", "DBQ", "", {}},
-      {"MySQLProv*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
-      {"MySQL*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
-      {"MariaDB*", "odbc", "MariaDB Unicode", "Server", "Database", {}},
+      {"MySQLProv*", "mariadb", "", "Server", "Database", {}},
+      {"MySQL*", "mariadb", "", "Server", "Database", {}},
+      {"MariaDB*", "mariadb", "", "Server", "Database", {}},
       {"PostgreSQL*", "postgresql", "", "", "", {}},
       {"PGNP*", "postgresql", "", "", "", {}},
       {"MSDASQL*", "odbc", "", "Server", "Database", {}},
@@ -288,6 +288,10 @@ ConnectParams ParseConnectionString(const std::string& text, const std::string& 
   p.odbc_database_key = entry->odbc_database_key;
   p.odbc_fixed = entry->odbc_fixed;
 
+  // MariaDB's own ODBC driver named through the bridge: the native driver speaks to the same
+  // server, faster and with rows read as they arrive. Any other driver (MySQL's own) stays ODBC.
+  if (p.driver == "odbc" && AsciiLower(p.odbc_driver).find("mariadb") != std::string::npos)
+    p.driver = "mariadb";
   if (p.driver == "sqlite") {
     // An old Access file (not an SQLite file): read through libmdb, never written.
     if (IsAccessFile(p.data_source)) {

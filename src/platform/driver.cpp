@@ -19,7 +19,7 @@ const std::map<std::string, DriverFactory>& Registry() {
   static const std::map<std::string, DriverFactory> drivers = {
       {"sqlite", &OpenSqliteDriver},       {"odbc", &OpenOdbcDriver},
       {"postgresql", &OpenPostgresDriver}, {"scripted", &OpenScriptedDriver},
-      {"access", &OpenAccessDriver},
+      {"access", &OpenAccessDriver},       {"mariadb", &OpenMariaDbDriver},
   };
   return drivers;
 }

@@ -312,6 +312,7 @@ ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenOdbcDriver(const ConnectPa
 ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenPostgresDriver(const ConnectParams& p);
 ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenScriptedDriver(const ConnectParams& p);
 ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenAccessDriver(const ConnectParams& p);
+ZT_TEST_EXPORT std::unique_ptr<ConnectionBackend> OpenMariaDbDriver(const ConnectParams& p);
 
 // The factory registered under `name` (case-insensitive), or nullptr.
 ZT_TEST_EXPORT const DriverFactory* FindDriver(const std::string& name);

@@ -205,54 +205,6 @@ std::optional<std::string> ParameterText(const Variant& v) {
   }
 }
 
-// One field of a COPY text-format row: \N for NULL, backslash escapes for \, tab, LF and CR.
-// Numbers and text are written straight into the line: this runs once per value of a load.
-void AppendCopyField(std::string& line, const Variant& v) {
-  char buf[32];
-  switch (v.Type()) {
-    case VarType::Empty:
-    case VarType::Null:
-      line += "\\N";
-      return;
-    case VarType::Boolean:
-      line += v.ToBool() ? 't' : 'f';
-      return;
-    case VarType::Long:
-    case VarType::LongLong:
-      line.append(buf, std::to_chars(buf, buf + sizeof buf, v.ToInt64()).ptr);
-      return;
-    case VarType::Double:
-      line.append(buf, std::to_chars(buf, buf + sizeof buf, v.ToDouble()).ptr);
-      return;
-    default:
-      break;
-  }
-  std::string converted;
-  const std::string* text = v.AsString();
-  if (!text) {
-    converted = *ParameterText(v);
-    text = &converted;
-  }
-  for (char c : *text) {
-    switch (c) {
-      case '\\':
-        line += "\\\\";
-        break;
-      case '\t':
-        line += "\\t";
-        break;
-      case '\n':
-        line += "\\n";
-        break;
-      case '\r':
-        line += "\\r";
-        break;
-      default:
-        line += c;
-    }
-  }
-}
-
 struct ResultDeleter {
   void operator()(PGresult* r) const { PQclear(r); }
 };
@@ -1061,7 +1013,7 @@ class CopyBulk : public BulkWriterBackend {
           buffer_ += kHex[c & 15];
         }
       } else {
-        AppendCopyField(buffer_, values[i]);
+        AppendBulkField(buffer_, values[i], 't', 'f');
       }
     }
     buffer_ += '\n';

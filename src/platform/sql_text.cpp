@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 
@@ -476,6 +477,58 @@ std::string BracketQuoting(const std::string& sql, const DriverQuirks& quirks,
     out += BracketName(name);
   }
   return out;
+}
+
+void AppendBulkField(std::string& line, const Variant& v, char true_text, char false_text) {
+  char buf[32];
+  switch (v.Type()) {
+    case VarType::Empty:
+    case VarType::Null:
+      line += "\\N";
+      return;
+    case VarType::Boolean:
+      line += v.ToBool() ? true_text : false_text;
+      return;
+    case VarType::Long:
+    case VarType::LongLong:
+      line.append(buf, std::to_chars(buf, buf + sizeof buf, v.ToInt64()).ptr);
+      return;
+    case VarType::Double:
+      line.append(buf, std::to_chars(buf, buf + sizeof buf, v.ToDouble()).ptr);
+      return;
+    case VarType::Date:
+      line += DateTimeText(v.ToDouble());
+      return;
+    default:
+      break;
+  }
+  std::string converted;
+  const std::string* text = v.AsString();
+  if (!text) {
+    converted = v.ToText();  // currency and decimals in their exact text
+    text = &converted;
+  }
+  for (char c : *text) {
+    switch (c) {
+      case '\\':
+        line += "\\\\";
+        break;
+      case '\t':
+        line += "\\t";
+        break;
+      case '\n':
+        line += "\\n";
+        break;
+      case '\r':
+        line += "\\r";
+        break;
+      case '\0':
+        line += "\\0";
+        break;
+      default:
+        line += c;
+    }
+  }
 }
 
 }  // namespace zt::platform

@@ -70,4 +70,11 @@ ZT_TEST_EXPORT std::string QuoteIdentifier(const std::string& name, const Driver
 ZT_TEST_EXPORT std::string BracketQuoting(const std::string& sql, const DriverQuirks& quirks,
                                           const std::string& qualifier = {});
 
+// One field of a bulk load's text line (PostgreSQL's COPY, MariaDB's LOAD DATA, both in their
+// backslash-escaped text form): \N for Null, `true_text` / `false_text` for a Boolean, numbers
+// in their shortest exact form, dates as DateTimeText, and a backslash before \, tab, LF and CR
+// (written \t, \n, \r) and before a NUL (\0). Runs once per value of a load.
+ZT_TEST_EXPORT void AppendBulkField(std::string& line, const Variant& v, char true_text,
+                                    char false_text);
+
 }  // namespace zt::platform

@@ -74,7 +74,7 @@ rows_of() {
 wait_for_rows() {
   local i q
   [[ $1 == pg ]] && q="SELECT COUNT(*) FROM pg_stat_activity WHERE query LIKE 'COPY %'" ||
-    q="SELECT COUNT(*) FROM information_schema.processlist WHERE info LIKE 'INSERT INTO%'"
+    q="SELECT COUNT(*) FROM information_schema.processlist WHERE info LIKE 'LOAD DATA%' OR info LIKE 'INSERT INTO%'"
   for ((i = 0; i < 400; i++)); do
     [[ $(ask "$1" "$q") -gt 0 ]] && return 0
     sleep 0.025

@@ -130,15 +130,24 @@ TEST(MariaDbTimeouts, SilentServerFailsWithinTheLoginTimeOutAndReadsAreBounded) 
     EXPECT_EQ(e->Description().find("Secr3t"), std::string::npos);
   }
 
-  // The keys that carry the time-outs: the login one from the connection string or the
-  // connection, reads bounded past the command time-out; a caller's own value wins.
-  platform::ConnectParams p = platform::ParseConnectionString(text + "Connect Timeout=4");
+  // MariaDB's provider and MariaDB's ODBC driver reach the native driver; MySQL's own ODBC
+  // driver stays on the bridge, where the keys that carry the time-outs are composed: the login
+  // one from the connection string or the connection, reads bounded past the command time-out;
+  // a caller's own value wins.
+  EXPECT_EQ(platform::ParseConnectionString(text).driver, "mariadb");
+  EXPECT_EQ(platform::ParseConnectionString("Driver={MariaDB Unicode};Server=h;").driver,
+            "mariadb");
+  const std::string odbc_text = "Provider=MSDASQL;Driver={MySQL ODBC 8.0 Unicode Driver};Server=" +
+                                std::string("127.0.0.1,") + std::to_string(silent->port()) +
+                                ";Database=db;Uid=u;Pwd=Secr3t;";
+  platform::ConnectParams p = platform::ParseConnectionString(odbc_text + "Connect Timeout=4");
+  EXPECT_EQ(p.driver, "odbc");
   p.read_timeout = 30;
   const auto& maria = platform::odbc::FamilyForDriver(p.odbc_driver);
   std::string composed = platform::odbc::ConnectionStringFor(p, maria);
   EXPECT_NE(composed.find(";CONN_TIMEOUT=4;"), std::string::npos) << composed;
   EXPECT_NE(composed.find(";READ_TIMEOUT=40;WRITE_TIMEOUT=40;"), std::string::npos) << composed;
-  p = platform::ParseConnectionString(text + "READ_TIMEOUT=7;conn_timeout=9");
+  p = platform::ParseConnectionString(odbc_text + "READ_TIMEOUT=7;conn_timeout=9");
   p.read_timeout = 0;
   composed = platform::odbc::ConnectionStringFor(p, maria);
   EXPECT_NE(composed.find("READ_TIMEOUT=7;conn_timeout=9;"), std::string::npos) << composed;
