@@ -5,10 +5,12 @@
 //                                            sqlite3 directly, single-threaded;   goal >= 0.85
 //   SQLite -> SQLite      StreamTableRows    against ATTACH + INSERT ... SELECT;  goal >= 0.8
 //   SQLite -> MariaDB     StreamTableRows    against a multi-row INSERT loop fed by sqlite3
-//                                            directly: one statement of 250 rows prepared once
-//                                            through the library's PreparedStatement (the one
-//                                            MariaDB interface the library has; no row is
-//                                            judged or converted), one transaction; goal >= 0.8
+//                                            directly (250 rows a statement through the
+//                                            library's PreparedStatement) and against a bare
+//                                            LOAD DATA LOCAL INFILE of a file of the same rows
+//                                            written beforehand; goal >= 0.8 of the latter
+//   MariaDB -> SQLite     `ztdb copy`        against a bare Connector/C mysql_use_result loop
+//                                            writing the same SQLite file; goal >= 0.8
 //
 // Each pair also runs the whole `ztdb copy` command (BM_*_Ztdb), the way administrators copy,
 // and PostgreSQL and SQLite with --verify (BM_*_ZtdbVerify; goal: verifying takes no longer
@@ -20,6 +22,7 @@
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <libpq-fe.h>
+#include <mysql.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -407,6 +410,167 @@ void BM_MariaDB_Stream(benchmark::State& state) {
   RunStream(state, kMaria);
 }
 
+// A Connector/C session of its own to the test server, for the bare baselines.
+MYSQL* BareMaria() {
+  MYSQL* my = mysql_init(nullptr);
+  const unsigned local = 1;
+  mysql_optionsv(my, MYSQL_OPT_LOCAL_INFILE, &local);
+  mysql_optionsv(my, MYSQL_SET_CHARSET_NAME, "utf8mb4");
+  if (!mysql_real_connect(
+          my, Env("DBTEST_MY_HOST", "127.0.0.1").c_str(), Env("DBTEST_MY_USER", "dbtest").c_str(),
+          Env("DBTEST_MY_PASSWORD").c_str(), Env("DBTEST_MY_DB", "dbtest").c_str(),
+          static_cast<unsigned>(std::atoi(Env("DBTEST_MY_PORT").c_str())), nullptr, 0))
+    throw std::runtime_error(mysql_error(my));
+  return my;
+}
+
+// The engine's own bulk path: LOAD DATA LOCAL INFILE of a tab-separated file of the rows,
+// written beforehand (timer paused) straight from sqlite3.
+void BM_MariaDB_BareLoadData(benchmark::State& state) {
+  if (!kMaria.Available()) return state.SkipWithError("DBTEST_MY_PORT is not set");
+  SourcePath();
+  const std::string file = TempPath("calls.tsv");
+  {
+    std::FILE* f = std::fopen(file.c_str(), "w");
+    SourceRows src;
+    while (src.Next()) {
+      for (int c = 0; c < src.Columns(); ++c) {
+        if (c) std::fputc('\t', f);
+        if (sqlite3_column_type(src.get(), c) == SQLITE_NULL) {
+          std::fputs("\\N", f);
+          continue;
+        }
+        const char* text = reinterpret_cast<const char*>(sqlite3_column_text(src.get(), c));
+        if (IsBoolean(c)) text = sqlite3_column_int64(src.get(), c) ? "1" : "0";
+        for (const char* p = text; *p; ++p) {
+          if (*p == '\\' || *p == '\t' || *p == '\n') std::fputc('\\', f);
+          std::fputc(*p == '\t' ? 't' : *p == '\n' ? 'n' : *p, f);
+        }
+      }
+      std::fputc('\n', f);
+    }
+    std::fclose(f);
+  }
+  auto cn = kMaria.Open();
+  MYSQL* my = BareMaria();
+  std::string bits, columns;
+  int c = 0;
+  for (const auto& col : WorkloadTableNamed("tblCalls").columns) {
+    const std::string var = "@v" + std::to_string(c);
+    columns += (columns.empty() ? "" : ", ") + (IsBoolean(c) ? var : "`" + col.name + "`");
+    if (IsBoolean(c))
+      bits += (bits.empty() ? " SET " : ", ") + ("`" + col.name + "` = " + var + " <> 0");
+    ++c;
+  }
+  const std::string sql = "LOAD DATA LOCAL INFILE '" + file +
+                          "' INTO TABLE tblCalls CHARACTER SET utf8mb4 FIELDS TERMINATED BY '\\t' "
+                          "LINES TERMINATED BY '\\n' (" +
+                          columns + ")" + bits;
+  for (auto _ : state) {
+    state.PauseTiming();
+    kMaria.Reset(*cn);
+    state.ResumeTiming();
+    if (mysql_real_query(my, sql.data(), sql.size()) != 0)
+      return state.SkipWithError(mysql_error(my));
+    if (static_cast<std::int64_t>(mysql_affected_rows(my)) != Rows())
+      return state.SkipWithError("LOAD DATA did not take every row");
+  }
+  mysql_close(my);
+  std::filesystem::remove(file);
+  DropServerTable(cn);
+  Finish(state, Rows());
+}
+
+// MariaDB -> SQLite. The table is loaded on the server first (timer paused); the baseline reads
+// it with mysql_use_result and writes each row into the SQLite file with one prepared INSERT,
+// values bound as the text the server sends, in one transaction.
+void LoadMariaSource() {
+  auto cn = kMaria.Open();
+  kMaria.Reset(*cn);
+  zt::schema::StreamCopyOptions options;
+  auto src = std::make_shared<zt::Connection>();
+  src->Open(SqliteConnectionString(SourcePath()));
+  zt::schema::StreamTableRows(src, cn, "tblCalls", options);
+}
+
+void BM_MariaDBToSQLite_BareUseResult(benchmark::State& state) {
+  if (!kMaria.Available()) return state.SkipWithError("DBTEST_MY_PORT is not set");
+  SourcePath();
+  LoadMariaSource();
+  MYSQL* my = BareMaria();
+  for (auto _ : state) {
+    state.PauseTiming();
+    {
+      auto cn = kSqlite.Open();
+      kSqlite.Reset(*cn);
+    }
+    state.ResumeTiming();
+    sqlite3* db = nullptr;
+    sqlite3_open(TargetPath().c_str(), &db);
+    sqlite3_exec(db, "BEGIN", nullptr, nullptr, nullptr);
+    const std::string q = "SELECT * FROM tblCalls";
+    mysql_real_query(my, q.data(), q.size());
+    MYSQL_RES* r = mysql_use_result(my);
+    const unsigned n = mysql_num_fields(r);
+    std::string ins = "INSERT INTO tblCalls VALUES (";
+    for (unsigned i = 0; i < n; ++i) ins += i ? ", ?" : "?";
+    ins += ")";
+    sqlite3_stmt* st = nullptr;
+    sqlite3_prepare_v2(db, ins.c_str(), -1, &st, nullptr);
+    while (MYSQL_ROW row = mysql_fetch_row(r)) {
+      const unsigned long* len = mysql_fetch_lengths(r);
+      for (unsigned i = 0; i < n; ++i) {
+        if (row[i])
+          sqlite3_bind_text(st, static_cast<int>(i + 1), row[i], static_cast<int>(len[i]),
+                            SQLITE_STATIC);
+        else
+          sqlite3_bind_null(st, static_cast<int>(i + 1));
+      }
+      sqlite3_step(st);
+      sqlite3_reset(st);
+    }
+    mysql_free_result(r);
+    sqlite3_finalize(st);
+    sqlite3_exec(db, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+  }
+  mysql_close(my);
+  Finish(state, Rows());
+}
+
+// `ztdb copy mysql://... target.db --tables tblCalls --replace`, from the table loaded above.
+void BM_MariaDBToSQLite_Ztdb(benchmark::State& state) {
+  if (!kMaria.Available()) return state.SkipWithError("DBTEST_MY_PORT is not set");
+  const std::string url = "mysql://" + Env("DBTEST_MY_USER") + "@" + Env("DBTEST_MY_HOST") + ":" +
+                          Env("DBTEST_MY_PORT") + "/" + Env("DBTEST_MY_DB");
+  double peak_mb = 0;
+  for (auto _ : state) {
+    std::vector<std::string> args = {ZT_ZTDB,    "copy",     url,        TargetPath(),
+                                     "--tables", "tblCalls", "--replace"};
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::setenv("ZTDB_PASSWORD", Env("DBTEST_MY_PASSWORD").c_str(), 1);
+      const int null = ::open("/dev/null", O_WRONLY);
+      ::dup2(null, 1);
+      ::dup2(null, 2);
+      ::execv(argv[0], argv.data());
+      ::_exit(127);
+    }
+    int status = 0;
+    rusage u{};
+    ::wait4(pid, &status, 0, &u);
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+      return state.SkipWithError("ztdb copy failed");
+    peak_mb = std::max(peak_mb, static_cast<double>(u.ru_maxrss) / 1024.0);
+  }
+  DropServerTable(kMaria.Open());
+  Finish(state, Rows());
+  state.counters["max_rss_mb"] = peak_mb;
+}
+
 // The whole `ztdb copy SOURCE TARGET --tables tblCalls --replace` as an administrator runs it: a
 // process of its own (start-up, connections, the count of the source rows, the structure and the
 // rename included). max_rss_mb is then the ztdb process's peak.
@@ -484,8 +648,11 @@ ZT_COPY_BENCH(BM_SQLite_Stream);
 ZT_COPY_BENCH(BM_SQLite_Ztdb);
 ZT_COPY_BENCH(BM_SQLite_ZtdbVerify);
 ZT_COPY_BENCH(BM_MariaDB_BareInsert);
+ZT_COPY_BENCH(BM_MariaDB_BareLoadData);
 ZT_COPY_BENCH(BM_MariaDB_Stream);
 ZT_COPY_BENCH(BM_MariaDB_Ztdb);
+ZT_COPY_BENCH(BM_MariaDBToSQLite_BareUseResult);
+ZT_COPY_BENCH(BM_MariaDBToSQLite_Ztdb);
 
 }  // namespace
 
