@@ -538,6 +538,30 @@ void BM_MariaDBToSQLite_BareUseResult(benchmark::State& state) {
   Finish(state, Rows());
 }
 
+// Runs ztdb with `args` (stdout and stderr dropped), `password_variable` set to `password` when
+// given. Returns the process's peak resident set in MB, or -1 when it failed.
+double RunZtdbProcess(std::vector<std::string> args, const char* password_variable,
+                      const std::string& password) {
+  args.insert(args.begin(), ZT_ZTDB);
+  std::vector<char*> argv;
+  for (auto& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    if (!password.empty()) ::setenv(password_variable, password.c_str(), 1);
+    const int null = ::open("/dev/null", O_WRONLY);
+    ::dup2(null, 1);
+    ::dup2(null, 2);
+    ::execv(argv[0], argv.data());
+    ::_exit(127);
+  }
+  int status = 0;
+  rusage u{};
+  ::wait4(pid, &status, 0, &u);
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return -1;
+  return static_cast<double>(u.ru_maxrss) / 1024.0;
+}
+
 // `ztdb copy mysql://... target.db --tables tblCalls --replace`, from the table loaded above.
 void BM_MariaDBToSQLite_Ztdb(benchmark::State& state) {
   if (!kMaria.Available()) return state.SkipWithError("DBTEST_MY_PORT is not set");
@@ -545,26 +569,11 @@ void BM_MariaDBToSQLite_Ztdb(benchmark::State& state) {
                           Env("DBTEST_MY_PORT") + "/" + Env("DBTEST_MY_DB");
   double peak_mb = 0;
   for (auto _ : state) {
-    std::vector<std::string> args = {ZT_ZTDB,    "copy",     url,        TargetPath(),
-                                     "--tables", "tblCalls", "--replace"};
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      ::setenv("ZTDB_PASSWORD", Env("DBTEST_MY_PASSWORD").c_str(), 1);
-      const int null = ::open("/dev/null", O_WRONLY);
-      ::dup2(null, 1);
-      ::dup2(null, 2);
-      ::execv(argv[0], argv.data());
-      ::_exit(127);
-    }
-    int status = 0;
-    rusage u{};
-    ::wait4(pid, &status, 0, &u);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-      return state.SkipWithError("ztdb copy failed");
-    peak_mb = std::max(peak_mb, static_cast<double>(u.ru_maxrss) / 1024.0);
+    const double mb =
+        RunZtdbProcess({"copy", url, TargetPath(), "--tables", "tblCalls", "--replace"},
+                       "ZTDB_PASSWORD", Env("DBTEST_MY_PASSWORD"));
+    if (mb < 0) return state.SkipWithError("ztdb copy failed");
+    peak_mb = std::max(peak_mb, mb);
   }
   DropServerTable(kMaria.Open());
   Finish(state, Rows());
@@ -592,27 +601,12 @@ void RunZtdb(benchmark::State& state, const Target& t, bool verify = false) {
   }
   double peak_mb = 0;
   for (auto _ : state) {
-    std::vector<std::string> args = {ZT_ZTDB,    "copy",     SourcePath(), url,
-                                     "--tables", "tblCalls", "--replace"};
+    std::vector<std::string> args = {"copy",     SourcePath(), url,
+                                     "--tables", "tblCalls",   "--replace"};
     if (verify) args.push_back("--verify");
-    std::vector<char*> argv;
-    for (auto& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      if (!password.empty()) ::setenv("ZTDB_TARGET_PASSWORD", password.c_str(), 1);
-      const int null = ::open("/dev/null", O_WRONLY);
-      ::dup2(null, 1);
-      ::dup2(null, 2);
-      ::execv(argv[0], argv.data());
-      ::_exit(127);
-    }
-    int status = 0;
-    rusage u{};
-    ::wait4(pid, &status, 0, &u);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
-      return state.SkipWithError("ztdb copy failed");
-    peak_mb = std::max(peak_mb, static_cast<double>(u.ru_maxrss) / 1024.0);
+    const double mb = RunZtdbProcess(args, "ZTDB_TARGET_PASSWORD", password);
+    if (mb < 0) return state.SkipWithError("ztdb copy failed");
+    peak_mb = std::max(peak_mb, mb);
   }
   if (!t.prefix.empty()) DropServerTable(t.Open());
   Finish(state, Rows());
